@@ -1,0 +1,176 @@
+#include <PvDevice.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <PvDeviceGEV.h>
+
+#include "aravis_handle.hpp"
+#include "aravis_result.hpp"
+#include "camera_features.hpp"
+#include "packet_size_probe.hpp"
+#include "PvDevice_impl.hpp"
+
+namespace {
+
+PvResult not_a_connection_id(char const* text) {
+    return {PvResult::Code::INVALID_PARAMETER,
+            ("The camera cannot be connected: \"" + std::string(text) + "\" is no connection ID.").c_str()};
+}
+
+/// While it is 1, the description locks what must not change under a stream ("Width", for one). A camera may do without
+/// it.
+PvResult lock_transport_parameters(openpv::camera_link& link, bool locked) {
+    std::string const what = std::string("TLParamsLocked cannot be set to ") + (locked ? "1" : "0");
+    return link.access(what, [&](ArvDevice& device) -> PvResult {
+        ArvGcNode* const node = arv_device_get_feature(&device, "TLParamsLocked");
+        if (node == nullptr || !ARV_IS_GC_INTEGER(node)) {
+            return {};
+        }
+        openpv::error_slot error;
+        arv_gc_integer_set_value(ARV_GC_INTEGER(node), locked ? 1 : 0, error.out());
+        return openpv::to_result(what, error.get());
+    });
+}
+
+}  // namespace
+
+PvDevice::impl::impl(openpv::connection_id const& id)
+    : link(openpv::camera_link::to(id)),
+      parameters(openpv::make_camera_parameters(link)),
+      communication(openpv::make_communication_parameters(settings)) {}
+
+PvDevice::impl::~impl() {
+    disconnect();
+}
+
+PvResult PvDevice::impl::connect() {
+    PvResult const result = link->connect_device();
+    if (result.IsOK()) {
+        connected_ = true;
+    }
+    return result;
+}
+
+PvResult PvDevice::impl::disconnect() {
+    if (!connected_.exchange(false)) {
+        return openpv::camera_session::not_connected("The device cannot be disconnected");
+    }
+    link->disconnect_device();
+    return {};
+}
+
+PvResult PvDevice::impl::set_packet_size(uint32_t bytes, uint32_t channel) {
+    PvResult const result = with_channel("The packet size cannot be set", channel, [bytes](auto& stream_channel) {
+        return stream_channel.set_packet_size(bytes);
+    });
+    if (result.IsOK() && channel == 0) {
+        packet_size_ = bytes;
+        link->packet_size_chosen(true);
+    }
+    return result;
+}
+
+PvResult PvDevice::impl::negotiate_packet_size(uint32_t channel, uint32_t fallback, bool& usable) {
+    uint32_t found = 0;
+    PvResult const result = with_channel("The packet size cannot be negotiated", channel, [&](auto& stream_channel) {
+        return openpv::negotiate_packet_size(stream_channel, link->id().host, link->id().camera, found);
+    });
+    usable = set_packet_size(result.IsOK() ? found : fallback, channel).IsOK();
+    return result;
+}
+
+PvResult PvDevice::impl::settle_packet_size() {
+    constexpr uint32_t channel = 0;
+    if (link->packet_size_chosen()) {
+        return {};
+    }
+    auto const usual = static_cast<uint32_t>(settings->default_packet_size);
+    if (packet_size_ || !settings->auto_negotiation) {
+        return set_packet_size(packet_size_.value_or(usual), channel);
+    }
+    bool usable = false;
+    PvResult const negotiated = negotiate_packet_size(channel, usual, usable);
+    return usable ? PvResult() : negotiated;
+}
+
+PvDevice::PvDevice(std::unique_ptr<impl> state) : impl_(std::move(state)) {}
+PvDevice::~PvDevice() = default;
+
+PvDevice* PvDevice::CreateAndConnect(PvString const& connectionId, PvResult* result) {
+    PvResult outcome = not_a_connection_id(connectionId.GetAscii());
+    std::unique_ptr<impl> state;
+    if (auto const id = openpv::parse_connection_id(connectionId.GetAscii())) {
+        state = std::make_unique<impl>(*id);
+        outcome = state->connect();
+    }
+    if (result != nullptr) {
+        *result = outcome;
+    }
+    return outcome.IsOK() ? new PvDeviceGEV(std::move(state)) : nullptr;
+}
+
+void PvDevice::Free(PvDevice* device) {
+    delete device;
+}
+
+/// With another camera than before, parameters looked up earlier are gone.
+PvResult PvDevice::Connect(PvString const& connectionId, PvAccessType /*access*/) {
+    auto const id = openpv::parse_connection_id(connectionId.GetAscii());
+    if (!id) {
+        return not_a_connection_id(connectionId.GetAscii());
+    }
+    if (*id == impl_->link->id()) {
+        return impl_->connect();
+    }
+    auto other = std::make_unique<impl>(*id);
+    PvResult const result = other->connect();
+    if (result.IsOK()) {
+        impl_ = std::move(other);
+    }
+    return result;
+}
+
+PvResult PvDevice::Disconnect() {
+    return impl_->disconnect();
+}
+bool PvDevice::IsConnected() const {
+    return impl_->is_connected();
+}
+
+PvGenParameterArray* PvDevice::GetParameters() {
+    return impl_->parameters.get();
+}
+PvGenParameterArray* PvDevice::GetCommunicationParameters() {
+    return impl_->communication.get();
+}
+
+PvResult PvDevice::StreamEnable(uint32_t channel) {
+    PvResult result = impl_->with_channel("Streaming cannot be enabled", channel, [](auto&) { return PvResult(); });
+    if (result.IsOK() && channel == 0) {
+        result = impl_->settle_packet_size();
+    }
+    if (result.IsOK() && channel == 0) {
+        result = impl_->link->tell_streaming_starts();
+    }
+    return result.IsOK() ? lock_transport_parameters(*impl_->link, true) : result;
+}
+
+PvResult PvDevice::StreamDisable(uint32_t channel) {
+    PvResult const exists =
+        impl_->with_channel("Streaming cannot be disabled", channel, [](auto&) { return PvResult(); });
+    if (!exists.IsOK()) {
+        return exists;
+    }
+    if (channel == 0) {
+        impl_->link->tell_streaming_ends();
+    }
+    return lock_transport_parameters(*impl_->link, false);
+}
+
+uint32_t PvDevice::GetPayloadSize() {
+    int64_t bytes = 0;
+    impl_->parameters->GetIntegerValue("PayloadSize", bytes);
+    return static_cast<uint32_t>(std::clamp<int64_t>(bytes, 0, std::numeric_limits<uint32_t>::max()));
+}

@@ -1,0 +1,144 @@
+#include "gvsp_packet.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace openpv::gvsp {
+namespace {
+
+constexpr uint8_t extended_ids_bit = 0x80;
+constexpr uint8_t kind_mask = 0x0F;
+
+// Statuses of a packet.
+constexpr uint16_t status_success = 0x0000;
+constexpr uint16_t status_resent = 0x0100;  ///< a success too
+constexpr uint16_t status_not_yet_available = 0x8010;
+
+constexpr std::size_t image_leader_bytes = 36;
+constexpr std::size_t shortest_leader_bytes = 12;  ///< payload type and timestamp
+
+uint64_t big_endian(std::span<std::byte const> bytes, std::size_t offset, std::size_t count) {
+    uint64_t value = 0;
+    for (std::byte const byte : bytes.subspan(offset, count)) {
+        value = value << 8 | std::to_integer<uint64_t>(byte);
+    }
+    return value;
+}
+
+uint16_t get16(std::span<std::byte const> bytes, std::size_t offset) {
+    return static_cast<uint16_t>(big_endian(bytes, offset, 2));
+}
+uint32_t get32(std::span<std::byte const> bytes, std::size_t offset) {
+    return static_cast<uint32_t>(big_endian(bytes, offset, 4));
+}
+
+void put(std::span<std::byte> bytes, std::size_t offset, std::size_t count, uint64_t value) {
+    for (std::size_t i = 0; i < count; ++i) {
+        bytes[offset + i] = static_cast<std::byte>(value >> 8 * (count - 1 - i));
+    }
+}
+
+packet_status status_of(uint16_t status) {
+    if (status == status_success || status == status_resent) {
+        return packet_status::present;
+    }
+    return status == status_not_yet_available ? packet_status::not_yet : packet_status::gone;
+}
+
+/// Bits 16 to 23 of a code of the Pixel Format Naming Convention tell how many bits a pixel occupies.
+std::size_t picture_bytes(uint32_t width, uint32_t height, uint32_t format, uint16_t padding_x) {
+    uint64_t const bits_per_pixel = format >> 16 & 0xFFU;
+    __extension__ using wide = unsigned __int128;
+    wide const bits = static_cast<wide>(width) * height * bits_per_pixel;
+    wide const bytes = (bits + 7) / 8 + static_cast<wide>(padding_x) * height;
+    return static_cast<std::size_t>(std::min<wide>(bytes, std::numeric_limits<std::size_t>::max()));
+}
+
+}  // namespace
+
+std::optional<packet> parse(std::span<std::byte const> datagram) {
+    if (datagram.size() < header_bytes) {
+        return std::nullopt;
+    }
+    auto const format = std::to_integer<uint8_t>(datagram[4]);
+    uint8_t const kind = format & kind_mask;
+    if (kind < static_cast<uint8_t>(packet_kind::leader) || kind > static_cast<uint8_t>(packet_kind::payload)) {
+        return std::nullopt;
+    }
+    packet read;
+    read.kind = static_cast<packet_kind>(kind);
+    read.status = status_of(get16(datagram, 0));
+    read.extended = (format & extended_ids_bit) != 0;
+    if (!read.extended) {
+        read.block = get16(datagram, 2);
+        read.number = static_cast<uint32_t>(big_endian(datagram, 5, 3));
+        read.content = datagram.subspan(header_bytes);
+        return read;
+    }
+    if (datagram.size() < extended_header_bytes) {
+        return std::nullopt;
+    }
+    read.block = big_endian(datagram, 8, 8);
+    read.number = get32(datagram, 16);
+    read.content = datagram.subspan(extended_header_bytes);
+    return read;
+}
+
+std::optional<leader> parse_leader(std::span<std::byte const> content) {
+    if (content.size() < shortest_leader_bytes) {
+        return std::nullopt;
+    }
+    uint16_t const payload = get16(content, 2);
+    leader read;
+    read.timestamp = big_endian(content, 4, 8);
+    if ((payload & ~payload_with_chunks) != payload_image) {
+        return read;
+    }
+    if (content.size() < image_leader_bytes) {
+        return std::nullopt;
+    }
+    read.width = get32(content, 16);
+    read.height = get32(content, 20);
+    read.image_bytes = picture_bytes(read.width, read.height, get32(content, 12), get16(content, 32));
+    return read;
+}
+
+int64_t blocks_between(uint64_t from, uint64_t to, bool extended) {
+    if (extended) {
+        return static_cast<int64_t>(to - from);
+    }
+    auto const round = static_cast<int64_t>(last_short_block);
+    int64_t distance = (static_cast<int64_t>(to) - static_cast<int64_t>(from)) % round;
+    if (distance > round / 2) {
+        distance -= round;
+    } else if (distance < -(round / 2)) {
+        distance += round;
+    }
+    return distance;
+}
+
+std::size_t encode(resend_request const& request, uint16_t id, std::array<std::byte, longest_resend_request>& out) {
+    constexpr uint8_t key = 0x42;
+    constexpr uint8_t extended_ids_flag = 0x10;
+    constexpr uint16_t packet_resend = 0x0040;
+    constexpr std::size_t command_header = 8;
+    out.fill(std::byte{0});
+    std::size_t const content = request.extended ? 20 : 12;
+    put(out, 0, 1, key);
+    put(out, 1, 1, request.extended ? extended_ids_flag : 0);
+    put(out, 2, 2, packet_resend);
+    put(out, 4, 2, content);
+    put(out, 6, 2, id);
+    if (request.extended) {
+        put(out, 12, 4, request.first);
+        put(out, 16, 4, request.last);
+        put(out, 20, 8, request.block);
+    } else {
+        put(out, 10, 2, request.block);
+        put(out, 13, 3, request.first);
+        put(out, 17, 3, request.last);
+    }
+    return command_header + content;
+}
+
+}  // namespace openpv::gvsp
