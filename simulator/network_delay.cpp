@@ -1,0 +1,56 @@
+#include "network_delay.hpp"
+
+#include <charconv>
+#include <string_view>
+
+namespace camsim {
+
+namespace {
+
+constexpr double longest_ms = 10'000.0;
+
+std::optional<double> parse_milliseconds(std::string_view text) {
+    double number = 0.0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    bool const whole = error == std::errc{} && end == text.data() + text.size();
+    return whole && number >= 0.0 && number <= longest_ms ? std::optional(number) : std::nullopt;
+}
+
+bool varies(network_delay_settings const& settings) {
+    return settings.any() && settings.deviation_ms > 0.0;
+}
+
+/// With shape (mean / deviation)^2 and scale deviation^2 / mean the distribution has that mean and deviation.
+std::gamma_distribution<double> distribution(network_delay_settings const& settings) {
+    if (!varies(settings)) {
+        return {};
+    }
+    double const ratio = settings.mean_ms / settings.deviation_ms;
+    return std::gamma_distribution<double>(ratio * ratio, settings.deviation_ms / ratio);
+}
+
+}  // namespace
+
+/// "5" or "5:1.5", the mean and the standard deviation in milliseconds, up to ten seconds each.
+/// \return empty when the text is neither, or a deviation is asked for without a mean
+std::optional<network_delay_settings> parse_network_delay(std::string const& text) {
+    std::string_view const all = text;
+    std::size_t const colon = all.find(':');
+    auto const mean = parse_milliseconds(all.substr(0, colon));
+    auto const deviation =
+        colon == std::string_view::npos ? std::optional(0.0) : parse_milliseconds(all.substr(colon + 1));
+    if (!mean || !deviation || (*mean == 0.0 && *deviation > 0.0)) {
+        return std::nullopt;
+    }
+    return network_delay_settings{.mean_ms = *mean, .deviation_ms = *deviation};
+}
+
+network_delay::network_delay(network_delay_settings const& settings, std::uint64_t seed)
+    : settings_(settings), random_(seed), milliseconds_(distribution(settings)) {}
+
+std::chrono::nanoseconds network_delay::next() {
+    double const delay = varies(settings_) ? milliseconds_(random_) : settings_.mean_ms;
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double, std::milli>(delay));
+}
+
+}  // namespace camsim

@@ -1,0 +1,56 @@
+#include "packet_pacing.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+namespace camsim {
+
+namespace {
+
+constexpr double bytes_per_megabyte = 1e6;
+
+std::optional<double> parse_number(std::string_view text) {
+    double number = 0.0;
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    bool const whole = error == std::errc{} && end == text.data() + text.size() && std::isfinite(number);
+    return whole ? std::optional(number) : std::nullopt;
+}
+
+}  // namespace
+
+/// Time from the beginning of a packet to the beginning of the next, before the stream channel's own packet delay.
+/// \param packet_bytes size of a full packet with all headers
+/// \param packets packets of the frame
+std::chrono::duration<double> packet_pacing::packet_interval(std::size_t packet_bytes, std::uint32_t packets,
+                                                             std::chrono::duration<double> frame_period) const {
+    switch (how) {
+        case kind::rate:
+            return std::chrono::duration<double>(static_cast<double>(packet_bytes) / value);
+        case kind::spread:
+            return frame_period * value / packets;
+        case kind::burst:
+            break;
+    }
+    return std::chrono::duration<double>(0);
+}
+
+/// "burst", a rate in megabytes (10^6) a second as in "118", or "spread:0.8".
+/// \return empty when the text is none of them, or its number makes no sense
+std::optional<packet_pacing> parse_pacing(std::string const& text) {
+    if (text == "burst") {
+        return packet_pacing{packet_pacing::kind::burst, 0.0};
+    }
+    constexpr std::string_view spread = "spread:";
+    if (text.starts_with(spread)) {
+        auto const share = parse_number(std::string_view(text).substr(spread.size()));
+        bool const sensible = share && *share > 0.0 && *share <= 1.0;
+        return sensible ? std::optional(packet_pacing{packet_pacing::kind::spread, *share}) : std::nullopt;
+    }
+    auto const megabytes = parse_number(text);
+    bool const sensible = megabytes && *megabytes > 0.0;
+    return sensible ? std::optional(packet_pacing{packet_pacing::kind::rate, *megabytes * bytes_per_megabyte})
+                    : std::nullopt;
+}
+
+}  // namespace camsim

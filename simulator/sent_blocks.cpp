@@ -1,0 +1,36 @@
+#include "sent_blocks.hpp"
+
+#include <algorithm>
+
+namespace camsim {
+
+void sent_blocks::begin(stream_block const& block) {
+    std::scoped_lock const lock(mutex_);
+    entries_.push_back({block, 0});
+    if (entries_.size() > capacity_) {
+        entries_.pop_front();
+    }
+}
+
+/// Notes how far the newest block has come.
+void sent_blocks::advance(std::uint32_t packets_sent) {
+    std::scoped_lock const lock(mutex_);
+    if (!entries_.empty()) {
+        entries_.back().packets_sent = packets_sent;
+    }
+}
+
+/// A reopened stream channel counts its blocks from 1 again; what an old one sent must not be taken for the new one's.
+void sent_blocks::clear() {
+    std::scoped_lock const lock(mutex_);
+    entries_.clear();
+}
+
+std::optional<sent_blocks::entry> sent_blocks::find(std::uint64_t block_id, gvsp::id_mode ids) const {
+    std::scoped_lock const lock(mutex_);
+    auto const found = std::ranges::find_if(
+        entries_, [&](entry const& one) { return one.block.block_id == block_id && one.block.ids == ids; });
+    return found == entries_.end() ? std::nullopt : std::optional(*found);
+}
+
+}  // namespace camsim
