@@ -1,0 +1,138 @@
+#include "frame_memory.hpp"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace mediagrabber {
+
+namespace {
+
+/// What one page table maps on x86-64; mremap moves a range of this size and alignment in one step.
+constexpr std::size_t page_table_span = std::size_t{2} << 20U;
+
+constexpr std::size_t rounded_up(std::size_t bytes, std::size_t unit) {
+    return (bytes + unit - 1) / unit * unit;
+}
+
+[[noreturn]] void fail(char const* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+frame_memory::frame_memory(std::size_t frame_bytes, std::size_t slot_count, std::size_t spare_count)
+    : frame_bytes_(frame_bytes),
+      slot_count_(slot_count),
+      spare_count_(spare_count),
+      stride_(rounded_up(frame_bytes, page_table_span)) {
+    // One block more, which is only an address range: the way station of an exchange.
+    std::size_t const block_count = slot_count + spare_count + 1;
+    free_spares_.reserve(spare_count);
+    for (std::size_t i = spare_count; i > 0; --i) {
+        free_spares_.push_back(i - 1);
+    }
+    try {
+        reserve(block_count);
+        map(block_count);
+    } catch (...) {
+        release();
+        throw;
+    }
+}
+
+frame_memory::~frame_memory() {
+    release();
+}
+
+void frame_memory::release() {
+    if (reservation_ != nullptr) {
+        munmap(reservation_, reserved_bytes_);
+    }
+    if (file_ >= 0) {
+        close(file_);
+    }
+}
+
+/// Takes an address range, so that no other mapping of the process ever comes between the blocks.
+void frame_memory::reserve(std::size_t block_count) {
+    reserved_bytes_ = stride_ * block_count + page_table_span;
+    void* const range = mmap(nullptr, reserved_bytes_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (range == MAP_FAILED) {
+        fail("no address range for frame memory");
+    }
+    reservation_ = range;
+    auto const address = reinterpret_cast<std::uintptr_t>(range);
+    first_ = static_cast<std::byte*>(range) + (rounded_up(address, page_table_span) - address);
+}
+
+/// Allocates every page now: memory that is missing is an error here and not a fault while frames arrive.
+void frame_memory::map(std::size_t block_count) {
+    file_ = memfd_create("mediagrabber frames", MFD_CLOEXEC);
+    if (file_ < 0 || ftruncate(file_, static_cast<off_t>(stride_ * block_count)) != 0) {
+        fail("no file for frame memory");
+    }
+    for (std::size_t i = 0; i + 1 < block_count; ++i) {
+        if (fallocate(file_, 0, static_cast<off_t>(i * stride_), static_cast<off_t>(frame_bytes_)) != 0) {
+            fail("not enough memory for the frame buffers");
+        }
+    }
+    void* const mapped = mmap(first_, stride_ * block_count, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file_, 0);
+    if (mapped == MAP_FAILED) {
+        fail("frame memory can't be mapped");
+    }
+    std::size_t const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    for (std::size_t i = 0; i + 1 < block_count; ++i) {
+        if (madvise(block(i), rounded_up(frame_bytes_, page), MADV_POPULATE_WRITE) != 0) {
+            fail("frame memory can't be populated");
+        }
+    }
+}
+
+std::optional<std::size_t> frame_memory::slot_around(void const* first, std::size_t size) const {
+    auto const begin = reinterpret_cast<std::uintptr_t>(first_);
+    auto const wanted = reinterpret_cast<std::uintptr_t>(first);
+    if (wanted < begin || wanted - begin >= slot_count_ * stride_ || size > frame_bytes_) {
+        return std::nullopt;
+    }
+    std::size_t const slot = (wanted - begin) / stride_;
+    std::size_t const offset = (wanted - begin) % stride_;
+    return offset <= frame_bytes_ - size ? std::optional(slot) : std::nullopt;
+}
+
+std::optional<std::size_t> frame_memory::take_spare() {
+    std::lock_guard const lock(mutex_);
+    if (free_spares_.empty()) {
+        return std::nullopt;
+    }
+    std::size_t const spare = free_spares_.back();
+    free_spares_.pop_back();
+    return spare;
+}
+
+void frame_memory::give_back(std::size_t spare) {
+    std::lock_guard const lock(mutex_);
+    free_spares_.push_back(spare);
+}
+
+void frame_memory::exchange(std::size_t slot, std::size_t spare) {
+    std::size_t const way_station = slot_count_ + spare_count_;
+    move_pages(slot, way_station);
+    move_pages(slot_count_ + spare, slot);
+    move_pages(way_station, slot_count_ + spare);
+}
+
+/// Moves what block `from` shows to the addresses of block `to`. MREMAP_DONTUNMAP keeps the range of `from` mapped, so
+/// that there is no moment at which another thread could be given its addresses.
+void frame_memory::move_pages(std::size_t from, std::size_t to) {
+    void* const moved = mremap(block(from), stride_, stride_, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP,
+                               static_cast<void*>(block(to)));
+    if (moved == MAP_FAILED) {
+        fail("the pages of a frame can't be moved");
+    }
+}
+
+}  // namespace mediagrabber

@@ -1,0 +1,125 @@
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <regex>
+#include <stdexcept>
+
+#include "lookup_table_file.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+constexpr std::size_t longest_header = 4'096;
+
+/// What a file says of its contents.
+struct npy_header {
+    std::string type;        ///< "<u2"
+    std::size_t count = 0;   ///< of elements
+    std::size_t offset = 0;  ///< of the first element in the file
+};
+
+[[noreturn]] void fail(std::string const& what) {
+    throw std::runtime_error(what);
+}
+
+/// The beginning: magic, version, length of the description in 2 or 4 bytes, description.
+std::string_view description_of(std::string_view bytes, std::size_t& offset) {
+    constexpr std::string_view magic("\x93NUMPY", 6);
+    constexpr std::size_t version_at = 6;
+    constexpr std::size_t length_at = 8;
+    if (!bytes.starts_with(magic) || bytes.size() < length_at + 4) {
+        fail("is no NumPy file");
+    }
+    auto const version = static_cast<unsigned char>(bytes[version_at]);
+    if (version < 1 || version > 3) {
+        fail("has version " + std::to_string(version) + " of NumPy's format, expected 1 to 3");
+    }
+    std::size_t const length_bytes = version == 1 ? 2 : 4;
+    std::size_t length = 0;
+    for (std::size_t i = 0; i < length_bytes; ++i) {
+        length |= std::size_t{static_cast<unsigned char>(bytes[length_at + i])} << (8 * i);
+    }
+    offset = length_at + length_bytes + length;
+    if (length > longest_header || offset > bytes.size()) {
+        fail("has a damaged header");
+    }
+    return bytes.substr(length_at + length_bytes, length);
+}
+
+std::string value_in(std::string const& description, char const* key, char const* value) {
+    std::smatch found;
+    if (!std::regex_search(description, found, std::regex(std::string("['\"]") + key + "['\"] *: *" + value))) {
+        fail(std::string("has a header without a usable \"") + key + "\"");
+    }
+    return found[1];
+}
+
+std::size_t count_of(std::string const& shape) {
+    static std::regex const one_dimension(" *([0-9]{1,9}) *,? *");
+    std::smatch found;
+    if (!std::regex_match(shape, found, one_dimension)) {
+        fail("has the shape (" + shape + "), expected one dimension");
+    }
+    return std::stoul(found[1]);
+}
+
+npy_header read_header(std::string_view bytes) {
+    npy_header header;
+    std::string const description(description_of(bytes, header.offset));
+    header.type = value_in(description, "descr", "['\"]([^'\"]*)['\"]");
+    header.count = count_of(value_in(description, "shape", "\\(([^)]*)\\)"));
+    return header;
+}
+
+/// Element `i` of numbers that lie one behind the other.
+template <typename number>
+double element(std::string_view data, std::size_t i, bool swapped) {
+    std::array<char, sizeof(number)> bytes{};
+    std::memcpy(bytes.data(), data.data() + i * sizeof(number), sizeof(number));
+    if (swapped) {
+        std::reverse(bytes.begin(), bytes.end());
+    }
+    return static_cast<double>(std::bit_cast<number>(bytes));
+}
+
+template <typename number>
+std::vector<double> elements(std::string_view data, std::size_t count, bool swapped) {
+    if (data.size() != count * sizeof(number)) {
+        fail("holds " + std::to_string(data.size()) + " bytes of data, expected " +
+             std::to_string(count * sizeof(number)) + " for " + std::to_string(count) + " entries");
+    }
+    std::vector<double> values(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = element<number>(data, i, swapped);
+    }
+    return values;
+}
+
+}  // namespace
+
+raw_table read_npy_table(std::string_view bytes) {
+    auto const header = read_header(bytes);
+    auto const data = bytes.substr(header.offset);
+    bool const swapped = header.type.starts_with('>');
+    std::string const type = header.type.substr(std::min<std::size_t>(1, header.type.size()));
+    if (header.type.find_first_of("<>|=") != 0) {
+        fail("has the type " + header.type + ", which is unknown");
+    }
+    if (type == "u1") {
+        return {.values = elements<std::uint8_t>(data, header.count, swapped), .bits = 8};
+    }
+    if (type == "u2") {
+        return {.values = elements<std::uint16_t>(data, header.count, swapped), .bits = 16};
+    }
+    if (type == "f4") {
+        return {.values = elements<float>(data, header.count, swapped), .bits = {}};
+    }
+    if (type == "f8") {
+        return {.values = elements<double>(data, header.count, swapped), .bits = {}};
+    }
+    fail("has the type " + header.type + ", expected uint8, uint16, float32 or float64");
+}
+
+}  // namespace mediagrabber

@@ -1,0 +1,223 @@
+#include "recording_session.hpp"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "configuration_file.hpp"
+#include "configuration_schema.hpp"
+#include "control_address.hpp"
+#include "host_log.hpp"
+#include "running_change.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+constexpr std::chrono::seconds failure_report_interval{1};
+
+void log_lines(std::string const& text, void (*log)(std::string const&)) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        log(line);
+    }
+}
+
+void log_each(std::vector<std::string> const& texts, void (*log)(std::string const&)) {
+    for (auto const& text : texts) {
+        log(text);
+    }
+}
+
+/// " a b c"
+std::string listed(std::vector<std::string> const& words) {
+    std::string text;
+    for (auto const& word : words) {
+        text += " " + word;
+    }
+    return text;
+}
+
+/// The plug-in may be writing to standard output at this moment, and may never end doing so.
+void flush_standard_output_if_free() {
+    if (ftrylockfile(stdout) == 0) {
+        std::fflush(stdout);
+        funlockfile(stdout);
+    }
+}
+
+/// \return nothing when frames are not to become files
+std::optional<tiff_file> file_writer(configuration const& chosen) {
+    if (!chosen.files) {
+        return std::nullopt;
+    }
+    return tiff_file(chosen.compression, "mediagrabber " MEDIAGRABBER_VERSION, chosen.model.value_or(std::string()));
+}
+
+}  // namespace
+
+recording_session::recording_session(configuration_reader read, configuration first, plugin_library const& plugin)
+    : read_(std::move(read)),
+      first_(std::move(first)),
+      configurations_(first_),
+      recording_(first_.directory, file_writer(first_)),
+      exporter_(recording_, first_.export_buffers,
+                [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); }),
+      intake_(&exporter_, first_.export_buffers, first_.frames, progress_),
+      context_(configurations_, latch_, intake_, progress_, plugin),
+      report_(progress_, exporter_, first_.frames) {}
+
+exit_status recording_session::run() {
+    log_info("recording to " + recording_.directory().string() + " with plug-in " + context_.plugin_version());
+    listen();
+    exit_status const status = run_until_decided();
+    signal_watch::restore_default();
+    return finish(status);
+}
+
+/// A place that nobody asked for and that can't be had is no reason not to record.
+void recording_session::listen() {
+    if (first_.control_socket == "none") {
+        return;
+    }
+    try {
+        control_ = std::make_unique<control_server>(
+            first_.control_socket ? std::filesystem::path(*first_.control_socket)
+                                  : default_control_socket(first_.log_instance),
+            [this](change_request const& wanted) {
+                return change_while_running(wanted, configurations_, context_.changes(), latch_);
+            });
+        log_info("`mediagrabber set` reaches this recording at " + control_->path().string());
+    } catch (std::runtime_error const& error) {
+        if (first_.control_socket) {
+            throw;
+        }
+        log_warning(std::string(error.what()) + "; `mediagrabber set` can't reach this recording");
+    }
+}
+
+void recording_session::stop_listening() {
+    context_.changes().cancel();
+    control_.reset();
+}
+
+exit_status recording_session::run_until_decided() {
+    signal_watch signals(latch_, progress_, std::chrono::duration<double>(first_.grace_time_s),
+                         {.reload = [this] { reload(); }, .cut_short = [this](char const* why) { cut_short(why); }});
+    restart_policy policy(first_.give_up_after);
+    while (true) {
+        auto const ended = run_once();
+        if (!signals.stop_asked() && go_back(ended)) {
+            continue;
+        }
+        auto const decision = policy.decide({.exit_code = ended.exit_code,
+                                             .stop_requested = signals.stop_asked(),
+                                             .frames_complete = intake_.complete(),
+                                             .new_configuration = ended.signal == static_cast<int>(request::reload),
+                                             .frames_arrived = ended.frames_arrived});
+        if (*decision.reason != '\0') {
+            log_warning(std::string(decision.reason) + " (exit code " + std::to_string(ended.exit_code) + ")");
+        }
+        if (decision.next == run_decision::step::end) {
+            return decision.status;
+        }
+        if (decision.next == run_decision::step::wait_and_run_again &&
+            signals.wait_for_stop_or_reload(std::chrono::duration<double>(first_.retry_interval_s)) &&
+            signals.stop_asked()) {
+            return exit_status::success;
+        }
+    }
+}
+
+/// What was offered while the plug-in was not running comes into force before it runs.
+host_context::ended_run recording_session::run_once() {
+    if (configurations_.waiting() || latch_.reload_pending()) {
+        context_.take_configuration();
+    }
+    configuration const& begun_with = configurations_.in_force();
+    auto const ended = context_.run();
+    if (ended.frames_arrived) {
+        proven_ = &begun_with;
+    }
+    return ended;
+}
+
+/// A new configuration that the camera does not take ends no recording that was going on with the old one.
+bool recording_session::go_back(host_context::ended_run const& ended) {
+    bool const refused = ended.exit_code == buffers_unusable || ended.exit_code == configuration_failed;
+    if (!refused || ended.frames_arrived || proven_ == nullptr || proven_ == &configurations_.in_force()) {
+        return false;
+    }
+    log_error(std::string(meaning_of(ended.exit_code)) + " (exit code " + std::to_string(ended.exit_code) +
+              "): going back to the configuration before the reload");
+    configurations_.go_back_to(*proven_);
+    proven_ = nullptr;
+    return true;
+}
+
+/// Waits for the disk, says what came of it, and judges.
+exit_status recording_session::finish(exit_status status) {
+    stop_listening();
+    exporter_.finish();
+    report_.stop();
+    auto const figures = report_.figures();
+    log_lines(summary_text(figures, recording_.directory().string()), log_info);
+    bool const all_kept = figures.overrun == 0 && figures.not_written == 0 && figures.kept >= figures.wanted;
+    return status == exit_status::success && !all_kept ? exit_status::frames_lost : status;
+}
+
+/// On the thread of the signals, while the plug-in's thread is somewhere inside the plug-in and can't be brought back:
+/// everything is put in order around it, and the process ends.
+void recording_session::cut_short(char const* reason) {
+    signal_watch::restore_default();
+    log_warning(std::string(reason) + ": ending without it");
+    exit_status const status = finish(exit_status::cut_short);
+    close_log();
+    flush_standard_output_if_free();
+    _exit(static_cast<int>(status));
+}
+
+/// Reads and checks the file here, on the thread of the signals, so that the plug-in's thread does not wait for a disk.
+void recording_session::reload() {
+    try {
+        auto loaded = read_();
+        log_each(remarks(loaded), log_warning);
+        report_changes(loaded.values);
+        configurations_.offer(std::move(loaded.values));
+    } catch (configuration_error const& error) {
+        log_lines(error.what(), log_error);
+        log_error("the configuration is not reloaded, the old one stays in force");
+        configurations_.offer_refusal();
+    }
+}
+
+void recording_session::report_changes(configuration const& next) const {
+    auto const before = configurations_.latest();
+    auto running = changed_keys(before, next, change_effect::small_change);
+    auto const reconfigured = changed_keys(before, next, change_effect::reconfiguration);
+    running.insert(running.end(), reconfigured.begin(), reconfigured.end());
+    auto const new_run = changed_keys(before, next, change_effect::new_run);
+    auto const next_start = changed_keys(first_, next, change_effect::next_start);
+    bool const any = !running.empty() || !new_run.empty();
+    log_info("reload: " + (any ? "changed" + listed(running) + listed(new_run) : "nothing has changed") +
+             (new_run.empty() ? "" : "; another run begins with it"));
+    if (!next_start.empty()) {
+        log_warning("reload: these wait until mediagrabber is started again:" + listed(next_start));
+    }
+}
+
+/// One message a second at most: a full disk fails for every frame.
+void recording_session::report_failure(frame_record const& frame, std::string const& why) {
+    auto const now = std::chrono::steady_clock::now().time_since_epoch();
+    auto const ticks = std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+    if (ticks < next_failure_report_) {
+        return;
+    }
+    next_failure_report_ = ticks + std::chrono::nanoseconds(failure_report_interval).count();
+    log_error("frame " + std::to_string(frame.number) + " is not on disk: " + why);
+}
+
+}  // namespace mediagrabber

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "configuration.hpp"
+#include "configuration_file.hpp"
+#include "configuration_store.hpp"
+#include "control_server.hpp"
+#include "exit_status.hpp"
+#include "frame_exporter.hpp"
+#include "frame_intake.hpp"
+#include "grab_progress.hpp"
+#include "host_context.hpp"
+#include "plugin_library.hpp"
+#include "progress_report.hpp"
+#include "recording.hpp"
+#include "restart_policy.hpp"
+#include "signal_latch.hpp"
+#include "signal_watch.hpp"
+
+namespace mediagrabber {
+
+/// One recording from beginning to end, with all that takes part in it.
+class recording_session {
+public:
+    /// Reads a configuration, the same way each time. \throws configuration_error
+    using configuration_reader = std::function<loaded_configuration()>;
+
+    /// \param read  what a reload reads the configuration with
+    recording_session(configuration_reader read, configuration first, plugin_library const& plugin);
+
+    /// Runs the plug-in as often as it takes. \return how the recording ended
+    exit_status run();
+
+private:
+    exit_status run_until_decided();
+    exit_status finish(exit_status status);
+    [[noreturn]] void cut_short(char const* reason);
+    void listen();
+    void stop_listening();
+    void reload();
+    void report_changes(configuration const& next) const;
+    host_context::ended_run run_once();
+    bool go_back(host_context::ended_run const& ended);
+    void report_failure(frame_record const& frame, std::string const& why);
+
+    configuration_reader const read_;
+    configuration const first_;  ///< what is fixed for the whole recording comes from here
+    grab_progress progress_;
+    signal_latch latch_;
+    configuration_store configurations_;
+    recording recording_;
+    frame_exporter exporter_;
+    frame_intake intake_;
+    host_context context_;
+    progress_report report_;
+    std::unique_ptr<control_server> control_;
+
+    configuration const* proven_ = nullptr;  ///< frames came from a run that began with it
+
+    std::atomic<std::int64_t> next_failure_report_{0};  ///< ticks of the steady clock
+};
+
+}  // namespace mediagrabber
