@@ -1,0 +1,41 @@
+"""What goes over the loopback interface, as Wireshark reads it."""
+
+import pathlib
+import signal
+import socket
+import subprocess
+
+from camera_process import DEADLINE_SECONDS, run, wait_for
+
+
+class Capture:
+    """Captures the loopback interface while its context lasts."""
+
+    def __init__(self, directory):
+        self.path = pathlib.Path(directory) / "capture.pcapng"
+
+    def __enter__(self):
+        self.process = subprocess.Popen(["dumpcap", "-q", "-i", "lo", "-B", "64", "-w", str(self.path)],
+                                        stderr=subprocess.PIPE, text=True)
+        wait_for(lambda: self.path.exists() and self.path.stat().st_size > 0, "dumpcap")
+        return self
+
+    def __exit__(self, *_):
+        self._wait_for_what_was_sent()
+        self.process.send_signal(signal.SIGINT)
+        _, report = self.process.communicate(timeout=DEADLINE_SECONDS)
+        assert self.process.returncode == 0, report
+
+    def _wait_for_what_was_sent(self):
+        """dumpcap ends without the packets that it has not read yet; so it has to have read one that is sent last."""
+        last = b"the last packet of this capture"
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            sender.sendto(last, ("127.0.0.1", 9))
+        wait_for(lambda: last in self.path.read_bytes(), "the last packet in the capture")
+
+    def fields(self, stream_port, display_filter, *names):
+        """The named fields of every packet that passes the filter; packets of `stream_port` are read as GVSP."""
+        wanted = [word for name in names for word in ("-e", name)]
+        output = run("tshark", "-r", str(self.path), "-d", f"udp.port=={stream_port},gvsp", "-Y", display_filter,
+                     "-T", "fields", *wanted)
+        return [line.split("\t") for line in output.splitlines()]

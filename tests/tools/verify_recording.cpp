@@ -1,0 +1,266 @@
+/// \file
+/// verify_recording: compares a recording of mediagrabber with what camsim says that it sent, bit for bit.
+///
+/// Frames are matched by the camera's timestamp. Every frame that the camera sent between the first and the last one
+/// recorded has to be there, too. A frame in another format than the camera's is compared with the camera's converted;
+/// with
+/// --turned, frames are compared with the camera's turned by 180 degrees.
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "frame_renderer.hpp"
+#include "picture.hpp"
+#include "truth_log.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+picture read_tiff(fs::path const& file) {
+    std::unique_ptr<TIFF, void (*)(TIFF*)> const tiff(TIFFOpen(file.c_str(), "r"), TIFFClose);
+    if (tiff == nullptr) {
+        throw std::runtime_error("can't be read as TIFF");
+    }
+    picture read;
+    std::uint16_t bits = 0;
+    TIFFGetField(tiff.get(), TIFFTAG_IMAGEWIDTH, &read.width);
+    TIFFGetField(tiff.get(), TIFFTAG_IMAGELENGTH, &read.height);
+    TIFFGetField(tiff.get(), TIFFTAG_BITSPERSAMPLE, &bits);
+    if (bits != 8 && bits != 16) {
+        throw std::runtime_error("has " + std::to_string(bits) + " bits a pixel");
+    }
+    std::vector<std::uint8_t> line(static_cast<std::size_t>(TIFFScanlineSize(tiff.get())));
+    read.values.reserve(std::size_t{read.width} * read.height);
+    for (std::uint32_t y = 0; y < read.height; ++y) {
+        if (TIFFReadScanline(tiff.get(), line.data(), y) != 1) {
+            throw std::runtime_error("ends in line " + std::to_string(y));
+        }
+        for (std::uint32_t x = 0; x < read.width; ++x) {
+            read.values.push_back(bits == 8 ? line[x] : static_cast<std::uint16_t>(line[2 * x] | line[2 * x + 1] << 8));
+        }
+    }
+    return read;
+}
+
+/// Pixel `x` of a line as the camera sends it.
+std::uint16_t sent_value(std::byte const* line, std::uint32_t x, camsim::pixel_format format) {
+    auto const byte_at = [line](std::size_t i) { return std::to_integer<unsigned>(line[i]); };
+    unsigned value = 0;
+    switch (format) {
+        case camsim::pixel_format::mono12_packed: {
+            std::size_t const pair = std::size_t{x} / 2 * 3;
+            value = x % 2 == 0 ? byte_at(pair) << 4U | (byte_at(pair + 1) & 0xFU)
+                               : byte_at(pair + 2) << 4U | byte_at(pair + 1) >> 4U;
+            break;
+        }
+        case camsim::pixel_format::mono12:
+            value = byte_at(2 * std::size_t{x}) | byte_at(2 * std::size_t{x} + 1) << 8U;
+            break;
+        default:
+            value = byte_at(x);
+            break;
+    }
+    return static_cast<std::uint16_t>(value);
+}
+
+/// Renders frames again as the camera sent them.
+class sent_frames {
+public:
+    explicit sent_frames(camsim::scene_settings const& scene) : renderer_(scene) {}
+
+    picture render(camsim::frame_settings const& settings) {
+        bytes_.resize(camsim::frame_bytes(settings.area, settings.format));
+        renderer_.prepare(settings);
+        renderer_.render_lines(0, settings.area.height, bytes_);
+        picture sent{.width = settings.area.width, .height = settings.area.height, .values = {}};
+        std::size_t const stride = camsim::line_bytes(settings.area.width, settings.format);
+        sent.values.reserve(std::size_t{sent.width} * sent.height);
+        for (std::uint32_t y = 0; y < sent.height; ++y) {
+            for (std::uint32_t x = 0; x < sent.width; ++x) {
+                sent.values.push_back(sent_value(bytes_.data() + y * stride, x, settings.format));
+            }
+        }
+        return sent;
+    }
+
+private:
+    camsim::frame_renderer renderer_;
+    std::vector<std::byte> bytes_;
+};
+
+pixel_meaning meaning_of(camsim::pixel_format format) {
+    switch (format) {
+        case camsim::pixel_format::mono12:
+        case camsim::pixel_format::mono12_packed:
+            return {.bits = 12, .bayer = false};
+        case camsim::pixel_format::bayer_rg8:
+            return {.bits = 8, .bayer = true};
+        default:
+            return {.bits = 8, .bayer = false};
+    }
+}
+
+struct recorded_frame {
+    std::string file;
+    pixel_meaning meaning;
+    std::uint64_t number = 0;
+    std::optional<std::uint64_t> ticks;
+};
+
+std::vector<recorded_frame> read_journal(fs::path const& directory) {
+    std::ifstream in(directory / "frames.jsonl");
+    if (!in) {
+        throw std::runtime_error(directory.string() + " holds no frames.jsonl");
+    }
+    std::vector<recorded_frame> frames;
+    for (std::string text; std::getline(in, text);) {
+        auto const line = nlohmann::json::parse(text);
+        if (line.at("file").is_null()) {
+            throw std::runtime_error("the recording has no files to compare, it was made with output.files = \"none\"");
+        }
+        recorded_frame frame{.file = line.at("file"), .meaning = {}, .number = line.at("frame"), .ticks = {}};
+        frame.meaning = {.bits = line.at("significant_bits"), .bayer = line.at("format") == "BayerRG8T"};
+        if (!line.at("ticks").is_null()) {
+            frame.ticks = line.at("ticks").get<std::uint64_t>();
+        }
+        frames.push_back(std::move(frame));
+    }
+    return frames;
+}
+
+/// What came out of the comparison.
+struct verdict {
+    std::uint64_t identical = 0;
+    std::uint64_t different = 0;  ///< other pixels, or no frame that the camera sent
+    std::uint64_t missing = 0;    ///< sent between the first and the last one recorded, and not there
+    std::uint64_t stray = 0;      ///< files in the directory that the journal does not know
+    std::uint64_t skipped = 0;    ///< left out by the camera itself between the first and the last
+
+    bool good() const { return identical > 0 && different == 0 && missing == 0 && stray == 0; }
+};
+
+using frames_by_ticks = std::map<std::uint64_t, camsim::truth_frame>;
+
+/// What a recorded frame has to be.
+picture expected_picture(camsim::frame_settings const& settings, pixel_meaning recorded, bool is_turned,
+                         sent_frames& renderer) {
+    pixel_meaning const sent = meaning_of(settings.format);
+    picture const original = renderer.render(settings);
+    return converted(is_turned ? turned(original, sent.bayer) : original, sent, recorded);
+}
+
+void compare(fs::path const& directory, std::vector<recorded_frame> const& recorded, frames_by_ticks const& sent,
+             bool is_turned, sent_frames& renderer, verdict& result) {
+    for (auto const& frame : recorded) {
+        auto const complain = [&](std::string const& what) {
+            std::cerr << frame.file << ": " << what << '\n';
+            ++result.different;
+        };
+        auto const original = frame.ticks ? sent.find(*frame.ticks) : sent.end();
+        if (original == sent.end()) {
+            complain("no frame that the camera sent has this timestamp");
+            continue;
+        }
+        try {
+            if (read_tiff(directory / frame.file) ==
+                expected_picture(original->second.settings, frame.meaning, is_turned, renderer)) {
+                ++result.identical;
+            } else {
+                complain("differs from what the camera sent as block " + std::to_string(original->second.block_id));
+            }
+        } catch (std::runtime_error const& error) {
+            complain(error.what());
+        }
+    }
+}
+
+/// Camera timestamps rise, so the frames between two recorded ones lie between their timestamps.
+void look_for_gaps(std::vector<recorded_frame> const& recorded, frames_by_ticks const& sent, verdict& result) {
+    std::vector<std::uint64_t> ticks;
+    for (auto const& frame : recorded) {
+        if (frame.ticks) {
+            ticks.push_back(*frame.ticks);
+        }
+    }
+    if (ticks.empty()) {
+        return;
+    }
+    std::sort(ticks.begin(), ticks.end());
+    for (auto at = sent.lower_bound(ticks.front()); at != sent.end() && at->first <= ticks.back(); ++at) {
+        if (at->second.fate == camsim::frame_fate::skipped) {
+            ++result.skipped;
+        } else if (at->second.fate == camsim::frame_fate::sent &&
+                   !std::binary_search(ticks.begin(), ticks.end(), at->first)) {
+            std::cerr << "missing: block " << at->second.block_id << ", ticks " << at->first << '\n';
+            ++result.missing;
+        }
+    }
+}
+
+void look_for_strays(fs::path const& directory, std::vector<recorded_frame> const& recorded, verdict& result) {
+    for (auto const& entry : fs::directory_iterator(directory)) {
+        std::string const name = entry.path().filename().string();
+        bool const known = name == "frames.jsonl" || std::any_of(recorded.begin(), recorded.end(),
+                                                                 [&](auto const& frame) { return frame.file == name; });
+        if (!known) {
+            std::cerr << "stray file: " << name << '\n';
+            ++result.stray;
+        }
+    }
+}
+
+verdict verify(fs::path const& directory, fs::path const& truth_file, bool is_turned) {
+    std::ifstream truth(truth_file);
+    if (!truth) {
+        throw std::runtime_error(truth_file.string() + " can't be read");
+    }
+    camsim::truth_reader reader(truth);
+    frames_by_ticks sent;
+    while (auto const frame = reader.next()) {
+        sent.emplace(frame->ticks, *frame);
+    }
+    auto const recorded = read_journal(directory);
+    sent_frames renderer(reader.header().scene);
+    verdict result;
+    compare(directory, recorded, sent, is_turned, renderer, result);
+    look_for_gaps(recorded, sent, result);
+    look_for_strays(directory, recorded, result);
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    fs::path directory;
+    fs::path truth_file;
+    CLI::App app("verify_recording: compares a recording with what camsim sent, bit for bit.", "verify_recording");
+    app.add_option("recording", directory, "Directory with frames.jsonl")->required();
+    app.add_option("truth", truth_file, "Truth file that camsim wrote")->required();
+    bool is_turned = false;
+    app.add_flag("--turned", is_turned, "Frames were turned by 180 degrees");
+    CLI11_PARSE(app, argc, argv);
+    try {
+        verdict const result = verify(directory, truth_file, is_turned);
+        std::cout << result.identical << " frames identical, " << result.different << " different, " << result.missing
+                  << " missing, " << result.stray << " stray files; " << result.skipped << " left out by the camera\n";
+        return result.good() ? 0 : 1;
+    } catch (std::exception const& error) {
+        std::cerr << "verify_recording: " << error.what() << '\n';
+        return 1;
+    }
+}

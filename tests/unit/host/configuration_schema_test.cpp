@@ -1,0 +1,223 @@
+#include "configuration_schema.hpp"
+
+#include <gmock/gmock.h>
+#include <rapidcheck/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "configuration_file.hpp"
+
+using namespace mediagrabber;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+/// What a key takes and what it refuses; values as a file spells them.
+struct key_case {
+    std::string path;
+    std::string default_value;  ///< as TOML, empty: not configured
+    std::vector<std::string> taken;
+    std::vector<std::string> refused;
+    std::string beside;  ///< what else the file has to say
+};
+
+std::vector<key_case> const key_cases{
+    {"camera.model", "", {"\"M\"", R"("a \"quoted\" \\ one")"}, {"\"\"", "5", "\"\\u0000\"", "[\"M\"]"}, ""},
+    {"camera.serial", "", {"\"S\""}, {"\"\"", "5", "true"}, "camera.model = \"M\""},
+    {"camera.active_mask", "", {"1", "4294967295"}, {"-1", "4294967296", "\"1\"", "1.0"}, ""},
+    {"image.width", "", {"1", "65535"}, {"0", "65536", "-1", "1.5", "\"640\"", "640.0", "true"}, ""},
+    {"image.height", "", {"1", "65535"}, {"0", "65536", "\"480\""}, ""},
+    {"image.offset_x", "", {"0", "65535"}, {"-1", "65536", "0.5"}, ""},
+    {"image.offset_y", "", {"0", "65535"}, {"-1", "65536", "0.5"}, ""},
+    {"image.format",
+     "\"mono8\"",
+     {"\"mono8\"", "\"mono12p\"", "\"mono12\"", "\"bayer_rg8\""},
+     {"\"Mono8\"", "\"none\"", "1", "\"\""},
+     ""},
+    {"image.convert_to",
+     "\"none\"",
+     {"\"none\"", "\"mono8\"", "\"mono12p\"", "\"mono12\"", "\"bayer_rg8\""},
+     {"\"rgb\"", "0", "false"},
+     "image.format = \"bayer_rg8\""},
+    {"image.rotate", "0", {"0", "180"}, {"90", "270", "360", "-180", "180.0", "\"180\""}, ""},
+    {"transport.packet_size", "\"auto\"", {"\"auto\"", "576", "9000"}, {"575", "9001", "\"automatic\"", "0"}, ""},
+    {"timing.frame_rate", "", {"0.01", "25", "100000"}, {"0", "0.009", "100001", "nan", "inf", "-1", "\"25\""}, ""},
+    {"timing.clock_correction", "0", {"-100000000", "0", "100000000"}, {"-100000001", "100000001", "1.5", "\"0\""}, ""},
+    {"exposure.mode", "\"untouched\"", {"\"untouched\"", "\"manual\"", "\"auto\""}, {"\"automatic\"", "1", "true"}, ""},
+    {"exposure.time_us", "", {"0.1", "1000.5", "100000000"}, {"0", "0.09", "1e9", "nan", "-5", "[1]"}, ""},
+    {"exposure.limits_us",
+     "",
+     {"[1, 2]", "[1, 100000000]", "[1.5, 2.5]"},
+     {"[2, 1]", "[1, 1]", "[0.5, 2]", "[1]", "[1, 2, 3]", "1", "[\"1\", 2]", "[1, inf]", "[]"},
+     ""},
+    {"gain.mode", "\"untouched\"", {"\"untouched\"", "\"manual\"", "\"auto\""}, {"\"off\"", "2", "false"}, ""},
+    {"gain.db", "", {"-60", "0", "6.5", "60"}, {"-60.1", "60.1", "-100", "nan", "\"6\""}, ""},
+    {"gain.limits_db", "", {"[-60, 60]", "[0, 0.5]"}, {"[-61, 1]", "[1, 61]", "[3, 3]", "6", "[true, 1]"}, ""},
+    {"auto.brightness", "", {"0", "0.5", "1"}, {"-0.1", "1.1", "50", "nan", "\"0.5\""}, ""},
+    {"auto.area", "false", {"true", "false"}, {"1", "0", "\"true\""}, ""},
+    {"tone.enable", "false", {"true", "false"}, {"1", "\"on\""}, ""},
+    {"tone.gamma", "", {"0.01", "0.45", "1", "10"}, {"0", "10.5", "-1", "nan", "\"1\""}, ""},
+    {"tone.lut", "", {}, {"\"\"", "5", "[\"a.csv\"]"}, ""},
+    {"tone.lut_bits", "", {"8", "12", "16"}, {"7", "17", "12.0", "\"12\""}, ""},
+    {"tone.contrast_limit", "4", {"1", "2.5", "1000"}, {"0.9", "1001", "nan", "\"4\""}, ""},
+    {"tone.percentiles", "[0, 100]", {"[0, 100]", "[0.5, 99.5]"}, {"[-1, 99]", "[1, 101]", "[5, 5]", "[5]", "5"}, ""},
+    {"memory.buffers", "16", {"2", "512"}, {"1", "513", "0", "16.0"}, ""},
+    {"memory.export_buffers", "16", {"1", "512"}, {"0", "513", "true"}, ""},
+    {"run.frames", "0", {"0", "4294967294"}, {"-1", "4294967295", "10.0"}, ""},
+    {"run.grace_time_s", "5", {"0.1", "86400"}, {"0", "0.05", "86401", "inf"}, ""},
+    {"run.retry_interval_s", "2", {"0", "86400"}, {"-1", "86401", "nan"}, ""},
+    {"run.give_up_after", "0", {"0", "1000000", "\"never\""}, {"-1", "1000001", "\"always\"", "1.0"}, ""},
+    {"output.directory", "\"recording\"", {"\"a/b\""}, {"\"\"", "5", "\"a\\u0000b\""}, ""},
+    {"output.files", "\"tiff\"", {"\"tiff\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
+    {"output.compression", "\"none\"", {"\"none\"", "\"lzw\"", "\"deflate\""}, {"\"zip\"", "0", "true"}, ""},
+    {"control.socket", "", {"\"/a/b\"", "\"none\""}, {"\"\"", "5", "\"" + std::string(108, 'x') + "\""}, ""},
+    {"log.level",
+     "\"warning\"",
+     {"\"nothing\"", "\"error\"", "\"warning\"", "\"info\"", "\"debug\""},
+     {"\"trace\"", "2"},
+     ""},
+    {"log.sinks",
+     "[\"stdout\"]",
+     {"[]", "[\"stdout\"]", "[\"syslog\"]", "[\"stdout\", \"syslog\"]"},
+     {"\"stdout\"", "[\"file\"]", "[1]", "true"},
+     ""},
+    {"log.instance", "0", {"0", "4294967295"}, {"-1", "4294967296", "0.0"}, ""},
+};
+
+configuration_key const& schema_key_of(std::string const& path) {
+    auto const& schema = configuration_schema();
+    auto const found = std::find_if(schema.begin(), schema.end(), [&](auto const& key) { return key.path == path; });
+    if (found == schema.end()) {
+        throw std::out_of_range(path);
+    }
+    return *found;
+}
+
+class EveryKey : public testing::TestWithParam<key_case> {};
+
+}  // namespace
+
+TEST(ConfigurationSchema, HasExactlyTheKeysThatAreTestedHere) {
+    std::set<std::string> tested;
+    for (auto const& one : key_cases) {
+        tested.insert(one.path);
+    }
+    std::set<std::string> known;
+    for (auto const& key : configuration_schema()) {
+        known.insert(key.path);
+    }
+    EXPECT_EQ(known, tested);
+}
+
+TEST_P(EveryKey, HasItsDefault) {
+    EXPECT_EQ(schema_key_of(GetParam().path).show(configuration{}), GetParam().default_value);
+}
+
+TEST_P(EveryKey, TakesWhatIsWithinItsLimits) {
+    for (auto const& value : GetParam().taken) {
+        auto const text = GetParam().beside + "\n" + GetParam().path + " = " + value;
+        EXPECT_EQ(schema_key_of(GetParam().path).show(parse_configuration(text, "f").values), value);
+    }
+}
+
+TEST_P(EveryKey, RefusesAnythingElseWithItsPlace) {
+    auto const place = "f:2:" + std::to_string(GetParam().path.size() + 4) + ": " + GetParam().path + ": ";
+    for (auto const& value : GetParam().refused) {
+        try {
+            parse_configuration(GetParam().beside + "\n" + GetParam().path + " = " + value, "f");
+            ADD_FAILURE() << GetParam().path << " takes " << value;
+        } catch (configuration_error const& error) {
+            EXPECT_THAT(error.what(), testing::StartsWith(place));
+            EXPECT_THAT(error.what(), HasSubstr("expected " + schema_key_of(GetParam().path).expects));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(ConfigurationSchema, EveryKey, testing::ValuesIn(key_cases), [](auto const& one) {
+    std::string name = one.param.path;
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '.' || c == '_'; }, 'X');
+    return name;
+});
+
+RC_GTEST_PROP(ConfigurationSchema, AnIntegerIsTakenWhereverItIsWithinTheLimits, (std::int64_t value)) {
+    bool const within = value >= 1 && value <= 65'535;
+    try {
+        auto const loaded = parse_configuration("image.width = " + std::to_string(value), "f");
+        RC_ASSERT(within);
+        RC_ASSERT(*loaded.values.width == value);
+    } catch (configuration_error const&) {
+        RC_ASSERT(!within);
+    }
+}
+
+RC_GTEST_PROP(ConfigurationSchema, ATextIsShownAsTomlThatReadsBackTheSame, ()) {
+    auto const text = *rc::gen::nonEmpty(rc::gen::container<std::string>(rc::gen::inRange<char>(' ', '\x7f')));
+    auto const& key = schema_key_of("output.directory");
+    configuration values;
+    values.directory = text;
+    RC_ASSERT(parse_configuration(key.path + " = " + key.show(values), "f").values.directory == text);
+}
+
+TEST(ConfigurationSchema, ShowsATextWithControlCharactersAsTomlThatReadsBackTheSame) {
+    auto const& key = schema_key_of("output.directory");
+    configuration values;
+    values.directory = "a\tb\nc\x01\x7f\xc3\xa4";
+    EXPECT_EQ(parse_configuration(key.path + " = " + key.show(values), "f").values.directory, values.directory);
+}
+
+TEST(ConfigurationSchema, LimitsATextToItsLength) {
+    EXPECT_NO_THROW(parse_configuration("camera.model = \"" + std::string(255, 'x') + "\"", "f"));
+    EXPECT_THROW(parse_configuration("camera.model = \"" + std::string(256, 'x') + "\"", "f"), configuration_error);
+}
+
+TEST(ConfigurationSchema, TellsWhichChangesNeedWhat) {
+    configuration const before;
+    configuration after;
+    after.frame_rate = 10.0F;
+    after.gain_db = 10.0F;
+    after.format = 2;
+    after.directory = "elsewhere";
+    after.lines.push_back({.pin = 5, .source = line_source::low, .inverted = false});
+    EXPECT_THAT(changed_keys(before, after, change_effect::small_change), ElementsAre("gain.db", "line"));
+    EXPECT_THAT(changed_keys(before, after, change_effect::reconfiguration), ElementsAre("timing.frame_rate"));
+    EXPECT_THAT(changed_keys(before, after, change_effect::new_run), ElementsAre("image.format"));
+    EXPECT_THAT(changed_keys(before, after, change_effect::next_start), ElementsAre("output.directory"));
+    EXPECT_THAT(changed_keys(after, after, change_effect::small_change), IsEmpty());
+}
+
+TEST(ConfigurationSchema, SeesAValueThatIsTakenBackAsAChange) {
+    configuration before;
+    before.gain_db = 3.0F;
+    EXPECT_THAT(changed_keys(before, configuration{}, change_effect::small_change), ElementsAre("gain.db"));
+}
+
+TEST(ConfigurationSchema, SeesAnotherTableUnderTheSameNameAsAChange) {
+    configuration before;
+    before.lut_file = "/a.csv";
+    before.lut = kept_table(lookup_table(256, 1));
+    auto after = before;
+    EXPECT_THAT(changed_keys(before, after, change_effect::small_change), IsEmpty());
+    after.lut = kept_table(lookup_table(256, 2));
+    EXPECT_THAT(changed_keys(before, after, change_effect::small_change), ElementsAre("tone.lut"));
+}
+
+TEST(ConfigurationSchema, SaysSomethingAboutEveryKey) {
+    for (auto const& key : configuration_schema()) {
+        EXPECT_FALSE(key.meaning.empty() || key.expects.empty() || key.default_text.empty()) << key.path;
+        EXPECT_THAT(configuration_reference(), HasSubstr("| `" + key.path + "` |"));
+    }
+    EXPECT_THAT(configuration_reference(), HasSubstr("| `line.pin` |"));
+}
+
+TEST(ConfigurationSchema, IsWhatTheManualSays) {
+    std::ostringstream manual;
+    manual << std::ifstream(HOST_MANUAL).rdbuf();
+    EXPECT_NE(manual.str().find(configuration_reference()), std::string::npos)
+        << "`mediagrabber keys` prints the table that belongs there";
+}

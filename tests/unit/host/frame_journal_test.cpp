@@ -1,0 +1,111 @@
+#include "frame_journal.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <system_error>
+
+#include "file_size_limit.hpp"
+#include "temporary_directory.hpp"
+
+using namespace mediagrabber;
+
+namespace {
+
+class FrameJournal : public testing::Test {
+protected:
+    FrameJournal() : descriptor(open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    ~FrameJournal() override { close(descriptor); }
+
+    std::string text() const {
+        std::ostringstream all;
+        all << std::ifstream(directory.path() / "frames.jsonl").rdbuf();
+        return all.str();
+    }
+
+    temporary_directory const directory;
+    int const descriptor;
+};
+
+frame_record full_record() {
+    return {.number = 3,
+            .timestamp_us = 1'700'000'000'123'456,
+            .handed_over_us = 1'700'000'000'130'000,
+            .announced_us = 1'700'000'000'123'450,
+            .ticks = 18'446'744'073'709'551'615U,
+            .gain_db = 1.5F,
+            .exposure_us = 250.0F,
+            .counter = 4'294'967'295U,
+            .temperature_c = 36.5F,
+            .width = 640,
+            .height = 480,
+            .stride = 960,
+            .format = &pixel_formats[1]};
+}
+
+}  // namespace
+
+TEST(JournalLine, HasEveryValueThatWasPublished) {
+    EXPECT_EQ(journal_line(full_record(), "a.tif"),
+              "{\"file\":\"a.tif\",\"frame\":3,\"timestamp_us\":1700000000123456,"
+              "\"handed_over_us\":1700000000130000,\"announced_us\":1700000000123450,"
+              "\"ticks\":18446744073709551615,\"gain_db\":1.5,\"exposure_us\":250.0,\"counter\":4294967295,"
+              "\"width\":640,\"height\":480,\"stride\":960,\"format\":\"MONO12PT\",\"significant_bits\":12,"
+              "\"temperature_c\":36.5}\n");
+}
+
+TEST(JournalLine, HasNullForWhatWasNotPublished) {
+    frame_record record;
+    record.format = &pixel_formats[0];
+    auto const line = nlohmann::json::parse(journal_line(record, "a.tif"));
+    for (char const* const name : {"announced_us", "ticks", "gain_db", "exposure_us", "counter", "temperature_c"}) {
+        EXPECT_TRUE(line.at(name).is_null()) << name;
+    }
+}
+
+TEST(JournalLine, HasNullForAFileThatIsNot) {
+    EXPECT_TRUE(nlohmann::json::parse(journal_line(full_record(), std::nullopt)).at("file").is_null());
+}
+
+TEST(JournalLine, HasNullForWhatIsNoNumber) {
+    auto record = full_record();
+    record.gain_db = -std::numeric_limits<float>::infinity();
+    record.exposure_us = std::numeric_limits<float>::quiet_NaN();
+    auto const line = nlohmann::json::parse(journal_line(record, "a.tif"));
+    EXPECT_TRUE(line.at("gain_db").is_null());
+    EXPECT_TRUE(line.at("exposure_us").is_null());
+}
+
+TEST_F(FrameJournal, HoldsLineAfterLine) {
+    frame_journal journal(descriptor);
+    journal.append("one\n");
+    journal.append("two\n");
+    EXPECT_EQ(text(), "one\ntwo\n");
+}
+
+TEST_F(FrameJournal, DoesNotOverwriteAnother) {
+    std::ofstream(directory.path() / "frames.jsonl") << "precious\n";
+    try {
+        frame_journal const journal(descriptor);
+        FAIL() << "it was opened";
+    } catch (std::system_error const& error) {
+        EXPECT_EQ(error.code(), std::errc::file_exists);
+    }
+    EXPECT_EQ(text(), "precious\n");
+}
+
+TEST_F(FrameJournal, TakesBackWhatAFullDiskHasLeftOfALine) {
+    frame_journal journal(descriptor);
+    journal.append("one\n");
+    {
+        file_size_limit const limit(6);
+        EXPECT_THROW(journal.append("two\n"), std::system_error);
+        EXPECT_EQ(text(), "one\n");
+    }
+    journal.append("three\n");
+    EXPECT_EQ(text(), "one\nthree\n");
+}

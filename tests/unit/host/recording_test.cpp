@@ -1,0 +1,143 @@
+#include "recording.hpp"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+
+#include "file_size_limit.hpp"
+#include "sample_frames.hpp"
+#include "temporary_directory.hpp"
+
+using namespace mediagrabber;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+tiff_file writer() {
+    return {tiff_compression::none, "tester", ""};
+}
+
+std::set<std::string> names_in(std::filesystem::path const& directory) {
+    std::set<std::string> names;
+    for (auto const& entry : std::filesystem::directory_iterator(directory)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+std::vector<std::string> journal_lines(std::filesystem::path const& directory) {
+    std::ifstream in(directory / "frames.jsonl");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string refusal(std::filesystem::path const& directory) {
+    try {
+        recording const opened(directory, writer());
+        return {};
+    } catch (std::runtime_error const& error) {
+        return error.what();
+    }
+}
+
+sample_frame frame_number(std::uint64_t number) {
+    auto frame = make_frame(pixel_formats[0], 16, 8);
+    frame.record.number = number;
+    frame.record.timestamp_us = 1'700'000'000'000'000 + number;
+    return frame;
+}
+
+}  // namespace
+
+TEST(Recording, HoldsOnlyLinesWhenThereAreToBeNoFiles) {
+    temporary_directory const parent;
+    auto const directory = parent.path() / "a";
+    recording made(directory, std::nullopt);
+    auto const bytes = made.keep(frame_number(1).view());
+    EXPECT_THAT(names_in(directory), UnorderedElementsAre("frames.jsonl"));
+    auto const lines = journal_lines(directory);
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(bytes, lines[0].size() + 1);
+    EXPECT_TRUE(nlohmann::json::parse(lines[0]).at("file").is_null());
+}
+
+TEST(Recording, HoldsAFileAndALineForEachFrame) {
+    temporary_directory const parent;
+    auto const directory = parent.path() / "a" / "b";
+    recording made(directory, writer());
+    auto const first = made.keep(frame_number(1).view());
+    made.keep(frame_number(2).view());
+    std::string const name = "frame-00000001-1700000000000001.tif";
+    EXPECT_THAT(names_in(directory), UnorderedElementsAre("frames.jsonl", name, "frame-00000002-1700000000000002.tif"));
+    auto const lines = journal_lines(directory);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(nlohmann::json::parse(lines[0]).at("file"), name);
+    EXPECT_EQ(first, std::filesystem::file_size(directory / name) + lines[0].size() + 1);
+}
+
+TEST(Recording, DoesNotTouchAnother) {
+    temporary_directory const directory;
+    std::ofstream(directory.path() / "frames.jsonl") << "precious\n";
+    EXPECT_THAT(refusal(directory.path()), HasSubstr("holds a recording already (frames.jsonl), give another one"));
+    EXPECT_THAT(journal_lines(directory.path()), ElementsAre("precious"));
+}
+
+TEST(Recording, CantBeMadeWhereThereCanBeNoDirectory) {
+    temporary_directory const parent;
+    auto const file = parent.path() / "file";
+    std::ofstream(file) << "x";
+    EXPECT_THAT(refusal(file / "below"), HasSubstr((file / "below").string() + ": the directory can't be created: "));
+    EXPECT_THAT(refusal(file), HasSubstr(file.string()));
+    EXPECT_THAT(refusal("/proc/nothing"), HasSubstr("/proc/nothing"));
+}
+
+TEST(Recording, CantBeMadeWhereNothingCanBeWritten) {
+    EXPECT_THAT(refusal("/proc/self"), HasSubstr("the output directory can't be written to: "));
+}
+
+TEST(Recording, LeavesNothingOfAFrameThatFindsNoRoom) {
+    temporary_directory const directory;
+    recording made(directory.path(), writer());
+    made.keep(frame_number(1).view());
+    {
+        file_size_limit const limit(100);
+        EXPECT_THROW(made.keep(frame_number(2).view()), std::runtime_error);
+    }
+    made.keep(frame_number(3).view());
+    EXPECT_THAT(names_in(directory.path()), UnorderedElementsAre("frames.jsonl", "frame-00000001-1700000000000001.tif",
+                                                                 "frame-00000003-1700000000000003.tif"));
+    EXPECT_EQ(journal_lines(directory.path()).size(), 2U);
+}
+
+TEST(Recording, LeavesNoFrameThatTheJournalHasNoRoomFor) {
+    temporary_directory const directory;
+    recording made(directory.path(), writer());
+    std::uint64_t number = 0;
+    while (std::filesystem::file_size(directory.path() / "frames.jsonl") < 4'000) {
+        made.keep(frame_number(++number).view());
+    }
+    auto const names = names_in(directory.path());
+    auto const lines = journal_lines(directory.path());
+    {
+        file_size_limit const limit(std::filesystem::file_size(directory.path() / "frames.jsonl") + 10);
+        EXPECT_THROW(made.keep(frame_number(++number).view()), std::system_error);
+    }
+    EXPECT_EQ(names_in(directory.path()), names);
+    EXPECT_EQ(journal_lines(directory.path()), lines);
+}
+
+TEST(Recording, StaysInItsDirectoryWhereverThatIsMoved) {
+    temporary_directory const parent;
+    recording made(parent.path() / "before", writer());
+    std::filesystem::rename(parent.path() / "before", parent.path() / "after");
+    made.keep(frame_number(1).view());
+    EXPECT_EQ(journal_lines(parent.path() / "after").size(), 1U);
+}
