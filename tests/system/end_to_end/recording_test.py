@@ -90,9 +90,9 @@ class TheEndOfARun(unittest.TestCase):
             self.assertEqual(feature("Width"), "320")
 
     def test_a_stop_that_no_frame_carries_to_the_plugin_is_given_up_after_the_grace_time(self):
-        # An exposure of half a minute: no frame comes.
-        slow = configuration(rate=0.5, more='[exposure]\nmode = "manual"\ntime_us = 30000000\n[run]\ngrace_time_s = 1\n')
-        with Camera(), Recording(slow) as recording:
+        # Frames take ten seconds to get here: none comes within the grace time.
+        impatient = configuration(more="[run]\ngrace_time_s = 1\n")
+        with Camera("--network-delay", "10000"), Recording(impatient) as recording:
             recording.wait_for_log("recording to")
             wait_for(lambda: feature("TLParamsLocked") == "1", "capture to begin")
             recording.signal(signal.SIGTERM)
