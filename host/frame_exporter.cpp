@@ -28,29 +28,44 @@ void frame_exporter::export_copy(std::shared_ptr<frame_memory> const& memory, vo
 template <typename bring>
 void frame_exporter::hand_over(std::shared_ptr<frame_memory> const& memory, std::size_t offset,
                                frame_record const& record, bring&& into_spare) {
-    auto const spare = has_room() ? memory->take_spare() : std::nullopt;
-    if (!spare) {
+    if (!has_room()) {
         ++overrun_;
         return;
     }
-    try {
-        into_spare(*spare);
-    } catch (std::exception const& error) {
-        memory->give_back(*spare);
-        ++refused_;
-        on_failure_(record, error.what());
+    std::optional<std::size_t> spare;
+    if (sink_.needs_pixels() && !take_along(*memory, record, spare, into_spare)) {
         return;
     }
     {
         std::lock_guard const lock(mutex_);
         auto& place = ring_[(first_ + waiting_) % ring_.size()];
         place.memory = memory;
-        place.spare = *spare;
+        place.spare = spare;
         place.offset = offset;
         place.record = record;
         ++waiting_;
     }
     changed_.notify_one();
+}
+
+/// Brings the pixels to a spare. \return false when the frame is lost, and counted
+template <typename bring>
+bool frame_exporter::take_along(frame_memory& memory, frame_record const& record, std::optional<std::size_t>& spare,
+                                bring&& into_spare) {
+    spare = memory.take_spare();
+    if (!spare) {
+        ++overrun_;
+        return false;
+    }
+    try {
+        into_spare(*spare);
+        return true;
+    } catch (std::exception const& error) {
+        memory.give_back(*spare);
+        ++refused_;
+        on_failure_(record, error.what());
+        return false;
+    }
 }
 
 bool frame_exporter::has_room() const {
@@ -69,7 +84,9 @@ void frame_exporter::run() {
         waiting_frame const frame = ring_[first_];
         lock.unlock();
         keep(frame);
-        frame.memory->give_back(frame.spare);
+        if (frame.spare) {
+            frame.memory->give_back(*frame.spare);
+        }
         lock.lock();
         ring_[first_].memory.reset();
         first_ = (first_ + 1) % ring_.size();
@@ -78,7 +95,10 @@ void frame_exporter::run() {
 }
 
 void frame_exporter::keep(waiting_frame const& frame) {
-    auto const pixels = frame.memory->spare(frame.spare).subspan(frame.offset, frame.record.bytes());
+    std::span<std::byte const> pixels;
+    if (frame.spare) {
+        pixels = frame.memory->spare(*frame.spare).subspan(frame.offset, frame.record.bytes());
+    }
     try {
         bytes_ += sink_.keep({frame.record, pixels});
         ++kept_;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -51,10 +52,10 @@ public:
     counts count() const;
 
 private:
-    /// A frame that waits, in a spare of its memory.
+    /// A frame that waits, in a spare of its memory when the sink needs its pixels.
     struct waiting_frame {
         std::shared_ptr<frame_memory> memory;
-        std::size_t spare = 0;
+        std::optional<std::size_t> spare;
         std::size_t offset = 0;
         frame_record record;
     };
@@ -62,6 +63,9 @@ private:
     template <typename bring>
     void hand_over(std::shared_ptr<frame_memory> const& memory, std::size_t offset, frame_record const& record,
                    bring&& into_spare);
+    template <typename bring>
+    bool take_along(frame_memory& memory, frame_record const& record, std::optional<std::size_t>& spare,
+                    bring&& into_spare);
     bool has_room() const;
     void run();
     void keep(waiting_frame const& frame);

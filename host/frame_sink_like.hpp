@@ -12,6 +12,8 @@ public:
     virtual ~frame_sink_like() = default;
     /// Keeps a frame whole or not at all. \return bytes written \throws std::exception when it could not be kept
     virtual std::size_t keep(frame_view const& frame) = 0;
+    /// Whether `keep` looks at a frame's pixels; without, it gets none.
+    virtual bool needs_pixels() const { return true; }
 
 protected:
     frame_sink_like() = default;

@@ -23,6 +23,7 @@ public:
 
     /// A frame's file appears under its name when it is complete, then its line in the journal.
     std::size_t keep(frame_view const& frame) override;
+    bool needs_pixels() const override { return writer_.has_value(); }
 
     std::filesystem::path const& directory() const { return path_; }
 

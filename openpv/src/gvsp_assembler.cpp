@@ -21,7 +21,6 @@ constexpr milliseconds block_time{250};      ///< without a packet
 constexpr uint32_t most_ranges = 64;         ///< in one round of requests
 constexpr uint32_t missing_share = 4;        ///< a block is given up when more than one of so many packets is missing,
 constexpr uint32_t missing_always = 16;      ///< and more than so many
-constexpr uint32_t largest_number = 0x00FFFFFF;  ///< of a packet with short IDs
 
 uint32_t saturate(std::size_t value) {
     return static_cast<uint32_t>(std::min<std::size_t>(value, std::numeric_limits<uint32_t>::max() / 2));
@@ -211,6 +210,7 @@ void gvsp_assembler::open_block::begin(gvsp::packet const& first, uint32_t packe
     most_packets = memory == nullptr ? 0 : saturate(packets_of(memory->size, data_bytes));
     received = std::move(bits);
     received.assign((most_packets + 63) / 64, 0);
+    began = now;
     last_packet = now;
     next_request = now + reordering_time;
 }
@@ -294,6 +294,15 @@ uint32_t gvsp_assembler::expected_packets(open_block const& block) const {
         std::min<std::size_t>(std::max<std::size_t>(expected, block.highest), block.most_packets));
 }
 
+block_transfer gvsp_assembler::newest_block() const {
+    if (open_.empty()) {
+        return {};
+    }
+    open_block const& block = *open_.back();
+    std::size_t const image = block.leader ? block.leader->image_bytes : 0;
+    return {block.end, std::max(settings_.payload_bytes, image), block.began};
+}
+
 /// Whether something has failed to come that should have: not merely because the camera is still sending it.
 bool gvsp_assembler::may_miss(open_block const& block, bool newest, time_point now) const {
     return !newest || block.payload_packets || block.count != block.highest || !block.leader ||
@@ -352,7 +361,8 @@ void gvsp_assembler::request_missing(open_block& block, bool newest, time_point 
         return;
     }
     auto const ask = [&](uint32_t first, uint32_t last) {
-        outlet_.ask_again({block.extended, block.id, first, std::min(last, block.extended ? last : largest_number)});
+        outlet_.ask_again(
+            {block.extended, block.id, first, std::min(last, block.extended ? last : gvsp::last_short_packet)});
         counters_.packets_asked_again += last - first + 1;
     };
     if (!block.leader) {

@@ -12,6 +12,7 @@
 
 #include "block_receiver.hpp"
 #include "gvsp_packet.hpp"
+#include "receive_pace.hpp"
 
 namespace openpv {
 
@@ -67,6 +68,7 @@ public:
     void stop();
 
     assembler_counters const& counters() const { return counters_; }
+    block_transfer newest_block() const;  ///< all zero when none is open
 
     static constexpr std::size_t most_open_blocks = 16;
 
@@ -82,6 +84,7 @@ private:
         uint32_t highest = 0;              ///< number of the last payload packet received
         uint32_t short_packet = 0;         ///< number of the first packet with less data than others; 0: none
         std::size_t end = 0;               ///< where the data ends
+        time_point began;
         std::optional<gvsp::leader> leader;
         std::optional<uint32_t> payload_packets;  ///< as the trailer tells
         bool too_large = false;

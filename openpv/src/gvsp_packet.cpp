@@ -1,7 +1,10 @@
 #include "gvsp_packet.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
+
+#include <endian.h>
 
 namespace openpv::gvsp {
 namespace {
@@ -17,19 +20,20 @@ constexpr uint16_t status_not_yet_available = 0x8010;
 constexpr std::size_t image_leader_bytes = 36;
 constexpr std::size_t shortest_leader_bytes = 12;  ///< payload type and timestamp
 
-uint64_t big_endian(std::span<std::byte const> bytes, std::size_t offset, std::size_t count) {
-    uint64_t value = 0;
-    for (std::byte const byte : bytes.subspan(offset, count)) {
-        value = value << 8 | std::to_integer<uint64_t>(byte);
-    }
+template <class number>
+number get(std::span<std::byte const> bytes, std::size_t offset) {
+    number value = 0;
+    std::memcpy(&value, bytes.subspan(offset, sizeof value).data(), sizeof value);
     return value;
 }
-
 uint16_t get16(std::span<std::byte const> bytes, std::size_t offset) {
-    return static_cast<uint16_t>(big_endian(bytes, offset, 2));
+    return be16toh(get<uint16_t>(bytes, offset));
 }
 uint32_t get32(std::span<std::byte const> bytes, std::size_t offset) {
-    return static_cast<uint32_t>(big_endian(bytes, offset, 4));
+    return be32toh(get<uint32_t>(bytes, offset));
+}
+uint64_t get64(std::span<std::byte const> bytes, std::size_t offset) {
+    return be64toh(get<uint64_t>(bytes, offset));
 }
 
 void put(std::span<std::byte> bytes, std::size_t offset, std::size_t count, uint64_t value) {
@@ -60,7 +64,8 @@ std::optional<packet> parse(std::span<std::byte const> datagram) {
     if (datagram.size() < header_bytes) {
         return std::nullopt;
     }
-    auto const format = std::to_integer<uint8_t>(datagram[4]);
+    uint32_t const format_and_number = get32(datagram, 4);
+    auto const format = static_cast<uint8_t>(format_and_number >> 24);
     uint8_t const kind = format & kind_mask;
     if (kind < static_cast<uint8_t>(packet_kind::leader) || kind > static_cast<uint8_t>(packet_kind::payload)) {
         return std::nullopt;
@@ -71,14 +76,14 @@ std::optional<packet> parse(std::span<std::byte const> datagram) {
     read.extended = (format & extended_ids_bit) != 0;
     if (!read.extended) {
         read.block = get16(datagram, 2);
-        read.number = static_cast<uint32_t>(big_endian(datagram, 5, 3));
+        read.number = format_and_number & last_short_packet;
         read.content = datagram.subspan(header_bytes);
         return read;
     }
     if (datagram.size() < extended_header_bytes) {
         return std::nullopt;
     }
-    read.block = big_endian(datagram, 8, 8);
+    read.block = get64(datagram, 8);
     read.number = get32(datagram, 16);
     read.content = datagram.subspan(extended_header_bytes);
     return read;
@@ -90,7 +95,7 @@ std::optional<leader> parse_leader(std::span<std::byte const> content) {
     }
     uint16_t const payload = get16(content, 2);
     leader read;
-    read.timestamp = big_endian(content, 4, 8);
+    read.timestamp = get64(content, 4);
     if ((payload & ~payload_with_chunks) != payload_image) {
         return read;
     }

@@ -53,6 +53,8 @@ std::optional<leader> parse_leader(std::span<std::byte const> content);
 
 /// Largest block ID of the short kind; the one after it is 1.
 constexpr uint64_t last_short_block = 0xFFFF;
+/// Largest packet number of the short kind.
+constexpr uint32_t last_short_packet = 0x00FFFFFF;
 /// How far block `to` comes after block `from`, negative when it comes before.
 int64_t blocks_between(uint64_t from, uint64_t to, bool extended);
 

@@ -13,6 +13,7 @@
 #include "gev_stream_channel.hpp"
 #include "gvcp_message.hpp"
 #include "loss_report.hpp"
+#include "receive_pace.hpp"
 
 namespace openpv {
 namespace {
@@ -125,6 +126,9 @@ void gvsp_receiver::receive(std::stop_token const& stop) {
         auto const now = std::chrono::steady_clock::now();
         socket_.for_each_packet([&](std::span<std::byte const> packet) { assembler.add(packet, now); });
         assembler.attend(now);
+        if (socket_.is_empty()) {
+            std::this_thread::sleep_for(gathering_time(assembler.newest_block(), socket_.room(), now));
+        }
     }
     assembler.stop();
     counted_ += assembler.counters();

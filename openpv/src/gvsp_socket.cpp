@@ -19,19 +19,24 @@ constexpr std::chrono::milliseconds longest_wait{10};
 }  // namespace
 
 struct gvsp_socket::messages {
-    std::array<std::array<std::byte, run_bytes>, runs> memory;
-    std::array<mmsghdr, runs> headers{};
-    std::array<iovec, runs> places{};
-    std::array<sockaddr_in, runs> senders{};
+    /// Only what packets have come to is ever memory in use. Places do not begin at multiples of a power of two: single
+    /// packets would else push each other out of the processor's cache.
+    static constexpr std::size_t place_bytes = run_bytes + 1600;
+    std::unique_ptr<std::byte[]> memory = std::make_unique_for_overwrite<std::byte[]>(place_bytes * single_packets);
+    std::array<mmsghdr, single_packets> headers{};
+    std::array<iovec, single_packets> places{};
+    std::array<sockaddr_in, single_packets> senders{};
     /// Run length and drop count.
     struct alignas(cmsghdr) control {
         std::array<std::byte, CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(uint32_t))> bytes;
     };
-    std::array<control, runs> controls{};
+    std::array<control, single_packets> controls{};
 
-    void prepare() {
-        for (std::size_t i = 0; i < runs; ++i) {
-            places[i] = {memory[i].data(), memory[i].size()};
+    std::byte* place(std::size_t message) const { return memory.get() + message * place_bytes; }
+
+    void prepare(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            places[i] = {place(i), run_bytes};
             msghdr& header = headers[i].msg_hdr;
             header.msg_name = &senders[i];
             header.msg_namelen = sizeof senders[i];
@@ -72,24 +77,31 @@ std::size_t gvsp_socket::make_room(std::size_t bytes) {
     int granted = 0;
     socklen_t length = sizeof granted;
     ::getsockopt(socket_.descriptor(), SOL_SOCKET, SO_RCVBUF, &granted, &length);
-    return static_cast<std::size_t>(std::max(granted, 0)) / 2;
+    room_ = static_cast<std::size_t>(std::max(granted, 0)) / 2;
+    return room_;
 }
 
 void gvsp_socket::wait() {
-    messages_->prepare();
-    int const count = ::recvmmsg(socket_.descriptor(), messages_->headers.data(), runs, MSG_WAITFORONE, nullptr);
+    asked_ = merged_ ? long_runs : single_packets;
+    messages_->prepare(asked_);
+    int const count = ::recvmmsg(socket_.descriptor(), messages_->headers.data(), static_cast<unsigned>(asked_),
+                                 MSG_WAITFORONE, nullptr);
     received_ = static_cast<std::size_t>(std::max(count, 0));
+    if (received_ == asked_) {
+        merged_ = false;  // unless one of them shows otherwise
+    }
 }
 
 gvsp_socket::run gvsp_socket::run_of(std::size_t message) {
     mmsghdr& received = messages_->headers[message];
-    run found{std::span<std::byte const>(messages_->memory[message]).first(received.msg_len), received.msg_len};
+    run found{std::span<std::byte const>(messages_->place(message), received.msg_len), received.msg_len};
     for (cmsghdr* item = CMSG_FIRSTHDR(&received.msg_hdr); item != nullptr;
          item = CMSG_NXTHDR(&received.msg_hdr, item)) {
         if (item->cmsg_level == SOL_UDP && item->cmsg_type == UDP_GRO) {
             int bytes = 0;
             std::memcpy(&bytes, CMSG_DATA(item), sizeof bytes);
             found.packet_bytes = static_cast<std::size_t>(std::max(bytes, 1));
+            merged_ = merged_ || found.packet_bytes < found.bytes.size();
         } else if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_RXQ_OVFL) {
             uint32_t count = 0;
             std::memcpy(&count, CMSG_DATA(item), sizeof count);

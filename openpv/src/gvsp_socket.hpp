@@ -32,12 +32,15 @@ public:
     /// Asks for room for that many bytes of packets.
     /// \return how many there is room for now
     std::size_t make_room(std::size_t bytes);
+    std::size_t room() const { return room_; }  ///< bytes of packets that there is room for, when that has been asked
 
     /// From now on packets of others are dropped.
     /// \param camera with port 0, the port that its first packet comes from
     void listen_to(udp_endpoint camera) { camera_ = camera; }
 
     void wait();  ///< a short time, for packets
+    /// Whether `wait` has brought all packets that there were.
+    bool is_empty() const { return received_ < asked_; }
     /// Calls `take(std::span<std::byte const>)` for each packet that `wait` brought.
     template <class function>
     void for_each_packet(function&& take) {
@@ -55,8 +58,10 @@ public:
     uint64_t foreign_packets() const { return foreign_; }  ///< packets of somebody else
 
 private:
-    static constexpr std::size_t runs = 4;
+    /// Runs that are taken at a time: as much memory as a processor's cache has.
+    static constexpr std::size_t long_runs = 4;
     static constexpr std::size_t run_bytes = 65536;
+    static constexpr std::size_t single_packets = 64;  ///< taken at a time while none follow each other in runs
     struct run {
         std::span<std::byte const> bytes;
         std::size_t packet_bytes = 1;
@@ -70,7 +75,10 @@ private:
     udp_socket socket_;
     udp_endpoint camera_;
     std::unique_ptr<messages> messages_;
+    std::size_t room_ = 0;
+    std::size_t asked_ = long_runs;
     std::size_t received_ = 0;  ///< messages that `wait` brought
+    bool merged_ = true;        ///< whether a run of several packets was among them
     uint64_t drops_ = 0;
     uint32_t last_drops_ = 0;
     uint64_t foreign_ = 0;

@@ -27,7 +27,10 @@ public:
         return frame.pixels.size();
     }
 
+    bool needs_pixels() const override { return needs_pixels_; }
+
     void refuse() { refusing_ = true; }
+    void need_no_pixels() { needs_pixels_ = false; }
     /// From now on frames wait inside keep().
     void hold() {
         std::lock_guard const lock(mutex_);
@@ -51,6 +54,7 @@ private:
     std::condition_variable changed_;
     bool held_ = false;
     bool refusing_ = false;
+    bool needs_pixels_ = true;
     std::size_t begun_ = 0;
     std::vector<kept_frame> frames_;
 };

@@ -63,6 +63,22 @@ TEST_F(FrameExporter, CopiesAFrameThatLiesElsewhere) {
     EXPECT_EQ(sink.frames()[0].pixels, frame.bytes);
 }
 
+TEST_F(FrameExporter, BringsNoPixelsToASinkThatNeedsNone) {
+    sink.need_no_pixels();
+    std::byte* const slot = memory->slot(0);
+    std::fill_n(slot, 64, std::byte{0xEE});
+    auto frame = make_frame(pixel_formats[0], 8, 4);
+    frame.record.number = 7;
+    exporter.export_slot(memory, 0, 0, frame.record);
+    exporter.export_copy(memory, frame.bytes.data(), frame.record);
+    exporter.finish();
+    ASSERT_EQ(sink.frames().size(), 2U);
+    EXPECT_EQ(sink.frames()[0].record.number, 7U);
+    EXPECT_TRUE(sink.frames()[0].pixels.empty());
+    EXPECT_EQ(slot[0], std::byte{0xEE}) << "pages were exchanged";
+    EXPECT_EQ(exporter.count().kept, 2U);
+}
+
 TEST_F(FrameExporter, CountsAFrameThatFindsNoRoomAsLost) {
     sink.hold();
     for (std::uint64_t number = 1; number <= 5; ++number) {

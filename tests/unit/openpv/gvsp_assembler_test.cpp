@@ -482,6 +482,22 @@ TEST_F(Assembler, OpensNoBlockForAPacketThatIsGone) {
     EXPECT_THAT(outlet.finished, IsEmpty());
 }
 
+TEST_F(Assembler, TellsHowFarTheNewestBlockHasCome) {
+    EXPECT_EQ(assembler.newest_block().expected, 0U);
+    auto const began = now;
+    auto const packets = block_writer(1).all();
+    add(packets[0]);
+    now += 1ms;
+    add(packets[1]);
+    auto const block = assembler.newest_block();
+    EXPECT_EQ(block.began, began);
+    EXPECT_GT(block.bytes, 0U);
+    EXPECT_LT(block.bytes, packets[1].size());
+    EXPECT_EQ(block.expected, block_bytes);
+    add(std::vector(packets.begin() + 2, packets.end()));
+    EXPECT_EQ(assembler.newest_block().bytes, 0U);
+}
+
 TEST_F(Assembler, IgnoresTestPackets) {
     add(block_writer(0).payload(1));
     let_pass(400ms);
