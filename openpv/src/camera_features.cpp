@@ -326,7 +326,7 @@ public:
         std::vector<entry> usable;
         PvResult const result = read(usable, [](ArvGcFeatureNode* node, GError** error) {
             std::vector<entry> all = entries_of(node, error);
-            std::erase_if(all, [](entry const& each) { return !each.usable; });
+            std::erase_if(all, [&](entry const& each) { return !is_usable(each, error); });
             return all;
         });
         if (result.IsOK()) {
@@ -342,7 +342,7 @@ private:
     struct entry {
         std::string name;
         int64_t value = 0;
-        bool usable = false;  ///< implemented, and available in the camera's present state
+        ArvGcFeatureNode* node = nullptr;
     };
 
     /// In the order of the description; Aravis's own list of them is the other way round.
@@ -360,11 +360,13 @@ private:
     static entry describe(ArvDomNode* node, GError** error) {
         auto* const feature = ARV_GC_FEATURE_NODE(node);
         char const* const name = arv_gc_feature_node_get_name(feature);
-        entry described{name != nullptr ? name : "", 0, false};
-        described.value = arv_gc_enum_entry_get_value(ARV_GC_ENUM_ENTRY(node), error);
-        described.usable = *error == nullptr && arv_gc_feature_node_is_implemented(feature, error) != FALSE &&
-                           *error == nullptr && arv_gc_feature_node_is_available(feature, error) != FALSE;
-        return described;
+        return {name != nullptr ? name : "", arv_gc_enum_entry_get_value(ARV_GC_ENUM_ENTRY(node), error), feature};
+    }
+
+    /// Whether the entry is implemented, and available in the camera's present state.
+    static bool is_usable(entry const& each, GError** error) {
+        return *error == nullptr && arv_gc_feature_node_is_implemented(each.node, error) != FALSE &&
+               *error == nullptr && arv_gc_feature_node_is_available(each.node, error) != FALSE;
     }
 
     template <class function>
@@ -385,7 +387,11 @@ private:
     }
 
     PvResult set(std::string const& verb, ArvGcFeatureNode* node, entry const& chosen, GError** error) {
-        if (!chosen.usable) {
+        bool const usable = is_usable(chosen, error);
+        if (*error != nullptr) {
+            return {};
+        }
+        if (!usable) {
             return {PvResult::Code::INVALID_PARAMETER,
                     (name() + " " + verb + ": the entry is not available in the camera's present state.").c_str()};
         }
