@@ -98,7 +98,9 @@ acquisition::outcome acquisition::expose(state_lock& lock, std::stop_token const
     state_.change_lines(begin, frame.exposure_start);
     bool const exposed = state_.wait_until(lock, stop, frame.exposure_end,
                                            [&] { return state_.channel_openings != frame.channel_opening; });
-    state_.change_lines([](output_lines& lines) { --lines.exposures; }, frame.exposure_end);
+    // Power that is cut ends an exposure at once.
+    auto const ended = stop.stop_requested() ? std::chrono::steady_clock::now() : frame.exposure_end;
+    state_.change_lines([](output_lines& lines) { --lines.exposures; }, ended);
     if (exposed) {
         follow_brightness(lock, frame.block.frame);
     } else {

@@ -19,8 +19,8 @@ std::uint32_t packets_per_run(std::uint32_t most, std::chrono::duration<double> 
 
 }  // namespace
 
-block_sender::block_sender(scene_settings const& scene, stream_socket& socket, sent_blocks& sent)
-    : packets_(scene), socket_(socket), sent_(sent) {}
+block_sender::block_sender(scene_settings const& scene, packet_outlet& outlet, sent_blocks& sent)
+    : packets_(scene), outlet_(outlet), sent_(sent) {}
 
 /// Sends leader, payload and trailer. Late runs follow each other at once until they are on time again.
 block_sender::result block_sender::send(stream_block const& block, endpoint const& destination,
@@ -36,7 +36,7 @@ block_sender::result block_sender::send(stream_block const& block, endpoint cons
     // What is about to leave counts as sent: the receiver may ask for it again before this thread gets on.
     result outcome;
     sent_.advance(1);
-    send_run(packets_.leader(), destination, outcome);
+    send_run(packets_.leader(), block, destination, outcome);
     std::uint32_t const per_run = packets_per_run(packets_.longest_run(), packet_interval);
     for (std::uint32_t packet = 1; packet < layout.trailer_id();) {
         if (!wait_until(due(packet))) {
@@ -45,24 +45,25 @@ block_sender::result block_sender::send(stream_block const& block, endpoint cons
         }
         std::uint32_t const count = std::min(per_run, layout.trailer_id() - packet);
         sent_.advance(packet + count);
-        send_run(packets_.payload(packet, count), destination, outcome);
+        send_run(packets_.payload(packet, count), block, destination, outcome);
         packet += count;
     }
     outcome.finished = wait_until(due(layout.trailer_id()));
     if (outcome.finished) {
         sent_.advance(layout.packet_count());
-        send_run(packets_.trailer(), destination, outcome);
+        send_run(packets_.trailer(), block, destination, outcome);
     }
     return outcome;
 }
 
-void block_sender::send_run(packet_run const& run, endpoint const& destination, result& so_far) {
-    std::size_t const sent = socket_.send(destination, run);
+void block_sender::send_run(packet_run const& run, stream_block const& block, endpoint const& destination,
+                            result& so_far) {
+    std::size_t const sent = outlet_.send(destination, run, block);
     so_far.unsent_packets += static_cast<std::uint32_t>(run.packet_count() - sent);
 }
 
-block_resender::block_resender(scene_settings const& scene, stream_socket& socket, sent_blocks const& sent)
-    : packets_(scene), socket_(socket), sent_(sent) {}
+block_resender::block_resender(scene_settings const& scene, packet_outlet& outlet, sent_blocks const& sent)
+    : packets_(scene), outlet_(outlet), sent_(sent) {}
 
 /// \param extended_status the application understands why a packet is not available; else it hears that it is not
 void block_resender::resend(gvcp::packet_resend const& request, gvsp::id_mode ids, bool extended_status,
@@ -89,15 +90,15 @@ void block_resender::resend_range(std::uint32_t first, std::uint32_t last, endpo
     block_layout const layout = block_.layout();
     std::uint32_t const last_payload = std::min(last, layout.trailer_id() - 1);
     if (first == 0) {
-        socket_.send(destination, packets_.leader(true));
+        outlet_.send(destination, packets_.leader(true), block_);
     }
     for (std::uint32_t packet = std::max(first, 1U); packet <= last_payload;) {
         std::uint32_t const count = std::min(packets_.longest_run(), last_payload - packet + 1);
-        socket_.send(destination, packets_.payload(packet, count, true));
+        outlet_.send(destination, packets_.payload(packet, count, true), block_);
         packet += count;
     }
     if (last >= layout.trailer_id()) {
-        socket_.send(destination, packets_.trailer(true));
+        outlet_.send(destination, packets_.trailer(true), block_);
     }
 }
 
@@ -107,7 +108,7 @@ void block_resender::refuse(gvcp::status why, std::uint64_t block_id, std::uint3
     std::size_t const bytes = gvsp::encode_header(
         {static_cast<std::uint16_t>(why), 0, block_id, gvsp::packet_format::payload, packet_id, ids}, packet);
     iovec piece{packet.data(), bytes};
-    socket_.send(destination, {std::span(&piece, 1), 1, bytes});
+    outlet_.socket().send(destination, {std::span(&piece, 1), 1, bytes});
 }
 
 }  // namespace camsim

@@ -4,9 +4,9 @@
 #include <functional>
 
 #include "gvcp_packet.hpp"
+#include "packet_outlet.hpp"
 #include "sent_blocks.hpp"
 #include "stream_block.hpp"
-#include "stream_socket.hpp"
 
 namespace camsim {
 
@@ -22,23 +22,23 @@ public:
         std::uint32_t unsent_packets = 0;  ///< refused by the kernel
     };
 
-    block_sender(scene_settings const& scene, stream_socket& socket, sent_blocks& sent);
+    block_sender(scene_settings const& scene, packet_outlet& outlet, sent_blocks& sent);
 
     result send(stream_block const& block, endpoint const& destination, std::chrono::duration<double> packet_interval,
                 waiter const& wait_until);
 
 private:
-    void send_run(packet_run const& run, endpoint const& destination, result& so_far);
+    void send_run(packet_run const& run, stream_block const& block, endpoint const& destination, result& so_far);
 
     block_packets packets_;
-    stream_socket& socket_;
+    packet_outlet& outlet_;
     sent_blocks& sent_;
 };
 
 /// Answers PACKETRESEND_CMD. What cannot be sent again is answered with a GVSP packet that says why.
 class block_resender {
 public:
-    block_resender(scene_settings const& scene, stream_socket& socket, sent_blocks const& sent);
+    block_resender(scene_settings const& scene, packet_outlet& outlet, sent_blocks const& sent);
 
     void resend(gvcp::packet_resend const& request, gvsp::id_mode ids, bool extended_status,
                 endpoint const& destination);
@@ -50,7 +50,7 @@ private:
 
     block_packets packets_;
     stream_block block_;
-    stream_socket& socket_;
+    packet_outlet& outlet_;
     sent_blocks const& sent_;
 };
 

@@ -1,17 +1,24 @@
 #include "camera.hpp"
 
+#include <functional>
 #include <stdexcept>
 
+#include "access_faults.hpp"
 #include "acquisition.hpp"
+#include "active_faults.hpp"
+#include "answer_faults.hpp"
 #include "block_sender.hpp"
 #include "bootstrap_registers.hpp"
 #include "camera_features.hpp"
 #include "camera_state.hpp"
+#include "fault_control.hpp"
+#include "fault_timeline.hpp"
 #include "feature_registers.hpp"
 #include "genicam_xml.hpp"
 #include "gvcp_device.hpp"
 #include "gvcp_server.hpp"
 #include "line_trace.hpp"
+#include "packet_outlet.hpp"
 #include "test_packet.hpp"
 #include "truth_log.hpp"
 
@@ -30,47 +37,72 @@ network_interface interface_of(ipv4_address address) {
     return *found;
 }
 
-std::unique_ptr<truth_writer> open_truth(camera_options const& options, device_clock const& clock) {
+using time_point = std::chrono::steady_clock::time_point;
+
+std::unique_ptr<truth_writer> open_truth(camera_options const& options, time_point power_up) {
     if (options.truth_file.empty()) {
         return nullptr;
     }
     return std::make_unique<truth_writer>(
         options.truth_file,
-        truth_header{
-            options.model, options.serial, options.tick_frequency, options.clock_drift_ppm, options.scene,
-            std::chrono::duration_cast<std::chrono::nanoseconds>(clock.power_up().time_since_epoch()).count()});
+        truth_header{options.model, options.serial, options.tick_frequency, options.clock_drift_ppm, options.scene,
+                     std::chrono::duration_cast<std::chrono::nanoseconds>(power_up.time_since_epoch()).count()});
 }
 
-/// \param lines as they are after what the options leave of the features
-std::unique_ptr<line_trace> open_trace(camera_options const& options, device_clock const& clock,
-                                       output_lines const& lines) {
+/// The lines after what the options leave of the features.
+output_lines lines_at_power_up(camera_options const& options) {
+    camera_state state(options, {}, {});
+    camera_features(state);
+    return state.lines;
+}
+
+std::unique_ptr<line_trace> open_trace(camera_options const& options, time_point power_up) {
     if (options.line_trace_file.empty()) {
         return nullptr;
     }
-    return std::make_unique<line_trace>(options.line_trace_file, clock.power_up(), lines);
+    return std::make_unique<line_trace>(options.line_trace_file, power_up, lines_at_power_up(options));
 }
 
-}  // namespace
+std::vector<std::string> names_of_features(camera_options const& options) {
+    camera_state state(options, {}, {});
+    return feature_names(camera_features(state));
+}
 
-/// The parts in the order in which they need each other; threads come last and end first.
-struct camera::parts {
-    explicit parts(camera_options const& options)
-        : interface(interface_of(options.address)),
-          state(options, interface, std::chrono::steady_clock::now()),
+/// The faults that are in force, and what they are in force upon.
+struct faults_of_line {
+    faults_of_line(camera_options const& options, std::function<void()> changed)
+        : active(options.faults.seed.value_or(options.scene.seed)),
+          of_stream(active),
+          of_answers(active),
+          timeline(active, std::move(changed)) {}
+
+    active_faults active;
+    stream_faults of_stream;
+    answer_faults of_answers;
+    fault_timeline timeline;
+};
+
+/// What works while the camera has power, in the order in which the parts need each other; threads come last and end
+/// first.
+struct powered_parts {
+    /// \param truth, trace  may be null
+    powered_parts(camera_options const& options, network_interface const& interface, time_point power_up,
+                  gvcp_sockets& sockets, faults_of_line& faults, truth_writer* truth, line_trace* trace)
+        : state(options, interface, power_up),
           features(place(camera_features(state))),
           description(genicam_xml(options.vendor, options.model, features)),
-          truth(open_truth(options, state.clock)),
-          trace(open_trace(options, state.clock, state.lines)),
           socket(interface.address),
+          outlet(socket, faults.of_stream),
           sent(options.resend_blocks),
-          resender(options.scene, socket, sent),
-          device(state, registers),
-          delivery(state, socket, sent, truth.get()),
+          resender(options.scene, outlet, sent),
+          accesses(faults.active, features),
+          device(state, registers, &accesses),
+          delivery(state, outlet, sent, truth),
           sensor(state, delivery),
-          server(state, device, resender, interface) {
+          server(state, device, resender, sockets, faults.of_answers) {
         state.channels[0].source_port = socket.port();
-        if (trace) {
-            state.on_line_change = [this](line_change const& change) { trace->add(change); };
+        if (trace != nullptr) {
+            state.on_line_change = [trace](line_change const& change) { trace->add(change); };
         }
         add_registers();
     }
@@ -93,20 +125,115 @@ struct camera::parts {
         }
     }
 
-    network_interface interface;
+    void start() {
+        delivery.start();
+        sensor.start();
+        server.start();
+    }
+
+    void stop() {
+        server.stop();
+        sensor.stop();
+        delivery.stop();
+    }
+
+    /// Takes over what is wrong with the camera itself.
+    void follow(active_faults const& faults) {
+        auto const freeze = faults.find(fault_kind::freeze);
+        auto const jump = faults.find(fault_kind::timestamp_jump);
+        auto const wrap = faults.find(fault_kind::timestamp_wrap);
+        {
+            std::scoped_lock const lock(state.mutex);
+            state.frozen = freeze.has_value();
+            state.deaf = freeze && freeze->yes("control");
+            state.clock.falsify_counter({.ahead_s = jump ? jump->number("by_s") : 0.0,
+                                         .bits = wrap ? static_cast<unsigned>(wrap->number("bits")) : 64U});
+        }
+        state.changed.notify_all();
+        server.wake();
+    }
+
     camera_state state;
     std::vector<placed_feature> features;
     std::string description;
-    std::unique_ptr<truth_writer> truth;
-    std::unique_ptr<line_trace> trace;
     stream_socket socket;
+    packet_outlet outlet;
     sent_blocks sent;
     block_resender resender;
     register_map registers;
+    access_faults accesses;
     gvcp_device device;
     frame_delivery delivery;
     acquisition sensor;
     gvcp_server server;
+};
+
+}  // namespace
+
+/// The camera with or without power. Once the fault timeline has started, power is its affair until it has ended.
+struct camera::parts {
+    explicit parts(camera_options const& chosen)
+        : options(chosen),
+          interface(interface_of(options.address)),
+          sockets(interface),
+          power_up(std::chrono::steady_clock::now()),
+          truth(open_truth(options, power_up)),
+          trace(open_trace(options, power_up)),
+          faults(options, [this] { follow_faults(); }),
+          on(with_power(power_up)) {}
+
+    ~parts() {
+        control.reset();
+        faults.timeline.stop();
+    }
+
+    std::unique_ptr<powered_parts> with_power(time_point since) {
+        return std::make_unique<powered_parts>(options, interface, since, sockets, faults, truth.get(), trace.get());
+    }
+
+    /// Called with every change of the faults in force, by one thread at a time.
+    void follow_faults() {
+        bool const has_power = !faults.active.find(fault_kind::power_cut);
+        if (on && !has_power) {
+            cut_power();
+        } else if (!on && has_power) {
+            return_power();
+        }
+        if (on) {
+            on->follow(faults.active);
+        }
+    }
+
+    /// Everything that was set is gone. What arrives finds nobody.
+    void cut_power() {
+        on->stop();
+        on.reset();
+        if (trace) {
+            trace->add({std::chrono::steady_clock::now(), [](output_lines& lines) { lines = {}; }});
+        }
+    }
+
+    void return_power() {
+        sockets.discard();
+        auto const now = std::chrono::steady_clock::now();
+        on = with_power(now);
+        on->state.boot = ++boot;
+        if (trace) {
+            trace->add({now, [fresh = on->state.lines](output_lines& lines) { lines = fresh; }});
+        }
+        on->start();
+    }
+
+    camera_options const options;
+    network_interface const interface;
+    gvcp_sockets sockets;
+    time_point const power_up;
+    std::unique_ptr<truth_writer> truth;
+    std::unique_ptr<line_trace> trace;
+    std::uint64_t boot = 1;
+    faults_of_line faults;
+    std::unique_ptr<powered_parts> on;  ///< null: without power
+    std::unique_ptr<fault_control> control;
 };
 
 /// Takes the camera's address and port; nothing is answered before start().
@@ -116,17 +243,26 @@ camera::camera(camera_options const& options) : parts_(std::make_unique<parts>(o
 
 camera::~camera() = default;
 
+/// \throws std::runtime_error with a message to act on, when the control socket can't be made
 void camera::start() {
-    parts_->delivery.start();
-    parts_->sensor.start();
-    parts_->server.start();
+    camera_options const& options = parts_->options;
+    parts_->on->start();
+    parts_->faults.timeline.start(options.faults.faults, std::chrono::steady_clock::now());
+    if (!options.control_socket.empty()) {
+        parts_->control = std::make_unique<fault_control>(
+            options.control_socket, [this, features = names_of_features(options)](std::string const& line) {
+                return answer_fault_request(line, parts_->faults.timeline, parts_->faults.active, features);
+            });
+    }
 }
 
 /// Ends the threads: no answer, no packet and no line of truth comes after it.
 void camera::stop() {
-    parts_->server.stop();
-    parts_->sensor.stop();
-    parts_->delivery.stop();
+    parts_->control.reset();
+    parts_->faults.timeline.stop();
+    if (parts_->on) {
+        parts_->on->stop();
+    }
     if (parts_->truth) {
         parts_->truth->finish();
     }

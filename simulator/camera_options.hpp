@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "fault.hpp"
 #include "feature_refusals.hpp"
 #include "ipv4.hpp"
 #include "network_delay.hpp"
@@ -34,6 +35,8 @@ struct camera_options {
     std::uint32_t stream_channels = 1;
     std::size_t resend_blocks = 16;
     std::chrono::milliseconds write_time{0};  ///< how long a register write takes
+    fault_plan faults;
+    std::string control_socket;               ///< by which faults are started and ended; empty: none
     std::string truth_file;                   ///< empty: none
     std::string line_trace_file;              ///< empty: none
 };

@@ -137,6 +137,9 @@ struct camera_state {
     std::function<void(line_change const&)> on_line_change{};  ///< hears of every change of the lines
     chunk_settings chunks;
     bool acquiring = false;
+    bool frozen = false;                 ///< nothing leaves of the stream
+    bool deaf = false;                   ///< nothing is heard on the control channel
+    std::uint64_t boot = 1;              ///< counts the times that the camera got power
     std::uint64_t acquisition_run = 0;   ///< counts AcquisitionStart
     std::uint64_t channel_openings = 0;  ///< counts openings of stream channel 0; a new one counts its blocks from 1
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "camera_features.hpp"
+#include "fault_file.hpp"
 #include "sensor.hpp"
 
 namespace camsim {
@@ -29,6 +30,7 @@ struct raw_options {
     std::string delay = "0";
     bool delayed_answers = false;
     std::vector<std::string> refused_entries;
+    std::string faults;
 };
 
 std::optional<std::uint32_t> parse_side(std::string_view text, std::uint32_t step) {
@@ -95,13 +97,21 @@ feature_refusals::entry read_refused_entry(std::string const& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-/// Names are known once the camera's features are made.
-void check_refusals(camera_options const& options) {
+/// The names of the features that the camera will have; refusals of others are mistakes.
+std::vector<std::string> names_of_features(camera_options const& options) {
     try {
         camera_state state(options, {}, {});
-        camera_features(state);
+        return feature_names(camera_features(state));
     } catch (std::invalid_argument const& error) {
         throw CLI::ValidationError(error.what());
+    }
+}
+
+fault_plan read_faults(std::string const& file, std::vector<std::string> const& features) {
+    try {
+        return read_fault_file(file, features);
+    } catch (fault_text_error const& error) {
+        throw CLI::ValidationError("--faults", error.what());
     }
 }
 
@@ -128,7 +138,10 @@ void interpret(raw_options const& raw, camera_options& options) {
     options.delay = *delay;
     options.delay.of_answers = raw.delayed_answers;
     std::ranges::transform(raw.refused_entries, std::back_inserter(options.refusals.entries), read_refused_entry);
-    check_refusals(options);
+    auto const features = names_of_features(options);
+    if (!raw.faults.empty()) {
+        options.faults = read_faults(raw.faults, features);
+    }
 }
 
 void add_identity_options(CLI::App& app, camera_options& options, raw_options& raw) {
@@ -179,6 +192,13 @@ void add_refusal_options(CLI::App& app, camera_options& options, raw_options& ra
     add("--refuse-write", options.refusals.writes, "Feature that refuses every write; may be given again", "FEATURE");
 }
 
+void add_fault_options(CLI::App& app, camera_options& options, raw_options& raw) {
+    app.add_option("--faults", raw.faults,
+                   "TOML file of faults and their times; --print-faults prints the table of them");
+    app.add_option("--control", options.control_socket,
+                   "Unix socket to make, mode 0600, over which faults are started and ended");
+}
+
 void add_time_options(CLI::App& app, camera_options& options) {
     app.add_option("--tick-frequency", options.tick_frequency, "Timestamp ticks a second")
         ->capture_default_str()
@@ -226,9 +246,12 @@ parsed_command_line parse_command_line(int argc, char const* const* argv) {
     add_identity_options(app, request.options, raw);
     add_image_options(app, request.options, raw);
     add_refusal_options(app, request.options, raw);
+    add_fault_options(app, request.options, raw);
     add_time_options(app, request.options);
     add_stream_options(app, request.options, raw);
     app.add_flag("--print-description", request.print_description, "Print the GenICam description and exit");
+    app.add_flag("--print-faults", request.print_faults,
+                 "Print the table of faults and their parameters, and exit");
     try {
         app.parse(argc, argv);
         interpret(raw, request.options);

@@ -10,6 +10,7 @@ namespace camsim {
 struct command_line {
     camera_options options;
     bool print_description = false;
+    bool print_faults = false;
 };
 
 /// What to do, or the exit status when there is nothing left to do (help shown, or a mistake reported).

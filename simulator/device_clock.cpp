@@ -22,7 +22,16 @@ device_clock::host_time device_clock::host_at(camera_time time) const {
 std::uint64_t device_clock::ticks_at(camera_time time) const {
     long double const ticks =
         std::floor((time - counter_origin_).count() * static_cast<long double>(tick_frequency_) * 1e-9L);
-    return counter_start_ + static_cast<std::uint64_t>(static_cast<std::int64_t>(ticks));
+    auto const ahead = static_cast<std::int64_t>(error_.ahead_s * static_cast<double>(tick_frequency_));
+    std::uint64_t const all = ~std::uint64_t{0} >> (64 - error_.bits);
+    return (counter_start_ + static_cast<std::uint64_t>(static_cast<std::int64_t>(ticks)) +
+            static_cast<std::uint64_t>(ahead)) &
+           all;
+}
+
+/// What the counter shows is wrong from now on; the oscillator, and so the frame period, is not.
+void device_clock::falsify_counter(counter_error const& error) {
+    error_ = error;
 }
 
 void device_clock::reset_counter(camera_time now) {

@@ -8,6 +8,12 @@ namespace camsim {
 /// Time since power-up as the camera's oscillator counts it.
 using camera_time = std::chrono::duration<long double, std::nano>;
 
+/// What is wrong with a timestamp counter.
+struct counter_error {
+    double ahead_s = 0.0;  ///< behind when negative
+    unsigned bits = 64;    ///< that it has
+};
+
 /// The camera's oscillator and its timestamp counter.
 ///
 /// The oscillator runs (1 + drift_ppm / 1e6) times as fast as the host's monotonic clock; frame periods and timestamps
@@ -24,6 +30,7 @@ public:
     host_time host_at(camera_time time) const;
     std::uint64_t ticks_at(camera_time time) const;
     void reset_counter(camera_time now);
+    void falsify_counter(counter_error const& error);
 
     host_time power_up() const { return power_up_; }
     std::uint64_t tick_frequency() const { return tick_frequency_; }
@@ -34,6 +41,7 @@ private:
     long double rate_;              ///< camera seconds in a second of the host
     camera_time counter_origin_{0};
     std::uint64_t counter_start_;
+    counter_error error_;
 };
 
 }  // namespace camsim

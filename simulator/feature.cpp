@@ -22,4 +22,13 @@ std::vector<placed_feature> place(std::vector<feature> features) {
     return placed;
 }
 
+std::vector<std::string> feature_names(std::vector<feature> const& features) {
+    std::vector<std::string> names;
+    names.reserve(features.size());
+    for (feature const& one : features) {
+        names.push_back(one.name);
+    }
+    return names;
+}
+
 }  // namespace camsim

@@ -124,5 +124,6 @@ struct placed_feature {
 };
 
 std::vector<placed_feature> place(std::vector<feature> features);
+std::vector<std::string> feature_names(std::vector<feature> const& features);
 
 }  // namespace camsim

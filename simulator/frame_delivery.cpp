@@ -18,11 +18,11 @@ std::optional<std::int64_t> nanoseconds(std::optional<exposed_frame::time_point>
 
 }  // namespace
 
-frame_delivery::frame_delivery(camera_state& state, stream_socket& socket, sent_blocks& sent, truth_writer* truth)
+frame_delivery::frame_delivery(camera_state& state, packet_outlet& outlet, sent_blocks& sent, truth_writer* truth)
     : state_(state),
-      socket_(socket),
+      outlet_(outlet),
       sent_(sent),
-      sender_(state.options.scene, socket, sent),
+      sender_(state.options.scene, outlet, sent),
       truth_(truth),
       delay_(state.options.delay, state.options.scene.seed) {}
 
@@ -69,7 +69,9 @@ void frame_delivery::run(std::stop_token const& stop) {
 
 void frame_delivery::deliver(state_lock& lock, std::stop_token const& stop, exposed_frame& frame) {
     std::uint32_t unsent_packets = 0;
-    if (frame.fate == frame_fate::sent) {
+    if (frame.fate == frame_fate::sent && outlet_.faults().skips(frame.block.block_id)) {
+        frame.fate = frame_fate::skipped;
+    } else if (frame.fate == frame_fate::sent) {
         block_sender::result const result = send(lock, stop, frame);
         frame.fate = result.finished ? frame_fate::sent : frame_fate::aborted;
         unsent_packets = result.unsent_packets;
@@ -77,31 +79,43 @@ void frame_delivery::deliver(state_lock& lock, std::stop_token const& stop, expo
     conclude(frame, unsent_packets);
 }
 
-/// A frame that was exposed is active until here, whatever has become of it.
-void frame_delivery::conclude(exposed_frame const& frame, std::uint32_t unsent_packets) {
-    if (frame.fate != frame_fate::skipped) {
+/// A frame that was exposed, and has a block ID, is active until here, whatever has become of it.
+void frame_delivery::conclude(exposed_frame& frame, std::uint32_t unsent_packets) {
+    frame.faults = outlet_.faults().take_hits();
+    if (frame.block.block_id != 0) {
         state_.change_lines([](output_lines& lines) { --lines.frames; },
                             frame.send_end.value_or(std::chrono::steady_clock::now()));
     }
     note(frame, unsent_packets);
 }
 
+/// As the state's, and then for the end of a freeze.
+template <typename GivenUp>
+bool frame_delivery::wait_until(state_lock& lock, std::stop_token const& stop, exposed_frame::time_point when,
+                                GivenUp given_up) {
+    if (!state_.wait_until(lock, stop, when, given_up)) {
+        return false;
+    }
+    state_.changed.wait(lock, stop, [&] { return !state_.frozen || given_up(); });
+    return !stop.stop_requested() && !given_up();
+}
+
 /// Sends without holding the state, looking at it before each run of packets: a closed channel ends the block there.
 block_sender::result frame_delivery::send(state_lock& lock, std::stop_token const& stop, exposed_frame& frame) {
     auto const closed = [&] { return !state_.channels[0].open() || state_.channel_openings != frame.channel_opening; };
-    if (!state_.wait_until(lock, stop, frame.due, closed)) {
+    if (!wait_until(lock, stop, frame.due, closed)) {
         return {.finished = false};
     }
     if (frame.channel_opening != channel_opening_) {
         channel_opening_ = frame.channel_opening;
         sent_.clear();
     }
-    socket_.set_do_not_fragment(frame.do_not_fragment);
+    outlet_.socket().set_do_not_fragment(frame.do_not_fragment);
     lock.unlock();
     frame.send_start = std::chrono::steady_clock::now();
     auto const result = sender_.send(frame.block, frame.destination, frame.packet_interval, [&](auto when) {
         state_lock looking(state_.mutex);
-        return state_.wait_until(looking, stop, when, closed);
+        return wait_until(looking, stop, when, closed);
     });
     frame.send_end = std::chrono::steady_clock::now();
     lock.lock();
@@ -126,6 +140,8 @@ void frame_delivery::note(exposed_frame const& frame, std::uint32_t unsent_packe
                   frame.utc_offset_ns};
     line.settings = frame.block.frame;
     line.chunks = frame.block.chunks;
+    line.boot = state_.boot;
+    line.faults = frame.faults;
     truth_->add(line);
 }
 

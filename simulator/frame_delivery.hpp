@@ -30,6 +30,7 @@ struct exposed_frame {
     time_point due;                          ///< to be sent, if nothing holds the camera up
     std::optional<time_point> send_start{};  ///< none: no packet has left
     std::optional<time_point> send_end{};
+    fault_hits faults{};  ///< that struck it on its way
 };
 
 /// Sends frames in the order of their exposures, each when its exposure has ended and the network's delay is over, on a
@@ -37,7 +38,7 @@ struct exposed_frame {
 class frame_delivery {
 public:
     /// \param truth may be null
-    frame_delivery(camera_state& state, stream_socket& socket, sent_blocks& sent, truth_writer* truth);
+    frame_delivery(camera_state& state, packet_outlet& outlet, sent_blocks& sent, truth_writer* truth);
 
     void start();
     void stop();
@@ -52,11 +53,13 @@ private:
     void run(std::stop_token const& stop);
     void deliver(state_lock& lock, std::stop_token const& stop, exposed_frame& frame);
     block_sender::result send(state_lock& lock, std::stop_token const& stop, exposed_frame& frame);
-    void conclude(exposed_frame const& frame, std::uint32_t unsent_packets = 0);
+    template <typename GivenUp>
+    bool wait_until(state_lock& lock, std::stop_token const& stop, exposed_frame::time_point when, GivenUp given_up);
+    void conclude(exposed_frame& frame, std::uint32_t unsent_packets = 0);
     void note(exposed_frame const& frame, std::uint32_t unsent_packets);
 
     camera_state& state_;
-    stream_socket& socket_;
+    packet_outlet& outlet_;
     sent_blocks& sent_;
     block_sender sender_;
     truth_writer* truth_;

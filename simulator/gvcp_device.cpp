@@ -20,7 +20,8 @@ constexpr bool is_broadcast_command(std::uint16_t number) {
 
 }  // namespace
 
-gvcp_device::gvcp_device(camera_state& state, register_map const& registers) : state_(state), registers_(registers) {}
+gvcp_device::gvcp_device(camera_state& state, register_map const& registers, access_faults const* faults)
+    : state_(state), registers_(registers), faults_(faults) {}
 
 /// \param datagram what arrived, whoever sent it
 gvcp_outcome gvcp_device::handle(std::span<std::byte const> datagram, endpoint const& sender, time_point now,
@@ -112,7 +113,7 @@ gvcp_device::reply gvcp_device::read_registers(request const& one) const {
     std::vector<std::uint32_t> values;
     for (std::uint32_t const address : *addresses) {
         std::array<std::byte, 4> word{};
-        result = registers_.read(address, word);
+        result = read(address, word);
         if (result != gvcp::status::success) {
             break;
         }
@@ -150,7 +151,7 @@ gvcp_device::reply gvcp_device::read_memory(request const& one) const {
         return {gvcp::status::access_denied, {}};
     }
     std::vector<std::byte> data(asked->count);
-    gvcp::status const result = registers_.read(asked->address, data);
+    gvcp::status const result = read(asked->address, data);
     if (result != gvcp::status::success) {
         return {result, {}};
     }
@@ -167,6 +168,11 @@ gvcp_device::reply gvcp_device::write_memory(request const& one) {
     return {.status = result, .payload = gvcp::encode_write_index_payload(written), .is_write = true};
 }
 
+gvcp::status gvcp_device::read(std::uint32_t address, std::span<std::byte> out) const {
+    auto const fault = faults_ != nullptr ? faults_->on_read(address, out.size()) : std::nullopt;
+    return fault ? *fault : registers_.read(address, out);
+}
+
 /// The privilege register is open to everybody, all others to the primary application.
 gvcp::status gvcp_device::write(request const& one, std::uint32_t address, std::span<std::byte const> data) {
     if (address == bootstrap::control_channel_privilege && data.size() == 4) {
@@ -175,11 +181,17 @@ gvcp::status gvcp_device::write(request const& one, std::uint32_t address, std::
     if (!state_.control.may_write(one.sender)) {
         return gvcp::status::access_denied;
     }
-    return registers_.write(address, data);
+    auto const fault = faults_ != nullptr ? faults_->on_write(address, data.size()) : std::nullopt;
+    return fault ? *fault : registers_.write(address, data);
 }
 
 gvcp::status gvcp_device::write_privilege(request const& one, std::span<std::byte const> data) {
     bool const was_primary = state_.control.is_primary(one.sender);
+    auto const fault = faults_ != nullptr && !was_primary ? faults_->on_write(bootstrap::control_channel_privilege, data.size())
+                                                          : std::nullopt;
+    if (fault) {
+        return *fault;
+    }
     gvcp::status const result = state_.control.write_privilege(one.sender, load_be32(data, 0), one.now);
     if (was_primary && !state_.control.primary()) {
         state_.lose_control();

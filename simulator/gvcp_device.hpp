@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "access_faults.hpp"
 #include "camera_state.hpp"
 #include "gvcp_packet.hpp"
 #include "register_map.hpp"
@@ -38,7 +39,8 @@ class gvcp_device {
 public:
     using time_point = control_channel::time_point;
 
-    gvcp_device(camera_state& state, register_map const& registers);
+    /// \param faults may be null
+    gvcp_device(camera_state& state, register_map const& registers, access_faults const* faults = nullptr);
 
     gvcp_outcome handle(std::span<std::byte const> datagram, endpoint const& sender, time_point now,
                         delivery how = delivery::unicast);
@@ -66,6 +68,7 @@ private:
     reply write_registers(request const& one);
     reply read_memory(request const& one) const;
     reply write_memory(request const& one);
+    gvcp::status read(std::uint32_t address, std::span<std::byte> out) const;
     gvcp::status write(request const& one, std::uint32_t address, std::span<std::byte const> data);
     gvcp::status write_privilege(request const& one, std::span<std::byte const> data);
     std::optional<resend_job> resend(request const& one) const;
@@ -73,6 +76,7 @@ private:
 
     camera_state& state_;
     register_map const& registers_;
+    access_faults const* faults_;
 };
 
 }  // namespace camsim

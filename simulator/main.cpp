@@ -44,6 +44,10 @@ int main(int argc, char** argv) {
             std::fputs(camsim::describe(parsed.request->options).c_str(), stdout);
             return EXIT_SUCCESS;
         }
+        if (parsed.request->print_faults) {
+            std::fputs(camsim::fault_reference().c_str(), stdout);
+            return EXIT_SUCCESS;
+        }
         return run_camera(parsed.request->options);
     } catch (std::exception const& error) {
         std::fprintf(stderr, "camsim: %s\n", error.what());

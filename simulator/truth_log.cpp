@@ -145,6 +145,12 @@ truth_frame frame_from(json const& line, known_lut& lut) {
     if (line.contains("chunks")) {
         frame.chunks = chunks_from(line.at("chunks"));
     }
+    if (line.contains("boot")) {
+        frame.boot = line.at("boot");
+    }
+    if (line.contains("faults")) {
+        frame.faults = line.at("faults");
+    }
     frame.settings.bent_by = tone_from(line, lut);
     return frame;
 }
@@ -169,8 +175,8 @@ std::string to_json(truth_header const& header) {
         .dump();
 }
 
-/// What a frame has not, its line does not name: chunks only where there are any, and no gamma or table while the tone
-/// is straight.
+/// What a frame has not, its line does not name: chunks and faults only where there are any, no gamma or table while
+/// the tone is straight, no boot while it is the first.
 /// \param told the table that a line before has told; another one is written out
 std::string to_json(truth_frame const& frame, known_lut const& told) {
     frame_settings const& settings = frame.settings;
@@ -191,6 +197,12 @@ std::string to_json(truth_frame const& frame, known_lut const& told) {
     add_times(line, frame.times);
     if (frame.chunks.any()) {
         line["chunks"] = names_of(frame.chunks);
+    }
+    if (frame.boot != 1) {
+        line["boot"] = frame.boot;
+    }
+    if (!frame.faults.empty()) {
+        line["faults"] = frame.faults;
     }
     if (settings.bent_by.gamma) {
         line["gamma"] = *settings.bent_by.gamma;

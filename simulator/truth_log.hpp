@@ -3,7 +3,9 @@
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
+#include <functional>
 #include <istream>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,7 +30,7 @@ struct truth_header {
 
 enum class frame_fate : std::uint8_t {
     sent,     ///< its packets were handed to the kernel, all but unsent_packets
-    skipped,  ///< the camera could not keep up; no block ID was spent on it
+    skipped,  ///< the camera could not keep up, and no block ID was spent on it; or a fault skipped its block
     aborted,  ///< the stream was closed while its packets were sent
 };
 
@@ -44,6 +46,9 @@ struct frame_times {
     friend bool operator==(frame_times const&, frame_times const&) = default;
 };
 
+/// How often each kind of fault struck a block, by the kind's name.
+using fault_hits = std::map<std::string, std::uint32_t, std::less<>>;
+
 /// One frame of a truth file.
 struct truth_frame {
     frame_fate fate = frame_fate::sent;
@@ -53,7 +58,9 @@ struct truth_frame {
     frame_times times;
     std::uint32_t unsent_packets = 0;  ///< refused by the kernel: too long for the link, or no buffer left
     frame_settings settings;
-    chunk_set chunks;  ///< that the block carries behind its picture
+    chunk_set chunks;        ///< that the block carries behind its picture
+    std::uint64_t boot = 1;  ///< counts the times that the camera got power; ticks, blocks and frames begin anew with it
+    fault_hits faults{};     ///< that struck it on its way the first time, by name
 };
 
 /// The look-up table that lines of a truth file refer to by its number; it stands in the first of them.

@@ -1,8 +1,9 @@
 /// \file
 /// verify_recording: compares a recording of mediagrabber with what camsim says that it sent, bit for bit.
 ///
-/// Frames are matched by the camera's timestamp. Every frame that the camera sent between the first and the last one
-/// recorded has to be there, too. A frame in another format than the camera's is compared with the camera's converted;
+/// Both tell their frames in the order in which they were taken; they are matched by the camera's timestamp. Every frame
+/// that the camera sent between the first and the last one recorded has to be there, too. One whose pixels were falsified
+/// on the way, as the camera tells, has to be there and may differ. A frame in another format than the camera's is compared with the camera's converted;
 /// with
 /// --turned, frames are compared with the camera's turned by 180 degrees.
 
@@ -15,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -146,15 +146,39 @@ std::vector<recorded_frame> read_journal(fs::path const& directory) {
 /// What came out of the comparison.
 struct verdict {
     std::uint64_t identical = 0;
-    std::uint64_t different = 0;  ///< other pixels, or no frame that the camera sent
+    std::uint64_t falsified = 0;  ///< other pixels, and known to have been falsified on the way
+    std::uint64_t different = 0;  ///< other pixels, or no frame that the camera sent after the one before
     std::uint64_t missing = 0;    ///< sent between the first and the last one recorded, and not there
     std::uint64_t stray = 0;      ///< files in the directory that the journal does not know
     std::uint64_t skipped = 0;    ///< left out by the camera itself between the first and the last
 
-    bool good() const { return identical > 0 && different == 0 && missing == 0 && stray == 0; }
+    bool good() const { return identical + falsified > 0 && different == 0 && missing == 0 && stray == 0; }
 };
 
-using frames_by_ticks = std::map<std::uint64_t, camsim::truth_frame>;
+/// In the order of their exposures. A camera may send a timestamp twice: after power was cut, or when its clock is wrong.
+using sent_in_order = std::vector<camsim::truth_frame>;
+
+/// For each recorded frame the place of the frame that it was, among those that were sent after the one before.
+using matches = std::vector<std::optional<std::size_t>>;
+
+matches match(std::vector<recorded_frame> const& recorded, sent_in_order const& sent) {
+    matches found;
+    std::size_t next = 0;
+    for (auto const& frame : recorded) {
+        auto const begin = sent.begin() + static_cast<std::ptrdiff_t>(next);
+        auto const at = frame.ticks ? std::find_if(begin, sent.end(), [&](auto const& one) {
+            return one.fate != camsim::frame_fate::skipped && one.ticks == *frame.ticks;
+        })
+                                    : sent.end();
+        if (at == sent.end()) {
+            found.emplace_back();
+            continue;
+        }
+        found.emplace_back(static_cast<std::size_t>(at - sent.begin()));
+        next = *found.back() + 1;
+    }
+    return found;
+}
 
 /// What a recorded frame has to be.
 picture expected_picture(camsim::frame_settings const& settings, pixel_meaning recorded, bool is_turned,
@@ -164,24 +188,31 @@ picture expected_picture(camsim::frame_settings const& settings, pixel_meaning r
     return converted(is_turned ? turned(original, sent.bayer) : original, sent, recorded);
 }
 
-void compare(fs::path const& directory, std::vector<recorded_frame> const& recorded, frames_by_ticks const& sent,
-             bool is_turned, sent_frames& renderer, verdict& result) {
-    for (auto const& frame : recorded) {
+bool was_falsified(camsim::truth_frame const& frame) {
+    return frame.faults.contains("payload_corruption");
+}
+
+void compare(fs::path const& directory, std::vector<recorded_frame> const& recorded, matches const& found,
+             sent_in_order const& sent, bool is_turned, sent_frames& renderer, verdict& result) {
+    for (std::size_t index = 0; index < recorded.size(); ++index) {
+        auto const& frame = recorded[index];
         auto const complain = [&](std::string const& what) {
             std::cerr << frame.file << ": " << what << '\n';
             ++result.different;
         };
-        auto const original = frame.ticks ? sent.find(*frame.ticks) : sent.end();
-        if (original == sent.end()) {
-            complain("no frame that the camera sent has this timestamp");
+        if (!found[index]) {
+            complain("no frame that the camera sent after the one before has this timestamp");
             continue;
         }
+        auto const& original = sent[*found[index]];
         try {
             if (read_tiff(directory / frame.file) ==
-                expected_picture(original->second.settings, frame.meaning, is_turned, renderer)) {
+                expected_picture(original.settings, frame.meaning, is_turned, renderer)) {
                 ++result.identical;
+            } else if (was_falsified(original)) {
+                ++result.falsified;
             } else {
-                complain("differs from what the camera sent as block " + std::to_string(original->second.block_id));
+                complain("differs from what the camera sent as block " + std::to_string(original.block_id));
             }
         } catch (std::runtime_error const& error) {
             complain(error.what());
@@ -189,24 +220,19 @@ void compare(fs::path const& directory, std::vector<recorded_frame> const& recor
     }
 }
 
-/// Camera timestamps rise, so the frames between two recorded ones lie between their timestamps.
-void look_for_gaps(std::vector<recorded_frame> const& recorded, frames_by_ticks const& sent, verdict& result) {
-    std::vector<std::uint64_t> ticks;
-    for (auto const& frame : recorded) {
-        if (frame.ticks) {
-            ticks.push_back(*frame.ticks);
+void look_for_gaps(matches const& found, sent_in_order const& sent, verdict& result) {
+    std::vector<std::size_t> places;
+    for (auto const& place : found) {
+        if (place) {
+            places.push_back(*place);
         }
     }
-    if (ticks.empty()) {
-        return;
-    }
-    std::sort(ticks.begin(), ticks.end());
-    for (auto at = sent.lower_bound(ticks.front()); at != sent.end() && at->first <= ticks.back(); ++at) {
-        if (at->second.fate == camsim::frame_fate::skipped) {
+    for (std::size_t at = places.empty() ? 0 : places.front(); !places.empty() && at <= places.back(); ++at) {
+        if (sent[at].fate == camsim::frame_fate::skipped) {
             ++result.skipped;
-        } else if (at->second.fate == camsim::frame_fate::sent &&
-                   !std::binary_search(ticks.begin(), ticks.end(), at->first)) {
-            std::cerr << "missing: block " << at->second.block_id << ", ticks " << at->first << '\n';
+        } else if (sent[at].fate == camsim::frame_fate::sent &&
+                   !std::binary_search(places.begin(), places.end(), at)) {
+            std::cerr << "missing: block " << sent[at].block_id << ", ticks " << sent[at].ticks << '\n';
             ++result.missing;
         }
     }
@@ -230,15 +256,16 @@ verdict verify(fs::path const& directory, fs::path const& truth_file, bool is_tu
         throw std::runtime_error(truth_file.string() + " can't be read");
     }
     camsim::truth_reader reader(truth);
-    frames_by_ticks sent;
+    sent_in_order sent;
     while (auto const frame = reader.next()) {
-        sent.emplace(frame->ticks, *frame);
+        sent.push_back(*frame);
     }
     auto const recorded = read_journal(directory);
+    auto const found = match(recorded, sent);
     sent_frames renderer(reader.header().scene);
     verdict result;
-    compare(directory, recorded, sent, is_turned, renderer, result);
-    look_for_gaps(recorded, sent, result);
+    compare(directory, recorded, found, sent, is_turned, renderer, result);
+    look_for_gaps(found, sent, result);
     look_for_strays(directory, recorded, result);
     return result;
 }
@@ -257,7 +284,8 @@ int main(int argc, char** argv) {
     try {
         verdict const result = verify(directory, truth_file, is_turned);
         std::cout << result.identical << " frames identical, " << result.different << " different, " << result.missing
-                  << " missing, " << result.stray << " stray files; " << result.skipped << " left out by the camera\n";
+                  << " missing, " << result.stray << " stray files; " << result.skipped << " left out by the camera, "
+                  << result.falsified << " falsified on the way\n";
         return result.good() ? 0 : 1;
     } catch (std::exception const& error) {
         std::cerr << "verify_recording: " << error.what() << '\n';

@@ -8,9 +8,11 @@ import os
 import pathlib
 import select
 import signal
+import socket
 import subprocess
 import tempfile
 import time
+import tomllib
 
 CAMSIM = os.environ["CAMSIM"]
 PROBE = os.environ["CAMSIM_STREAM_PROBE"]
@@ -65,6 +67,49 @@ class Camera:
         """The frames that the truth file tells of already."""
         lines = self.truth_path.read_text().split("\n")[1:-1]
         return [json.loads(line) for line in lines]
+
+
+class FaultyCamera(Camera):
+    """A camera whose faults are started and ended while it runs."""
+
+    def __init__(self, *arguments, **options):
+        super().__init__(*arguments, **options)
+        self.control_path = str(pathlib.Path(self.directory.name) / "control")
+        self.arguments += ("--control", self.control_path)
+
+    def __enter__(self):
+        super().__enter__()
+        self.control = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.control.settimeout(DEADLINE_SECONDS)
+        wait_for(lambda: self.control.connect_ex(self.control_path) == 0, "the control socket")
+        return self
+
+    def __exit__(self, *exception):
+        self.control.close()
+        super().__exit__(*exception)
+
+    def ask(self, line):
+        """The answer to a request, both a line of TOML."""
+        self.control.sendall(line.encode() + b"\n")
+        answer = b""
+        while not answer.endswith(b"\n"):
+            part = self.control.recv(65536)
+            assert part, "the control socket was closed"
+            answer += part
+        return tomllib.loads(answer.decode())
+
+    def start_fault(self, kind, **parameters):
+        """Puts a fault into force. \\return its number"""
+        values = {"kind": kind, **parameters}
+        return self.ask(f"start = {{ {', '.join(f'{name} = {json.dumps(value)}' for name, value in values.items())} }}")["fault"]
+
+    def stop_fault(self, number):
+        """Ends a fault. \\return how often it struck"""
+        return self.ask(f"stop = {json.dumps(number)}")["hits"]
+
+    def hits(self, number):
+        """How often a fault has struck so far."""
+        return next(one["hits"] for one in self.ask("list = true")["faults"] if one["fault"] == number)
 
 
 def wait_for(condition, what):

@@ -68,9 +68,12 @@ std::vector<std::uint32_t> packet_ids(std::vector<gvsp::packet_header> const& he
 struct BlockOnLoopback : testing::Test {
     receiver there;
     stream_socket socket{loopback};
+    active_faults active{1};
+    stream_faults faults{active};
+    packet_outlet outlet{socket, faults};
     sent_blocks sent{2};
-    block_sender sender{small_scene(), socket, sent};
-    block_resender resender{small_scene(), socket, sent};
+    block_sender sender{small_scene(), outlet, sent};
+    block_resender resender{small_scene(), outlet, sent};
     std::vector<block_sender::time_point> waits;
 
     block_sender::result send(std::uint64_t block_id, std::size_t runs_before_giving_up = 1000) {
@@ -122,6 +125,18 @@ TEST_F(BlockOnLoopback, CountsPacketsThatTheKernelRefuses) {
     auto const result = sender.send(small_block(1), {0xFFFFFFFF, 9}, {}, [](auto) { return true; });
     EXPECT_TRUE(result.finished);
     EXPECT_EQ(result.unsent_packets, small_block(1).layout().packet_count());
+}
+
+TEST_F(BlockOnLoopback, IsSentAsTheFaultsOfTheLineWillHaveIt) {
+    active.add(1, standard_fault(fault_kind::leader_loss));
+    active.add(2, standard_fault(fault_kind::trailer_loss));
+    auto const result = send(1);
+    EXPECT_TRUE(result.finished);
+    EXPECT_EQ(result.unsent_packets, 0U);  // the kernel refused none
+    auto const ids = packet_ids(there.headers());
+    ASSERT_EQ(ids.size(), small_block(1).layout().payload_packets());
+    EXPECT_EQ(ids.front(), 1U);
+    EXPECT_THAT(packet_ids(resend({0, 1, 0, 0}, false)), ElementsAre(0));
 }
 
 TEST_F(BlockOnLoopback, IsSentAgainInPartAndMarkedSo) {

@@ -40,6 +40,20 @@ TEST(DeviceClock, StartsItsCounterAgainWithoutStoppingItsOscillator) {
     EXPECT_EQ(clock.at(power_up + 6s), camera_time(6s));
 }
 
+TEST(DeviceClock, ShowsAWrongTimeWhenItsCounterIsWrong) {
+    device_clock clock(power_up, 1'000'000'000, 0.0, 0);
+    auto const shown = [&] { return clock.ticks_at(clock.at(power_up + 5s)); };
+    clock.falsify_counter({.ahead_s = -2.0});
+    EXPECT_EQ(shown(), 3'000'000'000U);
+    clock.falsify_counter({.ahead_s = 1.5});
+    EXPECT_EQ(shown(), 6'500'000'000U);
+    clock.falsify_counter({.bits = 32});
+    EXPECT_EQ(shown(), 5'000'000'000U - (std::uint64_t{1} << 32U));
+    clock.falsify_counter({});
+    EXPECT_EQ(shown(), 5'000'000'000U);
+    EXPECT_EQ(clock.at(power_up + 5s), camera_time(5s));
+}
+
 TEST(FrameSchedule, KeepsItsGridHoweverLateItIsAsked) {
     frame_schedule schedule(camera_time(1s), camera_time(10ms));
     EXPECT_EQ(schedule.next(camera_time(0s), camera_time(40ms)).start, camera_time(1s));

@@ -31,6 +31,8 @@ truth_frame some_frame() {
     frame.unsent_packets = 17;
     frame.settings = {12345, 0.1 + 0.2, 3.98107170553, {1280, 1024, 8, 2}, pixel_format::bayer_rg8};
     frame.chunks = chunk_set(0b1010);
+    frame.boot = 3;
+    frame.faults = {{"packet_loss", 4}, {"leader_loss", 1}};
     return frame;
 }
 
@@ -58,6 +60,8 @@ TEST(TruthLog, ReadsBackWhatItWrote) {
     EXPECT_EQ(frame->settings.format, pixel_format::bayer_rg8);
     EXPECT_EQ(frame->settings.frame_number, 12345U);
     EXPECT_EQ(frame->chunks, chunk_set(0b1010));
+    EXPECT_EQ(frame->boot, 3U);
+    EXPECT_EQ(frame->faults, some_frame().faults);
     EXPECT_FALSE(reader.next());
 }
 
