@@ -17,18 +17,16 @@ bool touches(placed_feature const& one, std::uint32_t address, std::size_t lengt
 
 /// \return what is answered instead of carrying the access out; empty when nothing is in its way
 std::optional<gvcp::status> access_faults::on_read(std::uint32_t address, std::size_t length) const {
-    return answer_to(fault_kind::read_failure, [&](fault const& one) {
-        return is_feature(one.word("feature"), address, length);
-    });
+    return answer_to(fault_kind::read_failure,
+                     [&](fault const& one) { return is_feature(one.word("feature"), address, length); });
 }
 
 std::optional<gvcp::status> access_faults::on_write(std::uint32_t address, std::size_t length) const {
     if (address == bootstrap::control_channel_privilege) {
         return answer_to(fault_kind::control_denied, [](fault const&) { return true; });
     }
-    return answer_to(fault_kind::write_refusal, [&](fault const& one) {
-        return is_feature(one.word("feature"), address, length);
-    });
+    return answer_to(fault_kind::write_refusal,
+                     [&](fault const& one) { return is_feature(one.word("feature"), address, length); });
 }
 
 template <typename Concerns>

@@ -58,7 +58,8 @@ std::optional<fault> active_faults::find(fault_kind kind) const {
 ///
 /// \return 0 up to, but not including, 1
 double active_faults::lot(active_fault const& one, std::uint64_t first, std::uint64_t second) const {
-    std::uint64_t const mixed = scrambled(scrambled(scrambled(seed_ ^ std::uint64_t{one.number} << 40U) ^ first) ^ second);
+    std::uint64_t const mixed =
+        scrambled(scrambled(scrambled(seed_ ^ std::uint64_t{one.number} << 40U) ^ first) ^ second);
     return static_cast<double>(mixed >> 11U) * 0x1p-53;
 }
 

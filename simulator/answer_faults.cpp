@@ -78,9 +78,8 @@ bool answer_faults::apply(active_fault& one, std::vector<gvcp_answer>& answers) 
             return strike_each(answers, strikes, [&](gvcp_answer& answer) {
                 std::uint16_t const number = load_be16(answer.datagram, number_at);
                 std::uint16_t const id = load_be16(answer.datagram, id_at);
-                answer.datagram =
-                    gvcp::encode_acknowledge(static_cast<gvcp::status>(one.what.number("status")),
-                                             static_cast<std::uint16_t>(number - 1U), id, {});
+                answer.datagram = gvcp::encode_acknowledge(static_cast<gvcp::status>(one.what.number("status")),
+                                                           static_cast<std::uint16_t>(number - 1U), id, {});
                 return true;
             });
         case fault_kind::answer_wrong_id:

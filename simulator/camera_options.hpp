@@ -36,9 +36,9 @@ struct camera_options {
     std::size_t resend_blocks = 16;
     std::chrono::milliseconds write_time{0};  ///< how long a register write takes
     fault_plan faults;
-    std::string control_socket;               ///< by which faults are started and ended; empty: none
-    std::string truth_file;                   ///< empty: none
-    std::string line_trace_file;              ///< empty: none
+    std::string control_socket;   ///< by which faults are started and ended; empty: none
+    std::string truth_file;       ///< empty: none
+    std::string line_trace_file;  ///< empty: none
 };
 
 }  // namespace camsim

@@ -250,8 +250,7 @@ parsed_command_line parse_command_line(int argc, char const* const* argv) {
     add_time_options(app, request.options);
     add_stream_options(app, request.options, raw);
     app.add_flag("--print-description", request.print_description, "Print the GenICam description and exit");
-    app.add_flag("--print-faults", request.print_faults,
-                 "Print the table of faults and their parameters, and exit");
+    app.add_flag("--print-faults", request.print_faults, "Print the table of faults and their parameters, and exit");
     try {
         app.parse(argc, argv);
         interpret(raw, request.options);

@@ -48,11 +48,11 @@ struct fault_parameter {
     std::string_view name;
     std::string_view unit;
     std::string_view what;
-    fault_value standard;                    ///< in force unless given
-    domain of = domain::number;              ///< what the value is
-    double least = 0.0;                      ///< of a number or an integer
-    double most = 0.0;                       ///< of a number or an integer
-    std::vector<std::string_view> words{};   ///< of a word
+    fault_value standard;                   ///< in force unless given
+    domain of = domain::number;             ///< what the value is
+    double least = 0.0;                     ///< of a number or an integer
+    double most = 0.0;                      ///< of a number or an integer
+    std::vector<std::string_view> words{};  ///< of a word
 
     std::string expects() const;
 };
@@ -85,8 +85,8 @@ fault standard_fault(fault_kind kind);
 
 struct scheduled_fault {
     fault what;
-    std::chrono::nanoseconds at{0};                    ///< from the beginning of the timeline
-    std::optional<std::chrono::nanoseconds> lasts{};   ///< none: until somebody ends it
+    std::chrono::nanoseconds at{0};                   ///< from the beginning of the timeline
+    std::optional<std::chrono::nanoseconds> lasts{};  ///< none: until somebody ends it
 };
 
 struct fault_plan {

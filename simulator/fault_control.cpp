@@ -117,7 +117,10 @@ std::string answer_fault_request(std::string const& line, fault_timeline& timeli
 
 /// \throws std::runtime_error with a message to act on, when it can't listen there
 fault_control::fault_control(std::filesystem::path path, answerer answer)
-    : path_(std::move(path)), answer_(std::move(answer)), listener_(listen_at(path_)), wake_(::eventfd(0, EFD_CLOEXEC)) {
+    : path_(std::move(path)),
+      answer_(std::move(answer)),
+      listener_(listen_at(path_)),
+      wake_(::eventfd(0, EFD_CLOEXEC)) {
     if (!wake_) {
         throw std::system_error(errno, std::generic_category(), "cannot make the control socket's wake-up event");
     }

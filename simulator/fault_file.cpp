@@ -1,5 +1,6 @@
 #include "fault_file.hpp"
 
+#include <toml++/toml.h>
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -8,7 +9,6 @@
 #include <iterator>
 #include <optional>
 #include <sstream>
-#include <toml++/toml.h>
 #include <utility>
 
 namespace camsim {
@@ -202,10 +202,10 @@ std::optional<fault_value> fault_reader::read_value(fault_parameter const& param
             return std::nullopt;
         case domain::word:
         case domain::feature: {
-            bool const known = word && std::ranges::find(parameter.words, std::string_view(*word)) !=
-                                           parameter.words.end();
-            bool const feature = word && parameter.of == domain::feature &&
-                                 std::ranges::find(features_, *word) != features_.end();
+            bool const known =
+                word && std::ranges::find(parameter.words, std::string_view(*word)) != parameter.words.end();
+            bool const feature =
+                word && parameter.of == domain::feature && std::ranges::find(features_, *word) != features_.end();
             return known || feature ? std::optional<fault_value>(*word) : std::nullopt;
         }
     }
@@ -233,8 +233,8 @@ std::string contents_of(std::filesystem::path const& file) {
     std::ifstream in(file, std::ios::binary);
     std::string text(largest_file + 1, '\0');
     if (!in || std::filesystem::is_directory(file)) {
-        throw fault_text_error(file.string() + ": can't be read: " +
-                               std::strerror(std::filesystem::is_directory(file) ? EISDIR : errno));
+        throw fault_text_error(
+            file.string() + ": can't be read: " + std::strerror(std::filesystem::is_directory(file) ? EISDIR : errno));
     }
     in.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(in.gcount()));
@@ -246,7 +246,8 @@ std::string contents_of(std::filesystem::path const& file) {
 
 fault_request read_request(fault_reader& reader, toml::table const& root) {
     fault_request request{.what = fault_request::list{}};
-    std::string const expected = "expected start = { kind = \"...\", ... }, stop = NUMBER, stop = \"all\" or list = true";
+    std::string const expected =
+        "expected start = { kind = \"...\", ... }, stop = NUMBER, stop = \"all\" or list = true";
     if (root.size() != 1) {
         reader.complain(root, "a request is one thing, " + expected);
     } else if (auto const* const started = root.get_as<toml::table>("start")) {

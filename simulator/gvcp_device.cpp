@@ -187,8 +187,9 @@ gvcp::status gvcp_device::write(request const& one, std::uint32_t address, std::
 
 gvcp::status gvcp_device::write_privilege(request const& one, std::span<std::byte const> data) {
     bool const was_primary = state_.control.is_primary(one.sender);
-    auto const fault = faults_ != nullptr && !was_primary ? faults_->on_write(bootstrap::control_channel_privilege, data.size())
-                                                          : std::nullopt;
+    auto const fault = faults_ != nullptr && !was_primary
+                           ? faults_->on_write(bootstrap::control_channel_privilege, data.size())
+                           : std::nullopt;
     if (fault) {
         return *fault;
     }

@@ -136,7 +136,8 @@ bool stream_faults::apply(active_fault const& one, packet& target, stream_block 
         return struck;
     };
     auto const ends = [&](bool concerned) {
-        return lose(concerned && (!target.resent || one.what.yes("again")) && strikes_block(one, target.header.block_id));
+        return lose(concerned && (!target.resent || one.what.yes("again")) &&
+                    strikes_block(one, target.header.block_id));
     };
     bool const first_time = !target.resent && strikes_packet(one, target);
     switch (one.what.kind) {

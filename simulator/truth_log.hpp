@@ -58,9 +58,10 @@ struct truth_frame {
     frame_times times;
     std::uint32_t unsent_packets = 0;  ///< refused by the kernel: too long for the link, or no buffer left
     frame_settings settings;
-    chunk_set chunks;        ///< that the block carries behind its picture
-    std::uint64_t boot = 1;  ///< counts the times that the camera got power; ticks, blocks and frames begin anew with it
-    fault_hits faults{};     ///< that struck it on its way the first time, by name
+    chunk_set chunks;  ///< that the block carries behind its picture
+    std::uint64_t boot =
+        1;                ///< counts the times that the camera got power; ticks, blocks and frames begin anew with it
+    fault_hits faults{};  ///< that struck it on its way the first time, by name
 };
 
 /// The look-up table that lines of a truth file refer to by its number; it stands in the first of them.

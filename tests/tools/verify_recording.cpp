@@ -1,10 +1,10 @@
 /// \file
 /// verify_recording: compares a recording of mediagrabber with what camsim says that it sent, bit for bit.
 ///
-/// Both tell their frames in the order in which they were taken; they are matched by the camera's timestamp. Every frame
-/// that the camera sent between the first and the last one recorded has to be there, too. One whose pixels were falsified
-/// on the way, as the camera tells, has to be there and may differ. A frame in another format than the camera's is compared with the camera's converted;
-/// with
+/// Both tell their frames in the order in which they were taken; they are matched by the camera's timestamp. Every
+/// frame that the camera sent between the first and the last one recorded has to be there, too. One whose pixels were
+/// falsified on the way, as the camera tells, has to be there and may differ. A frame in another format than the
+/// camera's is compared with the camera's converted; with
 /// --turned, frames are compared with the camera's turned by 180 degrees.
 
 #include <tiffio.h>
@@ -155,7 +155,8 @@ struct verdict {
     bool good() const { return identical + falsified > 0 && different == 0 && missing == 0 && stray == 0; }
 };
 
-/// In the order of their exposures. A camera may send a timestamp twice: after power was cut, or when its clock is wrong.
+/// In the order of their exposures. A camera may send a timestamp twice: after power was cut, or when its clock is
+/// wrong.
 using sent_in_order = std::vector<camsim::truth_frame>;
 
 /// For each recorded frame the place of the frame that it was, among those that were sent after the one before.
@@ -166,10 +167,12 @@ matches match(std::vector<recorded_frame> const& recorded, sent_in_order const& 
     std::size_t next = 0;
     for (auto const& frame : recorded) {
         auto const begin = sent.begin() + static_cast<std::ptrdiff_t>(next);
-        auto const at = frame.ticks ? std::find_if(begin, sent.end(), [&](auto const& one) {
-            return one.fate != camsim::frame_fate::skipped && one.ticks == *frame.ticks;
-        })
-                                    : sent.end();
+        auto const at =
+            frame.ticks ? std::find_if(begin, sent.end(),
+                                       [&](auto const& one) {
+                                           return one.fate != camsim::frame_fate::skipped && one.ticks == *frame.ticks;
+                                       })
+                        : sent.end();
         if (at == sent.end()) {
             found.emplace_back();
             continue;
@@ -230,8 +233,7 @@ void look_for_gaps(matches const& found, sent_in_order const& sent, verdict& res
     for (std::size_t at = places.empty() ? 0 : places.front(); !places.empty() && at <= places.back(); ++at) {
         if (sent[at].fate == camsim::frame_fate::skipped) {
             ++result.skipped;
-        } else if (sent[at].fate == camsim::frame_fate::sent &&
-                   !std::binary_search(places.begin(), places.end(), at)) {
+        } else if (sent[at].fate == camsim::frame_fate::sent && !std::binary_search(places.begin(), places.end(), at)) {
             std::cerr << "missing: block " << sent[at].block_id << ", ticks " << sent[at].ticks << '\n';
             ++result.missing;
         }

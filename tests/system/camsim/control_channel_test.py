@@ -7,21 +7,9 @@ import time
 import unittest
 
 import gvcp
+from camera_application import ADDRESSES, small_images, start
 from camera_process import CAMSIM, DEADLINE_SECONDS, Camera, run, wait_for
 from gvcp import Application, Stream
-
-ADDRESSES = gvcp.feature_addresses(run(CAMSIM, "--print-description"))
-
-
-def small_images(application, rate=100.0):
-    for name, value in (("Width", 320), ("Height", 100)):
-        assert application.write(ADDRESSES[name], value) == gvcp.SUCCESS
-    payload = struct.pack(">Id", ADDRESSES["AcquisitionFrameRate"], rate)
-    assert application.ask(gvcp.WRITEMEM, payload)[0] == gvcp.SUCCESS
-
-
-def start(application):
-    assert application.write(ADDRESSES["AcquisitionStart"], 1) == gvcp.SUCCESS
 
 
 class Privilege(unittest.TestCase):

@@ -36,8 +36,7 @@ struct faulty_camera {
     }
     std::vector<gvcp_answer> ask(gvcp::command command, std::vector<std::byte> const& payload,
                                  endpoint const& sender = application) {
-        auto const datagram =
-            gvcp::encode_command({1, static_cast<std::uint16_t>(command), 0, command_id}, payload);
+        auto const datagram = gvcp::encode_command({1, static_cast<std::uint16_t>(command), 0, command_id}, payload);
         return answers.filter(device.handle(datagram, sender, {}).answers);
     }
     std::vector<gvcp_answer> read(std::uint32_t address) {

@@ -91,13 +91,14 @@ TEST(FaultFile, TakesEveryDomainOfParameters) {
 
 TEST(FaultFile, RefusesWhatItDoesNotKnowAndSaysWhatThereIs) {
     EXPECT_THAT(complaint("[[fault]]\nkind = \"packet_lost\""),
-                HasSubstr("line.toml:2:8: kind: \"packet_lost\" is refused, expected one of packet_loss, loss_burst, "));
-    EXPECT_THAT(complaint("[[fault]]\nat_s = 1"), HasSubstr("line.toml:1:1: kind: missing, expected one of packet_loss"));
+                HasSubstr("line.toml:2:8: kind: 'packet_lost' is refused, expected one of packet_loss, loss_burst, "));
+    EXPECT_THAT(complaint("[[fault]]\nat_s = 1"),
+                HasSubstr("line.toml:1:1: kind: missing, expected one of packet_loss"));
     EXPECT_THAT(complaint("[[fault]]\nkind = \"packet_loss\"\nshares = 0.1"),
                 HasSubstr("line.toml:3:1: packet_loss.shares: unknown, expected one of kind, at_s, for_s, share"));
     EXPECT_THAT(complaint("sed = 1"), HasSubstr("line.toml:1:1: sed: unknown, expected seed or [[fault]] tables"));
     EXPECT_THAT(complaint("fault = 3"), HasSubstr("expected a [[fault]] table for each fault"));
-    EXPECT_THAT(complaint("[[fault]\n"), HasSubstr("line.toml:1:8: "));
+    EXPECT_THAT(complaint("[[fault]\n"), HasSubstr("line.toml:1:9: "));
 }
 
 TEST(FaultFile, RefusesValuesOutsideTheirDomain) {
@@ -109,7 +110,7 @@ TEST(FaultFile, RefusesValuesOutsideTheirDomain) {
     EXPECT_THAT(of("kind = \"loss_burst\", packets = 2.5"), HasSubstr("expected an integer from 1 to 1000000"));
     EXPECT_THAT(of("kind = \"freeze\", control = 1"), HasSubstr("expected true or false"));
     EXPECT_THAT(of("kind = \"chunk_length\", length = \"even\""),
-                HasSubstr("\"even\" is refused, expected one of \"too_large\", \"zero\", \"odd\""));
+                HasSubstr("'even' is refused, expected one of \"too_large\", \"zero\", \"odd\""));
     EXPECT_THAT(of("kind = \"read_failure\", feature = \"Hight\""),
                 HasSubstr("expected a feature's name; the features are: Width, DeviceTemperature"));
     EXPECT_THAT(of("kind = \"power_cut\", for_s = 0"), HasSubstr("expected a number of seconds, above 0"));

@@ -106,11 +106,11 @@ TEST_F(Timeline, AnswersRequests) {
     EXPECT_EQ(answer(R"(start = { kind = "freeze" })"), "fault = 2\n");
     std::string const list = answer("list = true");
     EXPECT_THAT(list, StartsWith("faults = [ "));
-    EXPECT_THAT(list, HasSubstr("kind = \"packet_loss\""));
-    EXPECT_THAT(list, HasSubstr("kind = \"freeze\""));
+    EXPECT_THAT(list, HasSubstr("kind = 'packet_loss'"));
+    EXPECT_THAT(list, HasSubstr("kind = 'freeze'"));
     EXPECT_EQ(std::ranges::count(list, '\n'), 1);
     EXPECT_EQ(answer("stop = 2"), "hits = 0\n");
-    EXPECT_EQ(answer("stop = 2"), "error = \"there is no fault 2, or it is over\"\n");
+    EXPECT_EQ(answer("stop = 2"), "error = 'there is no fault 2, or it is over'\n");
     EXPECT_EQ(answer("stop = \"all\""), "hits = 0\n");
     std::string const refusal = answer(R"(start = { kind = "packet_loss", share = 7, for_s = -1 })");
     EXPECT_THAT(refusal, StartsWith("error = "));

@@ -289,8 +289,11 @@ TEST(StreamFaults, TellAWrongSize) {
         line one;
         one.add(fault_kind::leader_size, {{"factor", factor}});
         auto const arrived = one.send(small_block());
-        EXPECT_EQ(std::vector(arrived.begin() + 1, arrived.end()),
-                  [&] { auto rest = unharmed(small_block()); rest.erase(rest.begin()); return rest; }());
+        EXPECT_EQ(std::vector(arrived.begin() + 1, arrived.end()), [&] {
+            auto rest = unharmed(small_block());
+            rest.erase(rest.begin());
+            return rest;
+        }());
         return gvsp::decode_image_leader(std::span(arrived[0]).subspan(8))->area;
     };
     EXPECT_EQ(told(2.0).width, 640U);
