@@ -15,8 +15,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds reordering_time{2};   ///< packets may overtake each other by as much
 constexpr milliseconds silent_time{20};      ///< a camera that pauses this long within a block may have sent all of it
-constexpr milliseconds request_interval{5};  ///< between the first and the second; then as much more each time
-constexpr unsigned most_requests = 5;        ///< rounds of them for one block
+constexpr milliseconds request_interval{5};  ///< while the camera sends the block; then as much more each time
+constexpr unsigned most_requests = 5;        ///< rounds of them for one block when the camera is through with it
 constexpr milliseconds block_time{250};      ///< without a packet
 constexpr uint32_t most_ranges = 64;         ///< in one round of requests
 constexpr uint32_t missing_share = 4;        ///< a block is given up when more than one of so many packets is missing,
@@ -220,7 +220,7 @@ void gvsp_assembler::add_leader(open_block& block, gvsp::packet const& packet) {
     if (!leader || packet.number != 0) {
         ++counters_.packets_wrong;
     } else if (block.leader) {
-        ++counters_.packets_duplicate;
+        note_duplicate(block, leader == block.leader);
     } else {
         block.leader = leader;
     }
@@ -230,7 +230,7 @@ void gvsp_assembler::add_trailer(open_block& block, gvsp::packet const& packet) 
     if (packet.number == 0) {
         ++counters_.packets_wrong;
     } else if (block.payload_packets) {
-        ++counters_.packets_duplicate;
+        note_duplicate(block, packet.number - 1 == *block.payload_packets);
     } else {
         block.payload_packets = packet.number - 1;
         block.too_large = block.too_large || *block.payload_packets > block.most_packets;
@@ -253,7 +253,7 @@ void gvsp_assembler::add_payload(open_block& block, gvsp::packet const& packet, 
     uint64_t& word = block.received[bit / 64];
     uint64_t const mask = uint64_t{1} << bit % 64;
     if ((word & mask) != 0) {
-        ++counters_.packets_duplicate;
+        note_duplicate(block, std::memcmp(block.buffer->memory + offset, packet.content.data(), bytes) == 0);
         return;
     }
     word |= mask;
@@ -272,6 +272,13 @@ void gvsp_assembler::add_payload(open_block& block, gvsp::packet const& packet, 
     block.hopeless = block.hopeless || beyond_end;
 }
 
+/// A damaged number puts a packet in the place of another one. When that one comes, nobody knows which is right.
+void gvsp_assembler::note_duplicate(open_block& block, bool same) {
+    ++counters_.packets_duplicate;
+    block.contradictory = block.contradictory || !same;
+    block.hopeless = block.hopeless || !same;
+}
+
 void gvsp_assembler::close_if_over(open_block& block) {
     if (block.too_large || is_whole(block)) {
         finish(block);
@@ -280,7 +287,7 @@ void gvsp_assembler::close_if_over(open_block& block) {
 }
 
 bool gvsp_assembler::is_whole(open_block const& block) const {
-    return block.leader && block.payload_packets && block.count == *block.payload_packets &&
+    return block.leader && block.payload_packets && !block.contradictory && block.count == *block.payload_packets &&
            block.highest == block.count && (block.short_packet == 0 || block.short_packet == block.highest);
 }
 
@@ -334,6 +341,7 @@ void gvsp_assembler::stop() {
         return !block->over;
     });
     hand_out_finished();
+    counters_.blocks_skipped += std::exchange(skipped_before_last_, 0);
 }
 
 bool gvsp_assembler::is_to_be_given_up(open_block const& block, bool newest, time_point now) const {
@@ -349,14 +357,16 @@ bool gvsp_assembler::is_to_be_given_up(open_block const& block, bool newest, tim
 }
 
 /// Packets that the camera has sent by now: up to the last one that came, and all when it is through with the block.
+/// Only then rounds are counted: what is lost at the end of a slow block is asked for as often as what is lost at its
+/// beginning.
 void gvsp_assembler::request_missing(open_block& block, bool newest, time_point now) {
     bool const all = !newest || block.payload_packets || now - block.last_packet >= silent_time;
     uint32_t const expected = expected_packets(block);
     uint32_t const sent = all ? expected : block.highest;
     uint32_t const missing = sent - std::min(sent, block.count);
-    ++block.requests;
-    block.next_request = now + request_interval * block.requests;
-    if (missing > missing_always && missing > sent / missing_share) {
+    block.requests += all ? 1 : 0;
+    block.next_request = now + request_interval * std::max(block.requests, 1U);
+    if (missing > missing_always && missing > expected / missing_share) {
         block.hopeless = true;
         return;
     }
@@ -402,6 +412,7 @@ void gvsp_assembler::hand_out_finished() {
     }
 }
 
+/// A leader that promises a larger picture than has come is wrong, or the end is missing though no packet is.
 received_block gvsp_assembler::judge(open_block const& block) {
     received_block told;
     told.timestamp = block.leader ? block.leader->timestamp : 0;
@@ -409,7 +420,7 @@ received_block gvsp_assembler::judge(open_block const& block) {
     if (block.too_large) {
         told.result = PvResult::Code::BUFFER_TOO_SMALL;
         ++counters_.blocks_too_large;
-    } else if (!is_whole(block)) {
+    } else if (!is_whole(block) || block.leader->image_bytes > block.end) {
         told.result = PvResult::Code::MISSING_PACKETS;
         ++counters_.blocks_incomplete;
         counters_.packets_missing += count_missing(block);
@@ -424,21 +435,23 @@ received_block gvsp_assembler::judge(open_block const& block) {
 }
 
 void gvsp_assembler::remember(open_block const& block) {
+    counters_.blocks_skipped += std::exchange(skipped_before_last_, 0);  // the camera has gone on from there
     if (last_finished_) {
         int64_t const step = gvsp::blocks_between(*last_finished_, block.id, extended_);
-        counters_.blocks_skipped += step > 0 ? static_cast<uint64_t>(step - 1) : 0;
+        skipped_before_last_ = step > 0 ? static_cast<uint64_t>(step - 1) : 0;
     }
     last_finished_ = block.id;
     past_[past_next_] = {block.id, block.leader ? block.leader->timestamp : 0};
     past_next_ = (past_next_ + 1) % past_.size();
 }
 
-/// What is open ends as it is; the IDs known so far mean nothing any more.
+/// What is open ends as it is; the IDs known so far mean nothing any more, nor does a gap before the last one.
 void gvsp_assembler::begin_anew() {
     for (open_block* const block : open_) {
         finish(*block);
     }
     hand_out_finished();
+    skipped_before_last_ = 0;
     past_.fill({});
     newest_.reset();
     last_finished_.reset();

@@ -88,8 +88,9 @@ private:
         std::optional<gvsp::leader> leader;
         std::optional<uint32_t> payload_packets;  ///< as the trailer tells
         bool too_large = false;
-        bool hopeless = false;  ///< something is missing that will never come
-        bool over = false;      ///< waits for the blocks before it
+        bool hopeless = false;       ///< something is missing that will never come, or is wrong
+        bool contradictory = false;  ///< two packets with the same number said different things: one of them is damaged
+        bool over = false;           ///< waits for the blocks before it
         time_point last_packet;
         time_point next_request;
         unsigned requests = 0;
@@ -107,6 +108,7 @@ private:
     void add_payload(open_block& block, gvsp::packet const& packet, time_point now);
     void add_leader(open_block& block, gvsp::packet const& packet);
     void add_trailer(open_block& block, gvsp::packet const& packet);
+    void note_duplicate(open_block& block, bool same);
     void close_if_over(open_block& block);
 
     bool is_whole(open_block const& block) const;
@@ -135,6 +137,7 @@ private:
     std::size_t past_next_ = 0;
     std::optional<uint64_t> newest_;         ///< the ID furthest along
     std::optional<uint64_t> last_finished_;  ///< the ID finished last
+    uint64_t skipped_before_last_ = 0;  ///< IDs between that one and the one before; damaged numbers leave gaps, too
     bool extended_ = false;
 };
 

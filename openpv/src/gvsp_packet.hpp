@@ -46,6 +46,8 @@ struct leader {
     uint32_t height = 0;     ///< lines
     std::size_t image_bytes =
         0;  ///< of the picture alone, as its size, pixel format and padding make it; 0 when it is no image
+
+    bool operator==(leader const&) const = default;
 };
 
 /// \return null when the content is too short for a leader of its payload type

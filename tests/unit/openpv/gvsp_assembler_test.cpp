@@ -36,12 +36,13 @@ public:
         }
     }
 
-    datagram leader() const {
+    datagram leader() const { return leader(data_.size()); }
+    datagram leader(std::size_t width) const {
         datagram made = header(1, 0);
         append(made, 1, 4);  // an image
         append(made, timestamp(), 8);
         append(made, 0x01080001, 4);
-        append(made, data_.size(), 4);
+        append(made, width, 4);
         append(made, 1, 4);
         append(made, 0, 12);
         return made;
@@ -360,6 +361,44 @@ TEST_F(Assembler, GivesABlockUpWhenNobodyAnswers) {
     EXPECT_EQ(assembler.counters().packets_missing, 1U);
 }
 
+TEST_F(Assembler, AsksForTheEndOfASlowBlockAsOftenAsForItsBeginning) {
+    block_writer const block(1, 22 * 40);
+    fake_outlet large(2, 22 * 40);
+    gvsp_assembler other({packet_bytes, 22 * 40, true}, large);
+    auto const packets = block.all();
+    for (std::size_t i = 0; i < packets.size(); ++i) {  // a packet every 10 ms: 0.4 s in all
+        if (i != 2 && i != 39) {
+            other.add(packets[i], now);
+        }
+        for (auto const end = now + 10ms; now < end; now += 1ms) {
+            other.attend(now);
+        }
+    }
+    auto const times_asked = [&](uint32_t packet) {
+        return std::ranges::count(large.requests, request_range{1, packet, packet});
+    };
+    EXPECT_GT(times_asked(2), 5);
+    EXPECT_GT(times_asked(39), 0);
+    other.add(block.payload(2), now);
+    other.add(block.payload(39), now);
+    ASSERT_THAT(large.results(), ElementsAre(ok));
+    EXPECT_EQ(large.contents[0], block.data());
+}
+
+TEST_F(Assembler, MendsABurstAtTheBeginningOfALargeBlock) {
+    block_writer const block(1, 22 * 200);
+    fake_outlet large(2, 22 * 200);
+    gvsp_assembler other({packet_bytes, 22 * 200, true}, large);
+    auto const packets = block.all();
+    for (std::size_t i = 0; i < 60; ++i) {  // 30 of 60, but of 200 that are to come
+        if (i < 10 || i >= 40) {
+            other.add(packets[i], now);
+        }
+    }
+    other.attend(now + 5ms);
+    EXPECT_THAT(large.requests, ElementsAre(request_range{1, 10, 39}));
+}
+
 TEST_F(Assembler, GivesABlockUpSoonWhenThePacketIsGone) {
     add_without(block_writer(1), {2});
     let_pass(3ms);
@@ -385,6 +424,48 @@ TEST_F(Assembler, AsksForNothingWhenTooMuchIsMissing) {
     }
     EXPECT_THAT(large.requests, IsEmpty());
     EXPECT_THAT(large.results(), ElementsAre(missing));
+}
+
+TEST_F(Assembler, TrustsNoBlockInWhichAPacketTookThePlaceOfAnother) {
+    for (bool const damaged_comes_first : {true, false}) {
+        block_writer const block(damaged_comes_first ? 1 : 2);
+        auto packets = block.all();
+        packets[2][7] = std::byte{3};  // a bit of its number
+        if (!damaged_comes_first) {
+            std::swap(packets[2], packets[3]);
+        }
+        add(packets);
+        add(block.payload(2));  // it was asked for, and is the last that was missing
+        let_pass(5ms);
+    }
+    EXPECT_THAT(outlet.results(), ElementsAre(missing, missing));
+    outlet.expect_untouched();
+}
+
+TEST_F(Assembler, TrustsNoBlockWithTwoDifferentLeaders) {
+    block_writer const block(1);
+    auto stranger = block_writer(2).leader();
+    stranger[3] = std::byte{1};  // its block's number
+    add({block.leader(), stranger});
+    add_without(block, {0});
+    let_pass(5ms);
+    EXPECT_THAT(outlet.results(), ElementsAre(missing));
+}
+
+TEST_F(Assembler, TakesTheSamePacketTwiceForGranted) {
+    for (auto const& packet : block_writer(1).all()) {
+        add({packet, packet});
+    }
+    EXPECT_THAT(outlet.results(), ElementsAre(ok));
+}
+
+TEST_F(Assembler, BelievesNoLeaderThatPromisesMoreThanHasCome) {
+    block_writer const block(1);
+    add(block.leader(block_bytes + 1));
+    add_without(block, {0});
+    ASSERT_THAT(outlet.results(), ElementsAre(missing));
+    EXPECT_EQ(outlet.finished[0].width, 0U);
+    EXPECT_EQ(assembler.counters().blocks_incomplete, 1U);
 }
 
 TEST_F(Assembler, EndsABlockOfWhichNothingMoreComes) {
@@ -437,7 +518,26 @@ TEST_F(Assembler, DropsABlockWithoutABuffer) {
 TEST_F(Assembler, CountsBlocksOfWhichNothingCame) {
     add(block_writer(1).all());
     add(block_writer(5).all());
+    add(block_writer(6).all());
     EXPECT_EQ(assembler.counters().blocks_skipped, 3U);
+    add(block_writer(8).all());
+    assembler.stop();
+    EXPECT_EQ(assembler.counters().blocks_skipped, 4U);
+}
+
+TEST_F(Assembler, CountsNoBlocksBeforeOneWhoseNumberWasDamaged) {
+    add(block_writer(1).all());
+    auto damaged = block_writer(2).payload(1);
+    damaged[2] = std::byte{0x40};  // block 16,386
+    add(damaged);
+    add(block_writer(2).all());
+    let_pass(300ms);  // nothing more comes of it
+    for (uint64_t const id : {3U, 4U}) {
+        add(block_writer(id).all());
+    }
+    assembler.stop();
+    EXPECT_THAT(outlet.results(), ElementsAre(ok, ok, missing, ok, ok));
+    EXPECT_EQ(assembler.counters().blocks_skipped, 0U);
 }
 
 TEST_F(Assembler, BeginsAnewWithACameraThatDoes) {
