@@ -117,7 +117,8 @@ exit_status recording_session::run_until_decided() {
                                              .stop_requested = signals.stop_asked(),
                                              .frames_complete = intake_.complete(),
                                              .new_configuration = ended.signal == static_cast<int>(request::reload),
-                                             .frames_arrived = ended.frames_arrived});
+                                             .frames_arrived = ended.frames_arrived,
+                                             .has_worked = proven_ == &configurations_.in_force()});
         if (*decision.reason != '\0') {
             log_warning(std::string(decision.reason) + " (exit code " + std::to_string(ended.exit_code) + ")");
         }

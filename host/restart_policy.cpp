@@ -11,9 +11,11 @@ constexpr std::int32_t no_target = 3;
 constexpr std::int32_t not_opened = -5;
 constexpr std::int32_t frames_ceased = -10;
 
-/// Another attempt can't help where the configuration is what does not fit.
-bool may_pass(std::int32_t exit_code) {
-    return exit_code != buffers_unusable && exit_code != configuration_failed;
+/// Another attempt can't help where the configuration is what does not fit. One that has worked does fit: then the
+/// camera was lost, or had other things to do, while it was configured.
+bool may_pass(run_outcome const& outcome) {
+    bool const unfit = outcome.exit_code == buffers_unusable || outcome.exit_code == configuration_failed;
+    return !unfit || outcome.has_worked;
 }
 
 }  // namespace
@@ -54,16 +56,16 @@ run_decision restart_policy::decide(run_outcome const& outcome) {
     if (outcome.exit_code == orderly_end && outcome.new_configuration) {
         return {.next = run_again};
     }
-    return after_failure(outcome.exit_code);
+    return after_failure(outcome);
 }
 
-run_decision restart_policy::after_failure(std::int32_t exit_code) {
+run_decision restart_policy::after_failure(run_outcome const& outcome) {
     using enum run_decision::step;
     ++failures_;
-    bool const give_up = !may_pass(exit_code) || (give_up_after_ && failures_ > *give_up_after_);
+    bool const give_up = !may_pass(outcome) || (give_up_after_ && failures_ > *give_up_after_);
     return {.next = give_up ? end : wait_and_run_again,
-            .status = give_up ? status_of(exit_code) : exit_status::success,
-            .reason = meaning_of(exit_code)};
+            .status = give_up ? status_of(outcome.exit_code) : exit_status::success,
+            .reason = meaning_of(outcome.exit_code)};
 }
 
 }  // namespace mediagrabber

@@ -23,6 +23,7 @@ struct run_outcome {
     bool frames_complete = false;    ///< as many frames as asked for were handed over
     bool new_configuration = false;  ///< the plug-in ended the run for a reload
     bool frames_arrived = false;     ///< in this run
+    bool has_worked = false;         ///< frames have come with this configuration
 };
 
 /// What to do next.
@@ -42,7 +43,7 @@ public:
     run_decision decide(run_outcome const& outcome);
 
 private:
-    run_decision after_failure(std::int32_t exit_code);
+    run_decision after_failure(run_outcome const& outcome);
 
     std::optional<std::uint32_t> const give_up_after_;
     std::uint32_t failures_ = 0;  ///< in a row, without a frame

@@ -87,6 +87,14 @@ TEST(RestartPolicy, GivesUpAtOnceWhereAnotherAttemptCantHelp) {
     }
 }
 
+TEST(RestartPolicy, GoesOnWithAConfigurationThatHasWorkedWhenTheCameraIsLostBeforeItHasIt) {
+    for (std::int32_t const code : {-1, -2}) {
+        restart_policy policy(1);
+        EXPECT_EQ(policy.decide({.exit_code = code, .has_worked = true}).next, wait_and_run_again) << code;
+        EXPECT_EQ(policy.decide({.exit_code = code, .has_worked = true}).next, end) << code;
+    }
+}
+
 TEST(RestartPolicy, TellsAMissingCameraFromAFailure) {
     EXPECT_EQ(restart_policy(0).decide(ended_with(2)).status, exit_status::no_camera);
     EXPECT_EQ(restart_policy(0).decide(ended_with(3)).status, exit_status::no_camera);
