@@ -72,7 +72,7 @@ class RecordingProcess:
         path = self.output / "frames.jsonl"
         return [json.loads(line) for line in path.read_text().split("\n")[:-1]] if path.exists() else []
 
-    def _wait_while_running(self, condition, what):
+    def wait_while_running(self, condition, what):
         """As wait_for; fails at once when the recording ended without it."""
         wait_for(lambda: condition() or self.process.poll() is not None, f"{what}; the log so far:\n{self.log}")
         if not condition():
@@ -81,7 +81,7 @@ class RecordingProcess:
             raise AssertionError(f"ended with {self.process.returncode} before {what}:\n{self.log}")
 
     def wait_for_log(self, text):
-        self._wait_while_running(lambda: text in self.log, f"\"{text}\" was in the log")
+        self.wait_while_running(lambda: text in self.log, f"\"{text}\" was in the log")
 
     def wait_for_frames(self, count):
-        self._wait_while_running(lambda: len(self.journal()) >= count, f"there were {count} frames")
+        self.wait_while_running(lambda: len(self.journal()) >= count, f"there were {count} frames")

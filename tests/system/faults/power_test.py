@@ -1,0 +1,60 @@
+"""The camera's power is cut and returns: the host grabs again by itself, and keeps nothing of the camera that is gone."""
+
+import os
+import pathlib
+import sys
+import unittest
+
+from faulty_grabbing import Grabbing
+
+CYCLES = int(os.environ.get("POWER_CYCLES", "4"))
+WARM_UP = 2  # cycles after which the process has what it needs
+LONGEST_RECOVERY = 10.0
+
+
+class Footprint:
+    """What a process occupies."""
+
+    def __init__(self, pid):
+        status = pathlib.Path(f"/proc/{pid}/status").read_text()
+        figure = lambda name: int(next(line.split()[1] for line in status.splitlines() if line.startswith(name)))
+        self.kilobytes = figure("VmRSS:")
+        self.threads = figure("Threads:")
+        self.descriptors = len(os.listdir(f"/proc/{pid}/fd"))
+
+    def __str__(self):
+        return f"{self.kilobytes} kB, {self.descriptors} descriptors, {self.threads} threads"
+
+
+class PowerCut(unittest.TestCase):
+    def test_ends_the_run_with_minus_10_and_the_return_begins_another(self):
+        with Grabbing(self) as run:
+            for cycle in range(CYCLES):
+                runs_ended = run.recording.log.count("(exit code -10)")
+                cut = run.camera.start_fault("power_cut")
+                run.recording.wait_while_running(
+                    lambda: run.recording.log.count("(exit code -10)") > runs_ended, "the run ended with -10")
+                run.camera.stop_fault(cut)
+                run.recover()
+                self.assertLess(run.recovery, LONGEST_RECOVERY)
+                footprint = Footprint(run.recording.process.pid)
+                print(f"cycle {cycle + 1}: frames again after {run.recovery:.2f} s, {footprint}", flush=True)
+                if cycle + 1 == min(WARM_UP, CYCLES):
+                    first = footprint
+            account = run.finish()
+        self.assertEqual((footprint.descriptors, footprint.threads), (first.descriptors, first.threads))
+        self.assertLess(footprint.kilobytes, 1.1 * first.kilobytes + 2048)
+        lives = {frame.get("boot", 1) for frame in account.truth}
+        self.assertEqual(len(lives), CYCLES + 1)
+
+    def test_for_a_moment_is_noticed_though_nobody_missed_the_camera(self):
+        with Grabbing(self) as run:
+            run.strike_for(0.2, "power_cut")
+            run.recording.wait_for_log("(exit code -10)")
+            run.recover()
+            self.assertLess(run.recovery, LONGEST_RECOVERY)
+            run.finish()
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])
