@@ -139,28 +139,36 @@ bool stream_faults::apply(active_fault const& one, packet& target, stream_block 
         return lose(concerned && (!target.resent || one.what.yes("again")) &&
                     strikes_block(one, target.header.block_id));
     };
-    bool const first_time = !target.resent && strikes_packet(one, target);
+    auto const strikes_first_time = [&] { return !target.resent && strikes_packet(one, target); };
     switch (one.what.kind) {
         case fault_kind::packet_loss:
             return lose(strikes_packet(one, target));
         case fault_kind::loss_burst:
             return lose_burst(one, target, block);
         case fault_kind::packet_reordering:
-            target.held_for = first_time ? static_cast<std::uint64_t>(one.what.number("by")) : target.held_for;
-            return first_time;
+            if (!strikes_first_time()) {
+                return false;
+            }
+            target.held_for = static_cast<std::uint64_t>(one.what.number("by"));
+            return true;
         case fault_kind::packet_duplication:
-            target.copies += first_time ? 1U : 0U;
-            return first_time;
+            if (!strikes_first_time()) {
+                return false;
+            }
+            ++target.copies;
+            return true;
         case fault_kind::header_corruption:
-            if (first_time) {
-                flip_bit(one, target, std::span(target.bytes).first(target.header_bytes));
+            if (!strikes_first_time()) {
+                return false;
             }
-            return first_time;
+            flip_bit(one, target, std::span(target.bytes).first(target.header_bytes));
+            return true;
         case fault_kind::payload_corruption:
-            if (first_time && !leader && !trailer) {
-                flip_bit(one, target, target.content());
+            if (leader || trailer || !strikes_first_time()) {
+                return false;
             }
-            return first_time && !leader && !trailer;
+            flip_bit(one, target, target.content());
+            return true;
         case fault_kind::leader_loss:
             return ends(leader);
         case fault_kind::trailer_loss:

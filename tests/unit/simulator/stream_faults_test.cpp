@@ -355,6 +355,24 @@ TEST(StreamFaults, SkipTheirShareOfBlocks) {
     EXPECT_THAT(one.filter.take_hits(), ElementsAre(std::pair("block_skip", skipped)));
 }
 
+TEST(StreamFaults, WorkBesideFaultsOfEveryOtherKind) {
+    line way;
+    way.add(fault_kind::packet_loss, {{"share", 1.0}});
+    for (auto const& other : fault_table()) {
+        way.add(other.kind);
+    }
+    EXPECT_THAT(way.send(small_block()), IsEmpty());
+}
+
+TEST(StreamFaults, WorkBesideAFaultThatIsNotOfTheStream) {
+    line way;
+    way.add(fault_kind::packet_duplication, {{"share", 1.0}});
+    way.add(fault_kind::read_failure);
+    way.add(fault_kind::freeze);
+    EXPECT_EQ(way.hits(2), 0U);
+    EXPECT_EQ(way.send(small_block()).size(), 2U * (small_block().layout().trailer_id() + 1));
+}
+
 TEST(StreamFaults, WorkTogether) {
     line one;
     one.add(fault_kind::leader_loss);
