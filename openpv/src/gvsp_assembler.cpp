@@ -21,6 +21,10 @@ constexpr milliseconds block_time{250};      ///< without a packet
 constexpr uint32_t most_ranges = 64;         ///< in one round of requests
 constexpr uint32_t missing_share = 4;        ///< a block is given up when more than one of so many packets is missing,
 constexpr uint32_t missing_always = 16;      ///< and more than so many
+/// More than a buffer has room for with the smallest packet size that there is; a camera that tells of a smaller one
+/// makes no use of memory with it.
+constexpr std::size_t most_packets_of_a_block = gvsp::last_short_packet;
+constexpr std::size_t most_packets_reserved = 1U << 17U;  ///< for larger blocks memory is taken when they come
 
 uint32_t saturate(std::size_t value) {
     return static_cast<uint32_t>(std::min<std::size_t>(value, std::numeric_limits<uint32_t>::max() / 2));
@@ -85,7 +89,8 @@ gvsp_assembler::gvsp_assembler(settings const& chosen, assembler_outlet& outlet)
     open_.reserve(most_open_blocks);
     free_.reserve(most_open_blocks);
     for (open_block& block : blocks_) {
-        block.received.reserve(packets_of(chosen.payload_bytes, data_bytes_of(chosen.packet_bytes, true)) / 64 + 1);
+        std::size_t const packets = packets_of(chosen.payload_bytes, data_bytes_of(chosen.packet_bytes, true));
+        block.received.reserve(std::min(packets, most_packets_reserved) / 64 + 1);
         free_.push_back(&block);
     }
 }
@@ -207,7 +212,9 @@ void gvsp_assembler::open_block::begin(gvsp::packet const& first, uint32_t packe
     extended = first.extended;
     buffer = memory;
     data_bytes = data_bytes_of(packet_bytes, extended);
-    most_packets = memory == nullptr ? 0 : saturate(packets_of(memory->size, data_bytes));
+    most_packets = memory == nullptr
+                       ? 0
+                       : static_cast<uint32_t>(std::min(packets_of(memory->size, data_bytes), most_packets_of_a_block));
     received = std::move(bits);
     received.assign((most_packets + 63) / 64, 0);
     began = now;
@@ -245,7 +252,7 @@ void gvsp_assembler::add_payload(open_block& block, gvsp::packet const& packet, 
         return;
     }
     std::size_t const offset = (packet.number - std::size_t{1}) * block.data_bytes;
-    if (offset + bytes > block.buffer->size) {
+    if (packet.number > block.most_packets || offset + bytes > block.buffer->size) {
         block.too_large = true;
         return;
     }

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -24,10 +25,12 @@ constexpr double busy_seconds = 0.1;
 constexpr std::size_t fewest_blocks = 2;
 constexpr std::size_t smallest_room = 8 << 20;
 
+/// \return bytes, 0 when the camera does not tell, or tells of more than a buffer can have
 std::size_t read_payload_size(ArvDevice& device) {
     error_slot error;
     int64_t const bytes = arv_device_get_integer_feature_value(&device, "PayloadSize", error.out());
-    return error.get() == nullptr && bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
+    bool const sensible = bytes > 0 && bytes <= std::numeric_limits<uint32_t>::max();
+    return error.get() == nullptr && sensible ? static_cast<std::size_t>(bytes) : 0;
 }
 
 /// \return frames a second, 0 when the camera does not tell

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -491,6 +492,26 @@ TEST_F(Assembler, SaysThatTheBufferIsTooSmall) {
     add(block_writer(2).all());
     EXPECT_THAT(outlet.results(), ElementsAre(too_small, ok));
     EXPECT_EQ(assembler.counters().blocks_too_large, 1U);
+}
+
+TEST(AssemblerOfABadCamera, IsMadeWhateverSizesTheCameraTells) {
+    fake_outlet outlet(1);
+    for (uint32_t const packet : {0U, 1U, 48U, 65535U}) {
+        gvsp_assembler assembler({packet, std::numeric_limits<std::size_t>::max(), true}, outlet);
+        EXPECT_EQ(assembler.counters(), assembler_counters{});
+    }
+}
+
+TEST(AssemblerOfABadCamera, MarksNoMorePacketsOfABlockThanAnyHas) {
+    constexpr uint32_t most_packets = 0x00FFFFFF;
+    fake_outlet outlet(1, most_packets + std::size_t{2});  // a byte a packet
+    gvsp_assembler assembler({0, 0, false}, outlet);
+    block_writer const block(1, 1, true);
+    auto beyond = block.payload(1);
+    beyond[16] = std::byte{1};  // packet 0x01000001
+    assembler.add(beyond, {});
+    EXPECT_THAT(outlet.results(), ElementsAre(too_small));
+    outlet.expect_untouched();
 }
 
 TEST_F(Assembler, SaysSoAsSoonAsTheTrailerTellsOfMorePacketsThanFit) {
