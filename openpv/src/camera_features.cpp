@@ -278,11 +278,49 @@ public:
     using camera_feature::camera_feature;
     PvGenType type() const override { return PvGenTypeString; }
 
-    PvResult get_string(std::string& value) override {
-        return read(value, [](ArvGcFeatureNode* node, GError** error) -> std::string {
-            char const* const text = arv_gc_string_get_value(ARV_GC_STRING(node), error);
-            return text != nullptr ? text : "";
-        });
+    PvResult get_string(std::string& value) override { return read(value, &camera_string::text_of); }
+
+private:
+    static constexpr guint64 longest_text = 4096;
+
+    static std::string text_of(ArvGcFeatureNode* node, GError** error) {
+        if (auto* const source = register_of(ARV_DOM_NODE(node))) {
+            return text_in(source, error);
+        }
+        char const* const text = arv_gc_string_get_value(ARV_GC_STRING(node), error);
+        return text != nullptr ? text : "";
+    }
+
+    /// The register that the text stands in; null when it stands in the description itself.
+    static ArvGcRegister* register_of(ArvDomNode* node) {
+        if (ARV_IS_GC_REGISTER(node)) {
+            return ARV_GC_REGISTER(node);
+        }
+        ArvDomNode* part = arv_dom_node_get_first_child(node);
+        for (; part != nullptr; part = arv_dom_node_get_next_sibling(part)) {
+            if (ARV_IS_GC_PROPERTY_NODE(part) &&
+                arv_gc_property_node_get_node_type(ARV_GC_PROPERTY_NODE(part)) == ARV_GC_PROPERTY_NODE_TYPE_P_VALUE) {
+                ArvGcNode* const linked = arv_gc_property_node_get_linked_node(ARV_GC_PROPERTY_NODE(part));
+                return linked != nullptr ? register_of(ARV_DOM_NODE(linked)) : nullptr;
+            }
+        }
+        return nullptr;
+    }
+
+    /// Aravis takes a text for terminated, which one that fills its register need not be.
+    static std::string text_in(ArvGcRegister* source, GError** error) {
+        guint64 const length = arv_gc_register_get_length(source, error);
+        if (*error != nullptr || length == 0) {
+            return {};
+        }
+        if (length > longest_text) {
+            g_set_error_literal(error, ARV_GC_ERROR, ARV_GC_ERROR_INVALID_LENGTH,
+                                "its register is too long for a text");
+            return {};
+        }
+        std::string text(length, '\0');
+        arv_gc_register_get(source, text.data(), text.size(), error);
+        return text.substr(0, text.find('\0'));
     }
 };
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "aravis_result.hpp"
+#include "description_check.hpp"
 #include "gvcp_client.hpp"
 #include "gvcp_message.hpp"
 #include "lost_object_release.hpp"
@@ -73,6 +74,10 @@ object_handle<ArvDevice> open_device(connection_id const& id, PvResult& result) 
     // Opening succeeds without control too, when another application has it.
     if (arv_gv_device_take_control(ARV_GV_DEVICE(device.get()), error.out()) == FALSE) {
         result = to_failure(to_text(id) + " cannot be connected, control is refused", error.get());
+        return nullptr;
+    }
+    if (auto const why = find_endless_reference(*arv_device_get_genicam(device.get()))) {
+        result = refuse(id, PvResult::Code::GENERIC_ERROR, "its description of itself cannot be used, " + *why);
         return nullptr;
     }
     arv_gv_device_set_packet_size_adjustment(ARV_GV_DEVICE(device.get()), ARV_GV_PACKET_SIZE_ADJUSTMENT_NEVER);

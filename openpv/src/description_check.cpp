@@ -1,0 +1,141 @@
+#include "description_check.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <unordered_map>
+#include <utility>
+
+namespace openpv {
+namespace {
+
+/// References from node to node; cameras have some ten of them in a row.
+constexpr unsigned most_levels = 100;
+/// Nodes that one value takes, those that it takes several times counted as often.
+constexpr uint64_t most_evaluations = 1'000'000;
+
+/// Whether a value takes that of the node referred to. Others are lists: what belongs to a category or a selector, or
+/// what has to be forgotten when something is written; they may well lead in circles.
+bool is_evaluated(ArvGcPropertyNodeType type) {
+    switch (type) {
+        case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_ADDRESS:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_IS_IMPLEMENTED:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_IS_LOCKED:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_IS_AVAILABLE:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_MINIMUM:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_MAXIMUM:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_INCREMENT:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_INDEX:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_LENGTH:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_VARIABLE:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_COMMAND_VALUE:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_INDEXED:
+        case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_DEFAULT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+char const* name_of(ArvDomNode* node) {
+    char const* const name =
+        ARV_IS_GC_FEATURE_NODE(node) ? arv_gc_feature_node_get_name(ARV_GC_FEATURE_NODE(node)) : nullptr;
+    return name != nullptr ? name : "";
+}
+
+/// Follows every reference once.
+class reference_walk {
+public:
+    /// The node and all inside it.
+    void visit_all(ArvDomNode* node, unsigned depth = 0) {
+        if (depth > most_levels) {
+            return fail(node, "is nested too deep");
+        }
+        if (ARV_IS_GC_FEATURE_NODE(node)) {
+            cost_of(node, 0);
+        }
+        ArvDomNode* child = arv_dom_node_get_first_child(node);
+        for (; child != nullptr && !found_; child = arv_dom_node_get_next_sibling(child)) {
+            visit_all(child, depth + 1);
+        }
+    }
+
+    std::optional<std::string> take_found() { return std::move(found_); }
+
+private:
+    struct visited {
+        bool under_way = true;
+        uint64_t cost = 0;
+        unsigned levels = 0;
+    };
+
+    void fail(ArvDomNode* node, char const* what) {
+        if (!found_) {
+            found_ = std::string("feature ") + name_of(node) + " " + what;
+        }
+    }
+
+    /// \return nodes that the node's value takes, and references in a row
+    visited cost_of(ArvDomNode* node, unsigned level) {
+        if (level > most_levels) {
+            fail(node, "takes too many others in a row");
+            return {};
+        }
+        auto const [place, is_new] = known_.try_emplace(node);
+        if (!is_new) {
+            if (place->second.under_way) {
+                fail(node, "takes its own value");
+            }
+            return place->second;
+        }
+        visited sum{false, 1, 0};
+        add_parts(node, level, sum);
+        if (ARV_IS_GC_STRUCT_ENTRY_NODE(node)) {
+            add_parts(arv_dom_node_get_parent_node(node), level, sum);  // the register that it is a part of
+        }
+        if (sum.levels > most_levels || sum.cost > most_evaluations) {
+            fail(node, "takes too many others");
+        }
+        return known_[node] = sum;
+    }
+
+    void add_parts(ArvDomNode* node, unsigned level, visited& sum) {
+        ArvDomNode* part = node != nullptr ? arv_dom_node_get_first_child(node) : nullptr;
+        for (; part != nullptr && !found_; part = arv_dom_node_get_next_sibling(part)) {
+            if (ArvDomNode* const taken = taken_by(part)) {
+                visited const cost = cost_of(taken, level + 1);
+                sum.cost += cost.cost;
+                sum.levels = std::max(sum.levels, cost.levels + 1);
+            }
+        }
+    }
+
+    /// The node that a part of a feature leads to; null when it leads nowhere.
+    static ArvDomNode* taken_by(ArvDomNode* part) {
+        if (ARV_IS_GC_ENUM_ENTRY(part)) {
+            return part;
+        }
+        if (!ARV_IS_GC_PROPERTY_NODE(part)) {
+            return nullptr;
+        }
+        auto* const property = ARV_GC_PROPERTY_NODE(part);
+        if (!is_evaluated(arv_gc_property_node_get_node_type(property))) {
+            return nullptr;
+        }
+        ArvGcNode* const linked = arv_gc_property_node_get_linked_node(property);
+        return linked != nullptr ? ARV_DOM_NODE(linked) : nullptr;
+    }
+
+    std::unordered_map<ArvDomNode*, visited> known_;
+    std::optional<std::string> found_;
+};
+
+}  // namespace
+
+std::optional<std::string> find_endless_reference(ArvGc& description) {
+    reference_walk walk;
+    walk.visit_all(ARV_DOM_NODE(&description));
+    return walk.take_found();
+}
+
+}  // namespace openpv
