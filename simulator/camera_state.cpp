@@ -22,15 +22,15 @@ std::uint64_t mac_from(std::string const& serial) {
 camera_state::camera_state(camera_options const& chosen, network_interface const& interface,
                            device_clock::host_time power_up)
     : options(chosen),
+      identity{chosen.vendor,
+               chosen.model,
+               "camsim 1.0",
+               "simulated camera",
+               chosen.serial,
+               chosen.user_name,
+               chosen.mac.value_or(mac_from(chosen.serial))},
       clock(power_up, chosen.tick_frequency, chosen.clock_drift_ppm, chosen.first_tick),
       channels(chosen.stream_channels) {
-    identity = {chosen.vendor,
-                chosen.model,
-                "camsim 1.0",
-                "simulated camera",
-                chosen.serial,
-                chosen.user_name,
-                chosen.mac.value_or(mac_from(chosen.serial))};
     network.address = interface.address;
     network.subnet_mask = interface.subnet_mask;
     image.area = {chosen.scene.sensor_width, chosen.scene.sensor_height, 0, 0};

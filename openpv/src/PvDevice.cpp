@@ -9,6 +9,7 @@
 #include "aravis_handle.hpp"
 #include "aravis_result.hpp"
 #include "camera_features.hpp"
+#include "description_check.hpp"
 #include "packet_size_probe.hpp"
 #include "PvDevice_impl.hpp"
 
@@ -24,7 +25,7 @@ PvResult not_a_connection_id(char const* text) {
 PvResult lock_transport_parameters(openpv::camera_link& link, bool locked) {
     std::string const what = std::string("TLParamsLocked cannot be set to ") + (locked ? "1" : "0");
     return link.access(what, [&](ArvDevice& device) -> PvResult {
-        ArvGcNode* const node = arv_device_get_feature(&device, "TLParamsLocked");
+        ArvGcFeatureNode* const node = openpv::find_usable_feature(device, "TLParamsLocked");
         if (node == nullptr || !ARV_IS_GC_INTEGER(node)) {
             return {};
         }

@@ -24,5 +24,5 @@ PvString PvInterface::GetDisplayID() const {
         text += separator + to_text(address);
         separator = ", ";
     }
-    return (text + "]").c_str();
+    return PvString((text + "]").c_str());
 }

@@ -11,6 +11,7 @@
 
 #include "aravis_handle.hpp"
 #include "aravis_result.hpp"
+#include "description_check.hpp"
 #include "PvGenEnumEntry_impl.hpp"
 #include "PvGenParameter_impl.hpp"
 #include "PvGenParameterArray_impl.hpp"
@@ -105,11 +106,11 @@ protected:
     PvResult access(std::string const& verb, direction wanted, function&& operation) {
         std::string const what = name_ + " " + verb;
         return link_->access(what, [&](ArvDevice& device) -> PvResult {
-            ArvGcNode* const node = arv_device_get_feature(&device, name_.c_str());
-            if (node == nullptr || !ARV_IS_GC_FEATURE_NODE(node)) {
+            ArvGcFeatureNode* const node = find_usable_feature(device, name_);
+            if (node == nullptr) {
                 return {PvResult::Code::NOT_FOUND, (what + ": the camera has no such feature.").c_str()};
             }
-            PvResult const allowed = check_access(what, ARV_GC_FEATURE_NODE(node), wanted);
+            PvResult const allowed = check_access(what, node, wanted);
             if (!allowed.IsOK()) {
                 return allowed;
             }
@@ -118,7 +119,7 @@ protected:
                 fresh.emplace(device);
             }
             error_slot error;
-            PvResult const result = operation(ARV_GC_FEATURE_NODE(node), error.out());
+            PvResult const result = operation(node, error.out());
             return result.IsOK() ? to_result(what, error.get()) : result;
         });
     }

@@ -43,6 +43,7 @@ public:
             return not_connected(what);
         }
         std::lock_guard const lock(mutex_);
+        // cppcheck-suppress identicalConditionAfterEarlyExit ; it may have been lost while others had it
         if (!alive()) {
             return not_connected(what);
         }

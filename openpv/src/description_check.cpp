@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <unordered_map>
 #include <utility>
+#include <vector>
+
+#include "aravis_handle.hpp"
 
 namespace openpv {
 namespace {
@@ -12,6 +15,7 @@ namespace {
 constexpr unsigned most_levels = 100;
 /// Nodes that one value takes, those that it takes several times counted as often.
 constexpr uint64_t most_evaluations = 1'000'000;
+constexpr uint64_t longest_register = 1 << 20;  ///< bytes
 
 /// Whether a value takes that of the node referred to. Others are lists: what belongs to a category or a selector, or
 /// what has to be forgotten when something is written; they may well lead in circles.
@@ -41,6 +45,36 @@ char const* name_of(ArvDomNode* node) {
     char const* const name =
         ARV_IS_GC_FEATURE_NODE(node) ? arv_gc_feature_node_get_name(ARV_GC_FEATURE_NODE(node)) : nullptr;
     return name != nullptr ? name : "";
+}
+
+/// The node that a part of a feature leads to; null when it leads nowhere.
+ArvDomNode* taken_by(ArvDomNode* part) {
+    if (ARV_IS_GC_ENUM_ENTRY(part)) {
+        return part;
+    }
+    if (!ARV_IS_GC_PROPERTY_NODE(part)) {
+        return nullptr;
+    }
+    auto* const property = ARV_GC_PROPERTY_NODE(part);
+    if (!is_evaluated(arv_gc_property_node_get_node_type(property))) {
+        return nullptr;
+    }
+    ArvGcNode* const linked = arv_gc_property_node_get_linked_node(property);
+    return linked != nullptr ? ARV_DOM_NODE(linked) : nullptr;
+}
+
+/// Calls `take(ArvDomNode*)` for each node whose value a node takes.
+template <class function>
+void for_each_taken(ArvDomNode* node, function&& take) {
+    ArvDomNode* part = arv_dom_node_get_first_child(node);
+    for (; part != nullptr; part = arv_dom_node_get_next_sibling(part)) {
+        if (ArvDomNode* const taken = taken_by(part)) {
+            take(taken);
+        }
+    }
+    if (ARV_IS_GC_STRUCT_ENTRY_NODE(node)) {
+        for_each_taken(arv_dom_node_get_parent_node(node), take);  // the register that it is a part of
+    }
 }
 
 /// Follows every reference once.
@@ -89,45 +123,42 @@ private:
             return place->second;
         }
         visited sum{false, 1, 0};
-        add_parts(node, level, sum);
-        if (ARV_IS_GC_STRUCT_ENTRY_NODE(node)) {
-            add_parts(arv_dom_node_get_parent_node(node), level, sum);  // the register that it is a part of
-        }
+        for_each_taken(node, [&](ArvDomNode* taken) {
+            visited const part = found_ ? visited{} : cost_of(taken, level + 1);
+            sum.cost += part.cost;
+            sum.levels = std::max(sum.levels, part.levels + 1);
+        });
         if (sum.levels > most_levels || sum.cost > most_evaluations) {
             fail(node, "takes too many others");
         }
         return known_[node] = sum;
     }
 
-    void add_parts(ArvDomNode* node, unsigned level, visited& sum) {
-        ArvDomNode* part = node != nullptr ? arv_dom_node_get_first_child(node) : nullptr;
-        for (; part != nullptr && !found_; part = arv_dom_node_get_next_sibling(part)) {
-            if (ArvDomNode* const taken = taken_by(part)) {
-                visited const cost = cost_of(taken, level + 1);
-                sum.cost += cost.cost;
-                sum.levels = std::max(sum.levels, cost.levels + 1);
-            }
-        }
-    }
-
-    /// The node that a part of a feature leads to; null when it leads nowhere.
-    static ArvDomNode* taken_by(ArvDomNode* part) {
-        if (ARV_IS_GC_ENUM_ENTRY(part)) {
-            return part;
-        }
-        if (!ARV_IS_GC_PROPERTY_NODE(part)) {
-            return nullptr;
-        }
-        auto* const property = ARV_GC_PROPERTY_NODE(part);
-        if (!is_evaluated(arv_gc_property_node_get_node_type(property))) {
-            return nullptr;
-        }
-        ArvGcNode* const linked = arv_gc_property_node_get_linked_node(property);
-        return linked != nullptr ? ARV_DOM_NODE(linked) : nullptr;
-    }
-
     std::unordered_map<ArvDomNode*, visited> known_;
     std::optional<std::string> found_;
+};
+
+/// Looks at the registers that a value takes, those first that others take their lengths from.
+class register_walk {
+public:
+    bool is_sound(ArvDomNode* node) {
+        if (std::ranges::find(known_, node) != known_.end()) {
+            return true;
+        }
+        known_.push_back(node);
+        bool sound = true;
+        for_each_taken(node, [&](ArvDomNode* taken) { sound = sound && is_sound(taken); });
+        return sound && (!ARV_IS_GC_REGISTER(node) || has_length(ARV_GC_REGISTER(node)));
+    }
+
+private:
+    static bool has_length(ArvGcRegister* one) {
+        error_slot error;
+        guint64 const length = arv_gc_register_get_length(one, error.out());
+        return error.get() == nullptr && length > 0 && length <= longest_register;
+    }
+
+    std::vector<ArvDomNode*> known_;
 };
 
 }  // namespace
@@ -136,6 +167,12 @@ std::optional<std::string> find_endless_reference(ArvGc& description) {
     reference_walk walk;
     walk.visit_all(ARV_DOM_NODE(&description));
     return walk.take_found();
+}
+
+ArvGcFeatureNode* find_usable_feature(ArvDevice& device, std::string const& name) {
+    ArvGcNode* const node = arv_device_get_feature(&device, name.c_str());
+    bool const usable = node != nullptr && ARV_IS_GC_FEATURE_NODE(node) && register_walk().is_sound(ARV_DOM_NODE(node));
+    return usable ? ARV_GC_FEATURE_NODE(node) : nullptr;
 }
 
 }  // namespace openpv

@@ -15,4 +15,8 @@ namespace openpv {
 /// \return why the description cannot be used, null when it can
 std::optional<std::string> find_endless_reference(ArvGc& description);
 
+/// \return the node of a feature; null when the description has none, or one whose value takes a register of a length
+/// that no register has. Aravis would ask for as much memory, and end the process for want of it. May ask the camera.
+ArvGcFeatureNode* find_usable_feature(ArvDevice& device, std::string const& name);
+
 }  // namespace openpv

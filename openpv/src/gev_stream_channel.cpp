@@ -4,6 +4,7 @@
 
 #include "aravis_handle.hpp"
 #include "aravis_result.hpp"
+#include "description_check.hpp"
 #include "gvcp_message.hpp"
 #include "value_limits.hpp"
 
@@ -46,7 +47,7 @@ private:
 };
 
 ArvGcInteger* find_integer(ArvDevice& device, char const* name) {
-    ArvGcNode* const node = arv_device_get_feature(&device, name);
+    ArvGcFeatureNode* const node = find_usable_feature(device, name);
     return node != nullptr && ARV_IS_GC_INTEGER(node) ? ARV_GC_INTEGER(node) : nullptr;
 }
 

@@ -11,6 +11,7 @@
 #include "aravis_handle.hpp"
 #include "aravis_result.hpp"
 #include "block_queue.hpp"
+#include "description_check.hpp"
 #include "gev_stream_channel.hpp"
 #include "gvcp_message.hpp"
 #include "loss_report.hpp"
@@ -27,16 +28,24 @@ constexpr std::size_t smallest_room = 8 << 20;
 
 /// \return bytes, 0 when the camera does not tell, or tells of more than a buffer can have
 std::size_t read_payload_size(ArvDevice& device) {
+    ArvGcFeatureNode* const node = find_usable_feature(device, "PayloadSize");
+    if (node == nullptr || !ARV_IS_GC_INTEGER(node)) {
+        return 0;
+    }
     error_slot error;
-    int64_t const bytes = arv_device_get_integer_feature_value(&device, "PayloadSize", error.out());
+    int64_t const bytes = arv_gc_integer_get_value(ARV_GC_INTEGER(node), error.out());
     bool const sensible = bytes > 0 && bytes <= std::numeric_limits<uint32_t>::max();
     return error.get() == nullptr && sensible ? static_cast<std::size_t>(bytes) : 0;
 }
 
 /// \return frames a second, 0 when the camera does not tell
 double read_frame_rate(ArvDevice& device) {
+    ArvGcFeatureNode* const node = find_usable_feature(device, "AcquisitionFrameRate");
+    if (node == nullptr || !ARV_IS_GC_FLOAT(node)) {
+        return 0;
+    }
     error_slot error;
-    double const rate = arv_device_get_float_feature_value(&device, "AcquisitionFrameRate", error.out());
+    double const rate = arv_gc_float_get_value(ARV_GC_FLOAT(node), error.out());
     return error.get() == nullptr && std::isfinite(rate) ? std::max(rate, 0.0) : 0;
 }
 

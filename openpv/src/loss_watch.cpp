@@ -22,6 +22,7 @@ constexpr milliseconds answer_time{500};
 bool pause(std::stop_token const& stop, milliseconds time) {
     std::mutex mutex;
     std::condition_variable_any wake;
+    // cppcheck-suppress localMutex ; the condition asks for a lock, there is nothing to guard
     std::unique_lock lock(mutex);
     wake.wait_for(lock, stop, time, [] { return false; });
     return !stop.stop_requested();

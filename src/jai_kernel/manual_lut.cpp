@@ -59,6 +59,7 @@ camera_table _T_from_dynamic(uint16_t const* data, unsigned count) {
 
 int CCamProc::setupCamLutManual(camera* cam, bool fromDynamic, bool restartCapture) {
     uint16_t const* const data = fromDynamic ? dynLut.get() : MgGiMainCtx__GetLutDataU16();
+    // cppcheck-suppress invalidPrintfArgType_p ; it is an address
     MG_LOG_I("LUT settings handler entry LUT arr %p\n", static_cast<void const*>(data));
     if (!fromDynamic) {
         if (dynLutStep != 0) {
