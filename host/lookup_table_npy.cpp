@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <charconv>
 #include <cstring>
-#include <regex>
 #include <stdexcept>
 
 #include "lookup_table_file.hpp"
@@ -48,28 +48,52 @@ std::string_view description_of(std::string_view bytes, std::size_t& offset) {
     return bytes.substr(length_at + length_bytes, length);
 }
 
-std::string value_in(std::string const& description, char const* key, char const* value) {
-    std::smatch found;
-    if (!std::regex_search(description, found, std::regex(std::string("['\"]") + key + "['\"] *: *" + value))) {
-        fail(std::string("has a header without a usable \"") + key + "\"");
+/// What stands behind a key of the description, between one of the characters `opening` and the next one of `closing`.
+std::string_view value_in(std::string_view description, std::string_view key, char const* opening,
+                          char const* closing) {
+    constexpr char const* quotes = "'\"";
+    for (std::size_t at = description.find(key); at != description.npos; at = description.find(key, at + 1)) {
+        std::size_t const colon = description.find_first_not_of(' ', at + key.size() + 1);
+        bool const is_key = at > 0 && description.find_first_of(quotes, at - 1) == at - 1 &&
+                            description.find_first_of(quotes, at + key.size()) == at + key.size() &&
+                            colon != description.npos && description[colon] == ':';
+        if (!is_key) {
+            continue;
+        }
+        std::size_t const begin = description.find_first_not_of(' ', colon + 1);
+        std::size_t const end = begin != description.npos ? description.find_first_of(closing, begin + 1) : begin;
+        if (end != description.npos && description.find_first_of(opening, begin) == begin) {
+            return description.substr(begin + 1, end - begin - 1);
+        }
     }
-    return found[1];
+    fail("has a header without a usable \"" + std::string(key) + "\"");
 }
 
-std::size_t count_of(std::string const& shape) {
-    static std::regex const one_dimension(" *([0-9]{1,9}) *,? *");
-    std::smatch found;
-    if (!std::regex_match(shape, found, one_dimension)) {
-        fail("has the shape (" + shape + "), expected one dimension");
+std::string_view without_blanks(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+/// Of a shape with one dimension, which Python spells with a comma behind it.
+std::size_t count_of(std::string_view shape) {
+    constexpr std::size_t most_digits = 9;
+    auto digits = without_blanks(shape);
+    if (digits.ends_with(',')) {
+        digits = without_blanks(digits.substr(0, digits.size() - 1));
     }
-    return std::stoul(found[1]);
+    std::size_t count = 0;
+    auto const [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), count);
+    if (error != std::errc{} || end != digits.data() + digits.size() || digits.size() > most_digits) {
+        fail("has the shape (" + std::string(shape) + "), expected one dimension");
+    }
+    return count;
 }
 
 npy_header read_header(std::string_view bytes) {
     npy_header header;
-    std::string const description(description_of(bytes, header.offset));
-    header.type = value_in(description, "descr", "['\"]([^'\"]*)['\"]");
-    header.count = count_of(value_in(description, "shape", "\\(([^)]*)\\)"));
+    auto const description = description_of(bytes, header.offset);
+    header.type = value_in(description, "descr", "'\"", "'\"");
+    header.count = count_of(value_in(description, "shape", "(", ")"));
     return header;
 }
 
