@@ -20,7 +20,6 @@ namespace openpv {
 
 /// Buffers wait, in order, for a block; then, finished, for being retrieved. The queue stays when the receiver is
 /// replaced. Operations may be called from any thread.
-// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is final, and nobody owns it by a base
 class block_queue final : public std::enable_shared_from_this<block_queue>, private block_sink {
 public:
     static constexpr std::size_t maximum = 512;

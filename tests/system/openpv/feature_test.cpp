@@ -231,6 +231,44 @@ TEST_F(Feature, StringIsRead) {
     EXPECT_STREQ(value.GetAscii(), "Aravis");
 }
 
+TEST_F(Feature, StringMayFillItsRegister) {
+    constexpr int64_t letters = 0x4142434445464748;
+    ASSERT_TRUE(ok(features->SetIntegerValue("AFullStringReg", letters)));
+    for (char const* const name : {"AFullString", "AFullStringElsewhere"}) {
+        PvString value;
+        EXPECT_TRUE(ok(features->GetStringValue(name, value)));
+        EXPECT_STREQ(value.GetAscii(), "ABCDEFGH");
+    }
+}
+
+TEST_F(Feature, OfARegisterWithoutALengthIsNotThere) {
+    int64_t value = 0;
+    for (char const* const name : {"AnIntegerOfNoLength", "AnIntegerLimitedByOneOfNoLength"}) {
+        EXPECT_TRUE(has_code(features->GetIntegerValue(name, value), PvResult::Code::NOT_FOUND));
+        EXPECT_TRUE(has_code(features->SetIntegerValue(name, 1), PvResult::Code::NOT_FOUND));
+    }
+}
+
+TEST_F(Feature, MayHaveALengthThatTheCameraTells) {
+    PvString value;
+    ASSERT_TRUE(ok(features->SetIntegerValue("AWideInteger", 4)));
+    EXPECT_TRUE(ok(features->GetStringValue("AStringAsLongAsAnInteger", value)));
+    EXPECT_STREQ(value.GetAscii(), "Arav");
+    for (int64_t const length : {int64_t{0}, int64_t{1} << 40, std::numeric_limits<int64_t>::max()}) {
+        ASSERT_TRUE(ok(features->SetIntegerValue("AWideInteger", length)));
+        EXPECT_TRUE(has_code(features->GetStringValue("AStringAsLongAsAnInteger", value), PvResult::Code::NOT_FOUND));
+    }
+}
+
+TEST(Description, ThatLeadsInCirclesIsRefused) {
+    auto const camera = start_aravis_camera({"-g", ENDLESS_DESCRIPTION});
+    ASSERT_TRUE(camera);
+    PvResult result;
+    EXPECT_EQ(PvDevice::CreateAndConnect(find_only_camera(), &result), nullptr);
+    EXPECT_TRUE(has_code(result, PvResult::Code::GENERIC_ERROR));
+    EXPECT_THAT(result.GetDescription().GetAscii(), HasSubstr("feature Width takes its own value"));
+}
+
 TEST_F(Feature, CommandWritesItsValue) {
     ASSERT_TRUE(ok(features->SetIntegerValue("AnInteger", 16)));
     EXPECT_TRUE(ok(features->ExecuteCommand("ACommand")));
