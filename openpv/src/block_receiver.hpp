@@ -26,7 +26,7 @@ public:
     virtual void block_finished(PvBuffer::impl& buffer, received_block const& block) = 0;
 
 protected:
-    virtual ~block_sink() = default;
+    ~block_sink() = default;
 };
 
 /// Receives blocks on a thread of its own and places them, without a copy, in the buffers that it was given, in that

@@ -74,6 +74,7 @@ void read_answers(search& each, uint16_t request, std::vector<discovered_interfa
 void gather_until(clock::time_point deadline, std::vector<search>& searches, uint16_t request,
                   std::vector<discovered_interface>& interfaces) {
     std::vector<pollfd> waiting;
+    waiting.reserve(searches.size());
     for (search const& each : searches) {
         waiting.push_back({each.socket.descriptor(), POLLIN, 0});
     }
