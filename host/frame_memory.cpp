@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
 
 namespace mediagrabber {
@@ -120,19 +121,26 @@ void frame_memory::give_back(std::size_t spare) {
 
 void frame_memory::exchange(std::size_t slot, std::size_t spare) {
     std::size_t const way_station = slot_count_ + spare_count_;
-    move_pages(slot, way_station);
-    move_pages(slot_count_ + spare, slot);
-    move_pages(way_station, slot_count_ + spare);
+    if (copies_ || !move_pages(slot, way_station)) {
+        copies_ = true;
+        std::memcpy(block(slot_count_ + spare), block(slot), frame_bytes_);
+        return;
+    }
+    if (!move_pages(slot_count_ + spare, slot) || !move_pages(way_station, slot_count_ + spare)) {
+        fail("the pages of a frame can't be moved");
+    }
 }
 
 /// Moves what block `from` shows to the addresses of block `to`. MREMAP_DONTUNMAP keeps the range of `from` mapped, so
 /// that there is no moment at which another thread could be given its addresses.
-void frame_memory::move_pages(std::size_t from, std::size_t to) {
+/// \return false when that can't be done here: Linux before 5.13 and valgrind do not know how
+bool frame_memory::move_pages(std::size_t from, std::size_t to) {
     void* const moved = mremap(block(from), stride_, stride_, MREMAP_MAYMOVE | MREMAP_FIXED | MREMAP_DONTUNMAP,
                                static_cast<void*>(block(to)));
-    if (moved == MAP_FAILED) {
+    if (moved == MAP_FAILED && errno != EINVAL) {
         fail("the pages of a frame can't be moved");
     }
+    return moved != MAP_FAILED;
 }
 
 }  // namespace mediagrabber

@@ -45,8 +45,9 @@ public:
     void give_back(std::size_t spare);
     std::span<std::byte> spare(std::size_t index) { return {block(slot_count_ + index), frame_bytes_}; }
 
-    /// Exchanges the contents of a slot and of a spare that the caller has taken; the addresses stay. Nobody may be
-    /// writing to either. \throws std::system_error when the kernel refuses; the contents are then undefined
+    /// Exchanges the contents of a slot and of a spare that the caller has taken; the addresses stay. Where pages can't
+    /// be moved, the spare gets a copy, and the slot keeps what it has. Nobody may be writing to either. \throws
+    /// std::system_error when the kernel refuses; the contents are then undefined
     void exchange(std::size_t slot, std::size_t spare);
 
 private:
@@ -54,7 +55,7 @@ private:
     void reserve(std::size_t block_count);
     void map(std::size_t block_count);
     void release();
-    void move_pages(std::size_t from, std::size_t to);
+    bool move_pages(std::size_t from, std::size_t to);
 
     std::size_t const frame_bytes_;
     std::size_t const slot_count_;
@@ -64,6 +65,7 @@ private:
     void* reservation_ = nullptr;  ///< the address range, with room to align in
     std::size_t reserved_bytes_ = 0;
     std::byte* first_ = nullptr;
+    bool copies_ = false;  ///< pages can't be moved here
 
     std::mutex mutex_;  ///< of free_spares_
     std::vector<std::size_t> free_spares_;
