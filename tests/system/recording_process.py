@@ -12,9 +12,9 @@ MEDIAGRABBER = os.environ["MEDIAGRABBER"]
 DEADLINE_SECONDS = 60
 
 
-def wait_for(condition, what):
+def wait_for(condition, what, seconds=DEADLINE_SECONDS):
     """Waits until condition() holds and returns its value; fails when it does not come true."""
-    deadline = time.monotonic() + DEADLINE_SECONDS
+    deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
         value = condition()
         if value:
@@ -72,9 +72,9 @@ class RecordingProcess:
         path = self.output / "frames.jsonl"
         return [json.loads(line) for line in path.read_text().split("\n")[:-1]] if path.exists() else []
 
-    def wait_while_running(self, condition, what):
+    def wait_while_running(self, condition, what, seconds=DEADLINE_SECONDS):
         """As wait_for; fails at once when the recording ended without it."""
-        wait_for(lambda: condition() or self.process.poll() is not None, f"{what}; the log so far:\n{self.log}")
+        wait_for(lambda: condition() or self.process.poll() is not None, f"{what}; the log so far:\n{self.log}", seconds)
         if not condition():
             self.finish()
         if not condition():

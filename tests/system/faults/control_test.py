@@ -3,6 +3,7 @@
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 from camera_process import FaultyCamera
@@ -124,10 +125,13 @@ class TemperatureFailing(unittest.TestCase):
 
 class WritesRefused(unittest.TestCase):
     def test_from_a_moment_on_are_told_and_end_no_recording(self):
-        text = '[exposure]\nmode = "manual"\ntime_us = 1000\n[control]\nsocket = "set.sock"\n'
-        with Grabbing(self, more=text.replace("set.sock", "/tmp/faults-writes-refused.sock")) as run:
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        control = f"{directory.name}/set.sock"
+        text = f'[exposure]\nmode = "manual"\ntime_us = 1000\n[control]\nsocket = "{control}"\n'
+        with Grabbing(self, more=text) as run:
             def change(value):
-                return subprocess.run([MEDIAGRABBER, "set", "--socket", "/tmp/faults-writes-refused.sock", "--timeout", "30",
+                return subprocess.run([MEDIAGRABBER, "set", "--socket", control, "--timeout", "30",
                                        f"exposure.time_us={value}"], capture_output=True, text=True, timeout=60)
             self.assertEqual(change(500).returncode, 0)
             fault = run.camera.start_fault("write_refusal")

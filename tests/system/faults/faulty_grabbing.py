@@ -6,7 +6,7 @@ import time
 
 from camera_process import FaultyCamera
 from recorder import Recording
-from recording_process import wait_for
+from recording_process import DEADLINE_SECONDS, wait_for
 
 CONFIGURATION = """
 [image]
@@ -56,14 +56,16 @@ class Account:
             setattr(self, name, int(figure))
         for name, figure in LOST.search(self.log).groupdict().items():
             setattr(self, name, int(figure))
+        self.failed = told(self.log, "frames incomplete") + told(self.log, "frames larger than their buffers")
         self.nothing_came = told(self.log, "frames of which nothing came")
         self.without_buffer = told(self.log, "frames without a buffer for them")
         self.sent = len(self.journal) + self.missing
 
     @property
     def reported(self):
-        """Frames that somebody has reported lost."""
-        return self.overrun + self.not_written + self.empty + self.nothing_came + self.without_buffer
+        """Frames that somebody has reported lost. Those that failed to come whole are fetches without a frame, too; others
+        of these waited in vain."""
+        return self.overrun + self.not_written + self.failed + self.nothing_came + self.without_buffer
 
     def places(self):
         """For each recorded frame its place in the truth."""
@@ -86,6 +88,10 @@ class Account:
             offset = now
         readjusted = sum(self.log.count(word) for word in READJUSTMENTS)
         return wrong if len(wrong) > 2 * readjusted else []
+
+    def wrong_counters(self):
+        """Frames whose exposure start counter is not the camera's."""
+        return [line for place, line in zip(self.places(), self.journal) if line["counter"] != self.truth[place]["frame"]]
 
     def wrong_announcements(self):
         """Frames that came with another time than the one announced, but for the first of a run and readjusted ones."""
@@ -124,11 +130,11 @@ class Grabbing:
             truth.seek(max(0, self.camera.truth_path.stat().st_size - 4096))
             return json.loads(truth.read().split(b"\n")[-2])["frame"] + 1
 
-    def strike(self, kind, hits=None, until=None, **parameters):
+    def strike(self, kind, hits=None, until=None, seconds=DEADLINE_SECONDS, **parameters):
         """Has a fault in force until it has struck so often, or until() holds. \\return how often it struck"""
         number = self.camera.start_fault(kind, **parameters)
         enough = until or (lambda: self.camera.hits(number) >= hits)
-        self.recording.wait_while_running(lambda: time.sleep(0.05) or enough(), f"{kind} had its way")
+        self.recording.wait_while_running(lambda: time.sleep(0.05) or enough(), f"{kind} had its way", seconds)
         return self.camera.stop_fault(number)
 
     def strike_for(self, seconds, kind, **parameters):
@@ -150,8 +156,10 @@ class Grabbing:
         account = Account(self.recording, self.camera)
         self.test.assertEqual(status, 1 if account.overrun + account.not_written else 0, account.log)
         self.test.assertEqual((account.different, account.stray), (0, 0), account.words)
+        self.test.assertGreaterEqual(account.empty, account.failed, account.log)
         self.test.assertEqual(account.wrong_times(), [], account.log)
         self.test.assertEqual(account.wrong_announcements(), [], account.log)
+        self.test.assertEqual(account.wrong_counters(), [], account.log)
         recovery = "" if self.recovery is None else f"; frames again after {self.recovery:.2f} s"
         print(f"{self.test.id()}: {account.sent} sent, {len(account.journal)} exported, {account.missing} lost,"
               f" {account.reported} reported{recovery}", flush=True)

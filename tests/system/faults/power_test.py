@@ -21,6 +21,12 @@ class Footprint:
         self.kilobytes = figure("VmRSS:")
         self.threads = figure("Threads:")
         self.descriptors = len(os.listdir(f"/proc/{pid}/fd"))
+        self.sanitized = "libasan" in pathlib.Path(f"/proc/{pid}/maps").read_text()
+
+    def is_like(self, other):
+        """A sanitizer keeps memory that is free, so it is no measure there."""
+        same_memory = self.sanitized or self.kilobytes < 1.1 * other.kilobytes + 2048
+        return same_memory and (self.descriptors, self.threads) == (other.descriptors, other.threads)
 
     def __str__(self):
         return f"{self.kilobytes} kB, {self.descriptors} descriptors, {self.threads} threads"
@@ -42,8 +48,9 @@ class PowerCut(unittest.TestCase):
                 if cycle + 1 == min(WARM_UP, CYCLES):
                     first = footprint
             account = run.finish()
-        self.assertEqual((footprint.descriptors, footprint.threads), (first.descriptors, first.threads))
-        self.assertLess(footprint.kilobytes, 1.1 * first.kilobytes + 2048)
+        self.assertTrue(footprint.is_like(first), f"{first}; now {footprint}")
+        # The first frame of each run is for its clocks and is never exported.
+        self.assertTrue(CYCLES <= account.missing <= CYCLES + account.reported, account.words + account.log)
         lives = {frame.get("boot", 1) for frame in account.truth}
         self.assertEqual(len(lives), CYCLES + 1)
 

@@ -4,7 +4,8 @@ import os
 import sys
 import unittest
 
-from faulty_grabbing import PACKETS, Grabbing
+from faulty_grabbing import PACKETS, RATE, Grabbing
+from recording_process import DEADLINE_SECONDS
 
 FRAMES = int(os.environ.get("FAULT_FRAMES", "150"))  # that a fault is in force for
 
@@ -12,7 +13,8 @@ FRAMES = int(os.environ.get("FAULT_FRAMES", "150"))  # that a fault is in force 
 def strike_frames(run, kind, count=FRAMES, **parameters):
     """Has a fault in force while so many frames are taken."""
     end = run.exposures() + count
-    return run.strike(kind, until=lambda: run.exposures() >= end, **parameters)
+    seconds = DEADLINE_SECONDS + 2 * count / RATE
+    return run.strike(kind, until=lambda: run.exposures() >= end, seconds=seconds, **parameters)
 
 
 class Faults(unittest.TestCase):
@@ -122,7 +124,8 @@ class BlocksSkipped(Faults):
             account = run.finish()
         self.assertGreater(skipped, 0)
         self.assertEqual(account.missing, 0)
-        self.assertEqual((account.skipped, account.reported), (skipped, skipped), account.words + account.log)
+        self.assertGreaterEqual(account.skipped, skipped)
+        self.assertEqual((account.nothing_came, account.reported), (skipped, skipped), account.words + account.log)
 
 
 class Freeze(Faults):
@@ -131,8 +134,9 @@ class Freeze(Faults):
             run.strike_for(3, "freeze")
             run.recover()
             account = run.finish()
-        self.assertEqual(account.missing, 0)
-        self.assertGreater(account.empty, 0)  # fetches that waited for a second
+        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        self.assertLessEqual(account.missing, 1)  # the one that it came into the middle of
+        self.assertGreater(account.empty, account.failed)  # fetches that waited for a second
         self.assertNotIn("exit code", account.log)
         self.assertLess(run.recovery, 10)
 
