@@ -32,15 +32,20 @@ class Footprint:
         return f"{self.kilobytes} kB, {self.descriptors} descriptors, {self.threads} threads"
 
 
+def cut_until_noticed(run):
+    """The camera is without power until its run has ended with -10."""
+    ended = lambda: run.recording.log.count("(exit code -10)")
+    before = ended()
+    cut = run.camera.start_fault("power_cut")
+    run.recording.wait_while_running(lambda: ended() > before, "the run ended with -10")
+    run.camera.stop_fault(cut)
+
+
 class PowerCut(unittest.TestCase):
     def test_ends_the_run_with_minus_10_and_the_return_begins_another(self):
         with Grabbing(self) as run:
             for cycle in range(CYCLES):
-                runs_ended = run.recording.log.count("(exit code -10)")
-                cut = run.camera.start_fault("power_cut")
-                run.recording.wait_while_running(
-                    lambda: run.recording.log.count("(exit code -10)") > runs_ended, "the run ended with -10")
-                run.camera.stop_fault(cut)
+                cut_until_noticed(run)
                 run.recover()
                 self.assertLess(run.recovery, LONGEST_RECOVERY)
                 footprint = Footprint(run.recording.process.pid)
@@ -60,6 +65,22 @@ class PowerCut(unittest.TestCase):
             run.recording.wait_for_log("(exit code -10)")
             run.recover()
             self.assertLess(run.recovery, LONGEST_RECOVERY)
+            run.finish()
+
+
+class PowerCutAtAnAwkwardMoment(unittest.TestCase):
+    def test_while_the_camera_gets_its_configuration_ends_no_recording(self):
+        with Grabbing(self) as run:
+            for moment in ("ROI Width x Height", "START GRABBING"):
+                slow = run.camera.start_fault("answer_delay", delay_ms=40)  # so that there is time to come in between
+                cut_until_noticed(run)
+                before = run.recording.log.count(moment)
+                run.recording.wait_while_running(lambda: run.recording.log.count(moment) > before, f"\"{moment}\" again")
+                run.strike_for(0.5, "power_cut")
+                run.camera.stop_fault(slow)
+                run.recover()
+                print(f"cut at \"{moment}\": frames again after {run.recovery:.2f} s", flush=True)
+                self.assertLess(run.recovery, LONGEST_RECOVERY)
             run.finish()
 
 

