@@ -37,7 +37,7 @@ char const* meaning_of(std::int32_t exit_code) {
         case configuration_failed:
             return "the camera could not be configured";
         case not_opened:
-            return "the camera could not be opened";
+            return "the camera could not be opened, another application may have it";
         case frames_ceased:
             return "frames ceased to arrive, or the plug-in had an exception";
         default:

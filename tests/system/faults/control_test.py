@@ -81,7 +81,7 @@ class ControlDenied(unittest.TestCase):
         with FaultyCamera() as camera:
             fault = camera.start_fault("control_denied")
             with Recording(CONFIGURATION.format(rate=RATE)) as recording:
-                recording.wait_for_log("the camera could not be opened (exit code -5)")
+                recording.wait_for_log("the camera could not be opened, another application may have it (exit code -5)")
                 self.assertEqual(recording.journal(), [])
                 camera.stop_fault(fault)
                 recording.wait_for_frames(10)
