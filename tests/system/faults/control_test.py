@@ -21,7 +21,7 @@ class Answers(unittest.TestCase):
             run.recover()
             account = run.finish()
         self.assertNotIn("exit code", account.log)
-        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        account.check(self)
         self.assertLess(run.recovery, 10)
         return account
 
@@ -120,7 +120,7 @@ class TemperatureFailing(unittest.TestCase):
         self.assertGreaterEqual(len(cold), 15)
         self.assertTrue(all(line["temperature_c"] is not None for line in account.journal[:before - 5]))
         self.assertIsNotNone(account.journal[-1]["temperature_c"])
-        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        account.check(self)
 
 
 class WritesRefused(unittest.TestCase):
@@ -143,7 +143,7 @@ class WritesRefused(unittest.TestCase):
             self.assertEqual(change(700).returncode, 0)
             run.recover()
             account = run.finish()
-        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        account.check(self)
 
     def test_when_the_camera_has_come_back_are_tried_again(self):
         with Grabbing(self) as run:
@@ -172,7 +172,7 @@ class TimestampsJump(unittest.TestCase):
             run.camera.stop_fault(fault)
             run.recover()
             account = run.finish()
-        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        account.check(self)
         self.assert_on_the_host_s_clock(account)
 
     def assert_on_the_host_s_clock(self, account):
@@ -189,7 +189,7 @@ class TimestampsWrap(unittest.TestCase):
             run.camera.stop_fault(fault)
             run.recover()
             account = run.finish()
-        self.assertEqual(account.missing, account.reported, account.words + account.log)
+        account.check(self)
         wraps = re.findall(r"bTS wrap is detected: old (\d+)us, new (\d+)us", account.log)
         self.assertTrue(all(int(old) > int(new) for old, new in wraps))
 

@@ -49,6 +49,7 @@ class Account:
         self.journal = recording.journal()
         last = self.journal[-1]["ticks"]
         wait_for(lambda: any(frame["ticks"] == last for frame in camera.frames_so_far()), "the truth of the last frame")
+        self.camera = camera
         self.truth = camera.frames_so_far()
         self.log = recording.log
         self.words = recording.compare(camera.truth_path)[1]
@@ -66,6 +67,19 @@ class Account:
         """Frames that somebody has reported lost. Those that failed to come whole are fetches without a frame, too; others
         of these waited in vain."""
         return self.overrun + self.not_written + self.failed + self.nothing_came + self.without_buffer
+
+    def sent_afterwards(self):
+        """Frames that were sent after the last one recorded: what is lost of them is reported, and missed by nobody."""
+        frames = [frame for frame in self.camera.frames_so_far() if frame["fate"] == "sent"]
+        last = next(i for i, frame in enumerate(frames) if frame["ticks"] == self.journal[-1]["ticks"])
+        return len(frames) - last - 1
+
+    def check(self, test):
+        """Every frame that is missing was reported lost, and no other but such as were sent after the last one recorded."""
+        test.assertLessEqual(self.missing, self.reported, self.words + self.log)
+        if self.reported > self.missing:
+            wait_for(lambda: self.reported <= self.missing + self.sent_afterwards(),
+                     f"{self.reported} frames were reported lost:\n{self.words}{self.log}")
 
     def places(self):
         """For each recorded frame its place in the truth."""
