@@ -29,11 +29,9 @@ bool is_evaluated(ArvGcPropertyNodeType type) {
         case ARV_GC_PROPERTY_NODE_TYPE_P_MINIMUM:
         case ARV_GC_PROPERTY_NODE_TYPE_P_MAXIMUM:
         case ARV_GC_PROPERTY_NODE_TYPE_P_INCREMENT:
-        case ARV_GC_PROPERTY_NODE_TYPE_P_INDEX:
         case ARV_GC_PROPERTY_NODE_TYPE_P_LENGTH:
         case ARV_GC_PROPERTY_NODE_TYPE_P_VARIABLE:
         case ARV_GC_PROPERTY_NODE_TYPE_P_COMMAND_VALUE:
-        case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_INDEXED:
         case ARV_GC_PROPERTY_NODE_TYPE_P_VALUE_DEFAULT:
             return true;
         default:
@@ -56,7 +54,8 @@ ArvDomNode* taken_by(ArvDomNode* part) {
         return nullptr;
     }
     auto* const property = ARV_GC_PROPERTY_NODE(part);
-    if (!is_evaluated(arv_gc_property_node_get_node_type(property))) {
+    bool const has_no_type = ARV_IS_GC_INDEX_NODE(part) || ARV_IS_GC_VALUE_INDEXED_NODE(part);  // Aravis gives them none
+    if (!has_no_type && !is_evaluated(arv_gc_property_node_get_node_type(property))) {
         return nullptr;
     }
     ArvGcNode* const linked = arv_gc_property_node_get_linked_node(property);

@@ -18,6 +18,7 @@
 
 #include "camera_features.hpp"
 #include "camera_link.hpp"
+#include "description_check.hpp"
 #include "fuzz_input.hpp"
 #include "gev_stream_channel.hpp"
 
@@ -135,6 +136,10 @@ std::unique_ptr<camera_session> camera_session::open(connection_id const& /*id*/
     auto device = open_described_device();
     if (device == nullptr) {
         result = not_connected("There is no description");
+        return nullptr;
+    }
+    if (auto const why = find_endless_reference(*arv_device_get_genicam(device.get()))) {
+        result = not_connected(*why);
         return nullptr;
     }
     return std::unique_ptr<camera_session>(new camera_session(std::move(device)));

@@ -69,6 +69,15 @@ TEST(DescriptionCheck, FindsAFeatureThatTakesItsOwnValue) {
                 Optional(HasSubstr(endless)));
     EXPECT_THAT(check("<IntReg Name=\"A\"><pAddress>A</pAddress><Length>4</Length><pPort>Device</pPort></IntReg>"),
                 Optional(HasSubstr(endless)));
+    EXPECT_THAT(check("<IntReg Name=\"A\"><Address>4</Address><Length>4</Length><pPort>Device</pPort>"
+                      "<pIndex Offset=\"4\">A</pIndex></IntReg>"),
+                Optional(HasSubstr(endless)));
+    EXPECT_THAT(check(integer("A", "<pIndex>B</pIndex><pValueIndexed Index=\"0\">A</pValueIndexed>") +
+                      integer("B", "<Value>0</Value>")),
+                Optional(HasSubstr(endless)));
+    EXPECT_THAT(check(integer("A", "<pIndex>B</pIndex><pValueDefault>A</pValueDefault>") +
+                      integer("B", "<Value>0</Value>")),
+                Optional(HasSubstr(endless)));
     EXPECT_THAT(check("<Enumeration Name=\"E\"><EnumEntry Name=\"One\"><pIsAvailable>E</pIsAvailable>"
                       "<Value>1</Value></EnumEntry><Value>1</Value></Enumeration>"),
                 Optional(HasSubstr(endless)));
