@@ -88,6 +88,7 @@ assembler_counters& assembler_counters::operator+=(assembler_counters const& oth
 gvsp_assembler::gvsp_assembler(settings const& chosen, assembler_outlet& outlet) : settings_(chosen), outlet_(outlet) {
     open_.reserve(most_open_blocks);
     free_.reserve(most_open_blocks);
+    spare_.reserve(most_open_blocks);
     for (open_block& block : blocks_) {
         std::size_t const packets = packets_of(chosen.payload_bytes, data_bytes_of(chosen.packet_bytes, true));
         block.received.reserve(std::min(packets, most_packets_reserved) / 64 + 1);
@@ -104,6 +105,7 @@ void gvsp_assembler::add(std::span<std::byte const> datagram, time_point now) {
     if (packet->block == 0) {
         return;  // a test packet
     }
+    other_kind_came_ = other_kind_came_ && packet->extended != extended_;
     open_block* block = find(packet->block);
     if (block == nullptr && packet->status == gvsp::packet_status::present) {
         block = open(*packet, now);
@@ -115,6 +117,7 @@ void gvsp_assembler::add(std::span<std::byte const> datagram, time_point now) {
         ++counters_.packets_late;
         return;
     }
+    note_packet(*block);
     if (packet->status != gvsp::packet_status::present) {
         block->hopeless = block->hopeless || packet->status == gvsp::packet_status::gone;
         return;
@@ -144,6 +147,25 @@ gvsp_assembler::open_block* gvsp_assembler::find(uint64_t id) {
     return nullptr;
 }
 
+/// One packet alone does not move the stream on: what it says of its block may be damaged.
+void gvsp_assembler::note_packet(open_block& block) {
+    ++block.packets;
+    if (block.packets > 1) {
+        note_newest(block.id);
+    }
+}
+
+void gvsp_assembler::note_newest(uint64_t id) {
+    if (!newest_ || gvsp::blocks_between(*newest_, id, extended_) > 0) {
+        newest_ = id;
+    }
+}
+
+/// Whether a block is known by one packet only, and is not the one that comes next.
+bool gvsp_assembler::is_stray(open_block const& block) const {
+    return block.packets <= 1 && newest_ && gvsp::blocks_between(*newest_, block.id, extended_) > 1;
+}
+
 /// Whether the packet belongs to a block that has ended. A camera that begins to count its blocks anew uses an ID
 /// again; its leader tells another time then.
 bool gvsp_assembler::is_past(gvsp::packet const& packet, bool& begins_anew) const {
@@ -166,7 +188,11 @@ bool gvsp_assembler::is_past(gvsp::packet const& packet, bool& begins_anew) cons
 
 /// \return null when the packet's block has ended, or there is no memory for it
 gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, time_point now) {
-    if (newest_ && packet.extended != extended_) {
+    if (packet.extended != extended_) {
+        if (newest_ && !std::exchange(other_kind_came_, true)) {
+            ++counters_.packets_wrong;  // damaged, unless the next one is of this kind, too
+            return nullptr;
+        }
         begin_anew();
     }
     bool anew = false;
@@ -186,12 +212,9 @@ gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, tim
         finish(*open_.front());
         hand_out_finished();
     }
-    if (!newest_ || gvsp::blocks_between(*newest_, packet.block, extended_) > 0) {
-        newest_ = packet.block;
-    }
     open_block& block = *free_.back();
     free_.pop_back();
-    block.begin(packet, settings_.packet_bytes, outlet_.next_buffer(), now);
+    block.begin(packet, settings_.packet_bytes, next_buffer(), now);
     auto const after = std::ranges::find_if(
         open_, [&](open_block const* other) { return gvsp::blocks_between(block.id, other->id, extended_) > 0; });
     open_.insert(after, &block);
@@ -201,6 +224,15 @@ gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, tim
         return nullptr;
     }
     return &block;
+}
+
+PvBuffer::impl* gvsp_assembler::next_buffer() {
+    if (spare_.empty()) {
+        return outlet_.next_buffer();
+    }
+    PvBuffer::impl* const next = spare_.back();
+    spare_.pop_back();
+    return next;
 }
 
 /// The memory of its bits is used again.
@@ -308,11 +340,20 @@ uint32_t gvsp_assembler::expected_packets(open_block const& block) const {
         std::min<std::size_t>(std::max<std::size_t>(expected, block.highest), block.most_packets));
 }
 
+/// \return where the last block in `open_` is that is no stray; the first when there is none
+std::size_t gvsp_assembler::place_of_newest() const {
+    std::size_t place = open_.size();
+    while (place > 1 && is_stray(*open_[place - 1])) {
+        --place;
+    }
+    return place - 1;
+}
+
 block_transfer gvsp_assembler::newest_block() const {
     if (open_.empty()) {
         return {};
     }
-    open_block const& block = *open_.back();
+    open_block const& block = *open_[place_of_newest()];
     std::size_t const image = block.leader ? block.leader->image_bytes : 0;
     return {block.end, std::max(settings_.payload_bytes, image), block.began};
 }
@@ -324,10 +365,12 @@ bool gvsp_assembler::may_miss(open_block const& block, bool newest, time_point n
 }
 
 void gvsp_assembler::attend(time_point now) {
+    drop_strays(now);
+    std::size_t const last = open_.empty() ? 0 : place_of_newest();
     for (std::size_t i = 0; i < open_.size(); ++i) {
         open_block& block = *open_[i];
-        bool const newest = i + 1 == open_.size();
-        if (block.over || !may_miss(block, newest, now)) {
+        bool const newest = i >= last;
+        if (block.over || is_stray(block) || !may_miss(block, newest, now)) {
             continue;
         }
         if (settings_.can_resend && !block.hopeless && block.requests < most_requests && now >= block.next_request) {
@@ -338,6 +381,25 @@ void gvsp_assembler::attend(time_point now) {
         }
     }
     hand_out_finished();
+}
+
+/// Blocks that the camera never sent: a packet whose block ID was damaged stands alone. Their memory is there for others.
+void gvsp_assembler::drop_strays(time_point now) {
+    std::erase_if(open_, [&](open_block* block) {
+        bool const dropped = !block->over && is_stray(*block) && now - block->last_packet >= silent_time;
+        if (dropped) {
+            drop(*block);
+        }
+        return dropped;
+    });
+}
+
+void gvsp_assembler::drop(open_block& block) {
+    ++counters_.packets_wrong;
+    if (block.buffer != nullptr) {
+        spare_.push_back(block.buffer);
+    }
+    free_.push_back(&block);
 }
 
 void gvsp_assembler::stop() {
@@ -409,6 +471,10 @@ void gvsp_assembler::hand_out_finished() {
     while (!open_.empty() && open_.front()->over) {
         open_block& block = *open_.front();
         open_.erase(open_.begin());
+        if (is_stray(block)) {
+            drop(block);
+            continue;
+        }
         free_.push_back(&block);
         remember(block);
         if (block.buffer == nullptr) {
@@ -448,6 +514,7 @@ void gvsp_assembler::remember(open_block const& block) {
         skipped_before_last_ = step > 0 ? static_cast<uint64_t>(step - 1) : 0;
     }
     last_finished_ = block.id;
+    note_newest(block.id);
     past_[past_next_] = {block.id, block.leader ? block.leader->timestamp : 0};
     past_next_ = (past_next_ + 1) % past_.size();
 }
@@ -459,6 +526,7 @@ void gvsp_assembler::begin_anew() {
     }
     hand_out_finished();
     skipped_before_last_ = 0;
+    other_kind_came_ = false;
     past_.fill({});
     newest_.reset();
     last_finished_.reset();

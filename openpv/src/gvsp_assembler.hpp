@@ -80,6 +80,7 @@ private:
         std::size_t data_bytes = 0;        ///< of each payload packet but the last
         uint32_t most_packets = 0;         ///< payload packets that the buffer has room for
         std::vector<uint64_t> received;    ///< a bit a payload packet; bit 0 is packet 1
+        uint32_t packets = 0;              ///< of any kind, the same one more than once
         uint32_t count = 0;                ///< payload packets received
         uint32_t highest = 0;              ///< number of the last payload packet received
         uint32_t short_packet = 0;         ///< number of the first packet with less data than others; 0: none
@@ -105,12 +106,19 @@ private:
     open_block* find(uint64_t id);
     open_block* open(gvsp::packet const& packet, time_point now);
     bool is_past(gvsp::packet const& packet, bool& begins_anew) const;
+    PvBuffer::impl* next_buffer();
+    void note_packet(open_block& block);
+    void note_newest(uint64_t id);
     void add_payload(open_block& block, gvsp::packet const& packet, time_point now);
     void add_leader(open_block& block, gvsp::packet const& packet);
     void add_trailer(open_block& block, gvsp::packet const& packet);
     void note_duplicate(open_block& block, bool same);
     void close_if_over(open_block& block);
 
+    bool is_stray(open_block const& block) const;
+    std::size_t place_of_newest() const;
+    void drop_strays(time_point now);
+    void drop(open_block& block);
     bool is_whole(open_block const& block) const;
     bool may_miss(open_block const& block, bool newest, time_point now) const;
     bool is_to_be_given_up(open_block const& block, bool newest, time_point now) const;
@@ -131,14 +139,16 @@ private:
     std::array<open_block, most_open_blocks> blocks_;  ///< storage
     std::vector<open_block*> open_;                    ///< by ID, the oldest first
     std::vector<open_block*> free_;
+    std::vector<PvBuffer::impl*> spare_;  ///< of blocks that there were none of
 
     static constexpr std::size_t remembered_blocks = 32;
     std::array<past_block, remembered_blocks> past_{};
     std::size_t past_next_ = 0;
-    std::optional<uint64_t> newest_;         ///< the ID furthest along
+    std::optional<uint64_t> newest_;         ///< the ID furthest along that is no stray's
     std::optional<uint64_t> last_finished_;  ///< the ID finished last
     uint64_t skipped_before_last_ = 0;  ///< IDs between that one and the one before; damaged numbers leave gaps, too
     bool extended_ = false;
+    bool other_kind_came_ = false;  ///< the packet before had the other kind of IDs
 };
 
 }  // namespace openpv

@@ -557,8 +557,82 @@ TEST_F(Assembler, CountsNoBlocksBeforeOneWhoseNumberWasDamaged) {
         add(block_writer(id).all());
     }
     assembler.stop();
-    EXPECT_THAT(outlet.results(), ElementsAre(ok, ok, missing, ok, ok));
+    EXPECT_THAT(outlet.results(), ElementsAre(ok, ok, ok, ok));
     EXPECT_EQ(assembler.counters().blocks_skipped, 0U);
+    EXPECT_EQ(assembler.counters().packets_wrong, 1U);
+}
+
+TEST_F(Assembler, CountsABlockOfWhichOnePacketCameAmongThoseOfWhichNothingCame) {
+    add(block_writer(1).all());
+    add(block_writer(3).payload(1));
+    let_pass(300ms);
+    add(block_writer(4).all());
+    add(block_writer(5).all());
+    EXPECT_THAT(outlet.results(), ElementsAre(ok, ok, ok));
+    EXPECT_EQ(assembler.counters().blocks_skipped, 2U);
+    EXPECT_EQ(assembler.counters().blocks_incomplete, 0U);
+}
+
+TEST_F(Assembler, UsesTheMemoryThatADamagedNumberTookForTheNextBlock) {
+    fake_outlet one(2);
+    gvsp_assembler poor({packet_bytes, block_bytes, true}, one);
+    auto const add_to_poor = [&](datagram const& packet) { poor.add(packet, now); };
+    std::ranges::for_each(block_writer(1).all(), add_to_poor);
+    add_to_poor(block_writer(4096).payload(1));
+    for (auto const end = now + 30ms; now < end; now += 1ms) {
+        poor.attend(now);
+    }
+    std::ranges::for_each(block_writer(2).all(), add_to_poor);
+    ASSERT_THAT(one.results(), ElementsAre(ok, ok));
+    EXPECT_EQ(one.contents[1], block_writer(2).data());
+    EXPECT_EQ(poor.counters().blocks_without_buffer, 0U);
+}
+
+TEST_F(Assembler, WithoutABufferIsNotLedAstrayByADamagedNumber) {
+    fake_outlet none(1);
+    gvsp_assembler poor({packet_bytes, block_bytes, true}, none);
+    auto const add_to_poor = [&](datagram const& packet) { poor.add(packet, now); };
+    std::ranges::for_each(block_writer(1).all(), add_to_poor);
+    add_to_poor(block_writer(4096).payload(1));
+    std::ranges::for_each(block_writer(2).all(), add_to_poor);
+    none.add_buffer(block_bytes);
+    std::ranges::for_each(block_writer(3).all(), add_to_poor);
+    EXPECT_THAT(none.results(), ElementsAre(ok, ok));
+    EXPECT_EQ(poor.counters().blocks_without_buffer, 1U);
+    EXPECT_EQ(poor.counters().blocks_skipped, 0U);
+}
+
+TEST_F(Assembler, DoesNotThinkTheCameraThroughWithABlockBecauseOfADamagedNumber) {
+    auto const packets = block_writer(1).all();
+    add({packets[0], packets[1]});
+    add(block_writer(600).payload(1));
+    let_pass(10ms);  // the camera is slow
+    EXPECT_THAT(outlet.requests, IsEmpty());
+    add(std::vector(packets.begin() + 2, packets.end()));
+    EXPECT_THAT(outlet.results(), ElementsAre(ok));
+}
+
+TEST_F(Assembler, DoesNotBeginAnewForOneDamagedPacketOfTheOtherKind) {
+    auto const packets = block_writer(1).all();
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        add(packets[i]);
+        if (i == 1 || i == 3) {
+            add(block_writer(0x7000000001, block_bytes, true).payload(1));
+        }
+    }
+    EXPECT_THAT(outlet.results(), ElementsAre(ok));
+    EXPECT_EQ(assembler.counters().packets_wrong, 2U);
+}
+
+TEST_F(Assembler, BeginsAnewWithACameraThatGoesOnWithTheOtherKindOfIds) {
+    add(block_writer(7).all());
+    block_writer const other(1, block_bytes, true);
+    add(other.all());
+    EXPECT_THAT(outlet.requests, IsEmpty());
+    let_pass(5ms);
+    ASSERT_THAT(outlet.requests, ElementsAre(request_range{1, 0, 0}));  // what its first packet was
+    add(other.leader());
+    EXPECT_THAT(outlet.results(), ElementsAre(ok, ok));
 }
 
 TEST_F(Assembler, BeginsAnewWithACameraThatDoes) {
