@@ -17,8 +17,8 @@ VERIFY_RECORDING = os.environ["VERIFY_RECORDING"]
 class Recording(RecordingProcess):
     """With libmgjai.so."""
 
-    def __init__(self, configuration, *arguments):
-        super().__init__(MGJAI, configuration, arguments)
+    def __init__(self, configuration, *arguments, **where):
+        super().__init__(MGJAI, configuration, arguments, **where)
 
     def stop(self):
         """Ends the run as an operator does. \return the exit status"""

@@ -7,7 +7,7 @@ import tempfile
 import unittest
 
 from camera_process import FaultyCamera
-from faulty_grabbing import CONFIGURATION, RATE, Grabbing
+from faulty_grabbing import Grabbing, configuration
 from recorder import Recording
 from recording_process import MEDIAGRABBER
 
@@ -80,7 +80,7 @@ class ControlDenied(unittest.TestCase):
     def test_is_told_as_minus_5_until_control_is_given(self):
         with FaultyCamera() as camera:
             fault = camera.start_fault("control_denied")
-            with Recording(CONFIGURATION.format(rate=RATE)) as recording:
+            with Recording(configuration()) as recording:
                 recording.wait_for_log("the camera could not be opened, another application may have it (exit code -5)")
                 self.assertEqual(recording.journal(), [])
                 camera.stop_fault(fault)
@@ -158,7 +158,7 @@ class WritesRefused(unittest.TestCase):
     def test_from_the_beginning_are_a_failure_of_the_configuration(self):
         with FaultyCamera() as camera:
             camera.start_fault("write_refusal")
-            with Recording(CONFIGURATION.format(rate=RATE)) as recording:
+            with Recording(configuration()) as recording:
                 self.assertEqual(recording.finish(), 4, recording.log)
                 self.assertIn("the camera could not be configured (exit code -2)", recording.log)
 

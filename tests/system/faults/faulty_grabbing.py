@@ -19,14 +19,15 @@ packet_size = 1400
 frame_rate = {rate}
 clock_correction = 1  # stamped by the camera's clock
 [memory]
-export_buffers = 200  # however slow the disk
+export_buffers = {export_buffers}
 [run]
 retry_interval_s = 0.2
 give_up_after = "never"
 [log]
 level = "info"
 """
-RATE = 50.0
+RATE = 50.0  # frames/s
+EXPORT_BUFFERS = 200  # however slow the disk
 PACKETS = 227  # of such a frame: a leader, 225 packets of 1,364 bytes or less, a trailer
 
 FIGURES = re.compile(r"(?P<identical>\d+) frames identical, (?P<different>\d+) different, (?P<missing>\d+) missing, "
@@ -35,6 +36,10 @@ FIGURES = re.compile(r"(?P<identical>\d+) frames identical, (?P<different>\d+) d
 LOST = re.compile(r"lost: (?P<overrun>\d+) overrun, (?P<not_written>\d+) not written; "
                   r"(?P<empty>\d+) fetches without a frame")
 READJUSTMENTS = ("readjusting", "init TS trigger", "bTS wrap is detected")
+
+
+def configuration(rate=RATE, export_buffers=EXPORT_BUFFERS):
+    return CONFIGURATION.format(rate=rate, export_buffers=export_buffers)
 
 
 def told(log, what):
@@ -116,10 +121,11 @@ class Account:
 class Grabbing:
     """A recording from a camera; the fault is put into force once frames arrive."""
 
-    def __init__(self, test, more="", rate=RATE, camera=()):
+    def __init__(self, test, more="", rate=RATE, export_buffers=EXPORT_BUFFERS, camera=(), output=None, troubles=None):
         self.test = test
         self.camera = FaultyCamera(*camera)
-        self.recording = Recording(CONFIGURATION.format(rate=rate) + more)
+        self.recording = Recording(configuration(rate, export_buffers) + more, output=output,
+                                   environment=troubles.environment if troubles else None)
         self.recovery = None
 
     def __enter__(self):
@@ -143,6 +149,11 @@ class Grabbing:
         with self.camera.truth_path.open("rb") as truth:
             truth.seek(max(0, self.camera.truth_path.stat().st_size - 4096))
             return json.loads(truth.read().split(b"\n")[-2])["frame"] + 1
+
+    def wait_for_exposures(self, count):
+        """Until the camera has taken so many more."""
+        end = self.exposures() + count
+        self.recording.wait_while_running(lambda: time.sleep(0.05) or self.exposures() >= end, f"{count} exposures")
 
     def strike(self, kind, hits=None, until=None, seconds=DEADLINE_SECONDS, **parameters):
         """Has a fault in force until it has struck so often, or until() holds. \\return how often it struck"""

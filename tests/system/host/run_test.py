@@ -1,13 +1,12 @@
 """How a run ends, what is on disk then, and what is not."""
 
-import contextlib
 import pathlib
 import struct
-import subprocess
 import sys
 import tempfile
 import unittest
 
+from file_system import file_system
 from host_process import Recording
 
 SUCCESS, FRAMES_LOST, USAGE, NO_CAMERA, RUN_FAILED, CUT_SHORT = range(6)
@@ -129,17 +128,6 @@ class Frames(unittest.TestCase):
             frames = recording.journal()
             self.assertEqual([frame["frame"] for frame in frames], list(range(1, 11)))
             self.assertEqual([frame["width"] for frame in frames], [64] * 3 + [32] * 7)
-
-
-@contextlib.contextmanager
-def file_system(options):
-    """A file system in memory, mounted for the length of a test."""
-    with tempfile.TemporaryDirectory() as place:
-        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", place], check=True)
-        try:
-            yield pathlib.Path(place)
-        finally:
-            subprocess.run(["umount", place], check=True)
 
 
 class OutputDirectory(unittest.TestCase):

@@ -10,6 +10,7 @@
 #include <future>
 
 #include "fault_control.hpp"
+#include "temporary_directory.hpp"
 
 using namespace camsim;
 using namespace std::chrono_literals;
@@ -128,15 +129,9 @@ TEST_F(Timeline, AnswersRequests) {
 namespace {
 
 struct ControlSocket : testing::Test {
-    std::filesystem::path directory = std::filesystem::path(testing::TempDir()) / "camsim-control-socket";
-    std::filesystem::path path = directory / "control";
+    temporary_directory directory;
+    std::filesystem::path path = directory.path() / "control";
     fault_control::answerer echo = [](std::string const& line) { return "<" + line + ">\n"; };
-
-    void SetUp() override {
-        std::filesystem::remove_all(directory);
-        std::filesystem::create_directories(directory);
-    }
-    void TearDown() override { std::filesystem::remove_all(directory); }
 
     file_descriptor connect() const {
         file_descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -223,7 +218,7 @@ TEST_F(ControlSocket, TellsWhyItCannotBeMade) {
         }
         return std::string("nothing");
     };
-    EXPECT_THAT(complaint(directory / "nowhere" / "control"), HasSubstr("No such file or directory"));
-    EXPECT_THAT(complaint(directory), HasSubstr("Address already in use"));
+    EXPECT_THAT(complaint(directory.path() / "nowhere" / "control"), HasSubstr("No such file or directory"));
+    EXPECT_THAT(complaint(directory.path()), HasSubstr("Address already in use"));
     EXPECT_THAT(complaint(std::string(200, 'x')), HasSubstr("a path of 1 to 107 bytes is possible"));
 }

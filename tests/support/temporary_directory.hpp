@@ -9,7 +9,7 @@
 class temporary_directory {
 public:
     temporary_directory() {
-        std::string name = (std::filesystem::temp_directory_path() / "host_test.XXXXXX").string();
+        std::string name = (std::filesystem::temp_directory_path() / "mediagrabber_test.XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("no temporary directory");
         }
