@@ -140,6 +140,7 @@ def events(camera, recording, chance):
         "bursts of loss": (3, lambda: camera.strike("loss_burst", share=0.2, packets=chance.choice((5, 50, 500)), for_s=short())),
         "packets overtaken": (3, lambda: camera.strike("packet_reordering", share=0.05, for_s=short())),
         "packets doubled": (3, lambda: camera.strike("packet_duplication", share=0.05, for_s=short())),
+        "headers corrupted": (2, lambda: camera.strike("header_corruption", share=0.001, for_s=short())),
         "leaders lost": (2, lambda: camera.strike("leader_loss", share=0.3, for_s=short())),
         "trailers lost": (2, lambda: camera.strike("trailer_loss", share=0.3, for_s=short())),
         "blocks skipped": (2, lambda: camera.strike("block_skip", share=0.2, for_s=short())),
