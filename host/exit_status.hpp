@@ -16,6 +16,8 @@ enum class exit_status : int {
     not_changeable = 7,  ///< the value can't be changed while it runs
     timed_out = 8,       ///< it was not applied in time
     not_taken = 9,       ///< it was applied, and the camera has another value
+
+    unfit = 10,  ///< the machine would lose frames (`doctor`)
 };
 
 }  // namespace mediagrabber

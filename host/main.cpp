@@ -7,6 +7,7 @@
 #include "check_command.hpp"
 #include "configuration_schema.hpp"
 #include "control_message.hpp"
+#include "doctor/doctor_command.hpp"
 #include "plugin_library.hpp"
 #include "run_command.hpp"
 #include "set_command.hpp"
@@ -20,7 +21,9 @@ constexpr char const statuses[] =
     "Exit status: 0 everything asked for is there, 1 frames were lost, 2 it could not begin (command line,\n"
     "configuration, plug-in, output directory), 3 no camera, 4 the plug-in failed, 5 ended without the plug-in\n"
     "after a stop that it did not answer. Of `set` and `signal` also: 6 no mediagrabber is there; of `set`: 7 the\n"
-    "value can't be changed while it runs, 8 not applied in time, 9 applied, and the camera has another value.";
+    "value can't be changed while it runs, 8 not applied in time, 9 applied, and the camera has another value. Of "
+    "`doctor`:\n"
+    "10 the machine would lose frames.";
 
 /// What the command line asks for.
 struct command_line {
@@ -28,6 +31,7 @@ struct command_line {
     std::filesystem::path checked_file;
     set_options set;
     calibrate_options calibrate;
+    doctor_options doctor;
     pid_t signalled = 0;
     std::string signal;
     bool version = false;
@@ -86,6 +90,13 @@ void declare(CLI::App& app, command_line& line) {
                      "Ticks that the camera calls a second; told from its frames unless given")
         ->check(CLI::Range(1e3, 1e12));
 
+    auto* const doctor =
+        app.add_subcommand("doctor", "Say what of this machine would lose frames, and how it is mended");
+    doctor->add_option("--config", line.doctor.configuration,
+                       "Configuration file; without it a gigabit line's worth of frames");
+    doctor->add_option("--interface", line.doctor.interface, "Network interface of the camera; all unless given");
+    doctor->add_option("--output", line.doctor.directory, "Directory to record to; instead of output.directory");
+
     auto* const signal = app.add_subcommand("signal", "Ask a recording to stop, reload or calculate a look-up table");
     signal->add_option("pid", line.signalled, "Its process")->required()->check(CLI::PositiveNumber);
     signal
@@ -122,6 +133,9 @@ exit_status execute(CLI::App const& app, command_line const& line) {
     }
     if (app.got_subcommand("calibrate")) {
         return calibrate_command(with_plugin(line), std::cout);
+    }
+    if (app.got_subcommand("doctor")) {
+        return doctor_command(line.doctor, std::cout);
     }
     if (app.got_subcommand("signal")) {
         return signal_command(line.signalled, line.signal, std::cerr);

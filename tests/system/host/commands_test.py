@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -9,6 +10,7 @@ import unittest
 from host_process import DEMANDING, FAKE_PLUGIN, INCOMPLETE, command
 
 USAGE = 2
+UNFIT = 10
 
 
 class CommandLine(unittest.TestCase):
@@ -124,6 +126,32 @@ class Plugin(unittest.TestCase):
                         self.assertEqual(done.returncode, USAGE, done.stdout + done.stderr)
                         self.assertIn(why, done.stderr)
             self.assertFalse((pathlib.Path(directory) / "frames").exists())
+
+
+
+class Doctor(unittest.TestCase):
+    def test_says_what_would_lose_frames_and_how_it_is_mended(self):
+        subprocess.run(["ip", "link", "set", "lo", "mtu", "1000"], check=True)
+        with tempfile.TemporaryDirectory() as place:
+            file = pathlib.Path(place) / "run.toml"
+            file.write_text("transport.packet_size = 1400\n")
+            found = command("doctor", "--config", file, "--output", pathlib.Path(place) / "frames")
+            self.assertEqual(found.returncode, UNFIT, found.stdout + found.stderr)
+            self.assertIn("BAD      lo: packet size (MTU): 1000 bytes\n", found.stdout)
+            self.assertIn("         ip link set dev lo mtu 1400\n", found.stdout)
+            self.assertRegex(found.stdout, rf"disk of {place}: \d+ MB/s")
+            self.assertEqual(list(pathlib.Path(place).iterdir()), [file])
+
+    def test_measures_no_disk_that_no_frame_is_written_to(self):
+        with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
+            file.write('output.files = "none"\n')
+            file.flush()
+            self.assertNotIn("disk of", command("doctor", "--config", file.name).stdout)
+
+    def test_refuses_an_interface_that_is_not_there(self):
+        refused = command("doctor", "--interface", "eth9")
+        self.assertEqual(refused.returncode, USAGE)
+        self.assertIn("there is no network interface eth9 that is up and has an IPv4 address", refused.stderr)
 
 
 if __name__ == "__main__":
