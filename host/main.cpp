@@ -9,6 +9,7 @@
 #include "control_message.hpp"
 #include "doctor/doctor_command.hpp"
 #include "plugin_library.hpp"
+#include "report/report_command.hpp"
 #include "run_command.hpp"
 #include "set_command.hpp"
 #include "signal_command.hpp"
@@ -32,6 +33,8 @@ struct command_line {
     set_options set;
     calibrate_options calibrate;
     doctor_options doctor;
+    std::filesystem::path reported_directory;
+    std::filesystem::path report_page;
     pid_t signalled = 0;
     std::string signal;
     bool version = false;
@@ -97,6 +100,10 @@ void declare(CLI::App& app, command_line& line) {
     doctor->add_option("--interface", line.doctor.interface, "Network interface of the camera; all unless given");
     doctor->add_option("--output", line.doctor.directory, "Directory to record to; instead of output.directory");
 
+    auto* const report = app.add_subcommand("report", "Write a page about a recording");
+    report->add_option("directory", line.reported_directory, "Directory of the recording")->required();
+    report->add_option("--page", line.report_page, "File to write; report.html in the directory unless given");
+
     auto* const signal = app.add_subcommand("signal", "Ask a recording to stop, reload or calculate a look-up table");
     signal->add_option("pid", line.signalled, "Its process")->required()->check(CLI::PositiveNumber);
     signal
@@ -136,6 +143,9 @@ exit_status execute(CLI::App const& app, command_line const& line) {
     }
     if (app.got_subcommand("doctor")) {
         return doctor_command(line.doctor, std::cout);
+    }
+    if (app.got_subcommand("report")) {
+        return report_command(line.reported_directory, line.report_page, std::cout);
     }
     if (app.got_subcommand("signal")) {
         return signal_command(line.signalled, line.signal, std::cerr);

@@ -7,7 +7,7 @@ import tempfile
 import unittest
 
 from file_system import file_system
-from host_process import Recording
+from host_process import Recording, command
 
 SUCCESS, FRAMES_LOST, USAGE, NO_CAMERA, RUN_FAILED, CUT_SHORT = range(6)
 
@@ -171,6 +171,24 @@ class OutputDirectory(unittest.TestCase):
             for frame in frames:
                 self.assertEqual(len(pixels_of(recording.output / frame["file"])), 64 * 48)
             self.assertIn(f"lost: 0 overrun, {50 - len(frames)} not written", recording.log)
+
+
+
+class Report(unittest.TestCase):
+    def test_is_written_into_the_recording(self):
+        with Recording("grab", "--frames", 5) as recording:
+            self.assertEqual(recording.finish(), SUCCESS, recording.log)
+            written = command("report", recording.output)
+            self.assertEqual((written.returncode, written.stdout), (SUCCESS, f"{recording.output}/report.html\n"), written.stderr)
+            page = (recording.output / "report.html").read_text()
+            self.assertIn("<td>frames</td><td>5</td>", page)
+            self.assertEqual(page.count("<img "), 5)
+
+    def test_of_what_is_no_recording_is_refused(self):
+        with tempfile.TemporaryDirectory() as place:
+            refused = command("report", place)
+            self.assertEqual(refused.returncode, USAGE)
+            self.assertIn("holds no recording", refused.stderr)
 
 
 if __name__ == "__main__":
