@@ -164,7 +164,7 @@ std::optional<std::string> output_of(char const* command) {
     struct closer {
         void operator()(std::FILE* file) const { pclose(file); }
     };
-    std::unique_ptr<std::FILE, closer> pipe(popen(command, "re"));
+    std::unique_ptr<std::FILE, closer> pipe(popen(command, "re"));  // NOLINT(cert-env33-c): its text is fixed
     if (pipe == nullptr) {
         return {};
     }

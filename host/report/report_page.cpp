@@ -213,8 +213,9 @@ std::string pictures(std::span<thumbnail const> thumbnails) {
     std::string made = "<div class=\"pictures\">";
     for (thumbnail const& one : thumbnails) {
         std::string const caption = "frame " + std::to_string(one.frame) + ", " + number(one.at_s, 2) + " s";
-        made += "<figure><img alt=\"" + caption + "\" src=\"data:image/png;base64," + base64(as_png(one.picture)) +
-                "\"><figcaption>" + caption + "</figcaption></figure>";
+        made.append("<figure><img alt=\"").append(caption);
+        made.append("\" src=\"data:image/png;base64,").append(base64(as_png(one.picture)));
+        made.append("\"><figcaption>").append(caption).append("</figcaption></figure>");
     }
     return made + "</div>";
 }

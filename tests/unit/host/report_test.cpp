@@ -46,7 +46,7 @@ protected:
         return "none";
     }
     std::filesystem::path write_frame(sample_frame const& frame, tiff_compression compression) const {
-        auto const path = directory.path() / "frame.tif";
+        auto path = directory.path() / "frame.tif";
         int const file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
         tiff_file(compression, "test", "").write(file, frame.view());
         close(file);
