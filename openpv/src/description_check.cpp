@@ -47,7 +47,8 @@ char const* name_of(ArvDomNode* node) {
 
 /// The node that a part of a feature leads to; null when it leads nowhere.
 ArvDomNode* taken_by(ArvDomNode* part) {
-    if (ARV_IS_GC_ENUM_ENTRY(part)) {
+    // Entries of an enumeration; formulas for a register's address may stand inside the register.
+    if (ARV_IS_GC_ENUM_ENTRY(part) || ARV_IS_GC_SWISS_KNIFE(part)) {
         return part;
     }
     if (!ARV_IS_GC_PROPERTY_NODE(part)) {

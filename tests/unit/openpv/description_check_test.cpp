@@ -72,6 +72,9 @@ TEST(DescriptionCheck, FindsAFeatureThatTakesItsOwnValue) {
     EXPECT_THAT(check("<IntReg Name=\"A\"><Address>4</Address><Length>4</Length><pPort>Device</pPort>"
                       "<pIndex Offset=\"4\">A</pIndex></IntReg>"),
                 Optional(HasSubstr(endless)));
+    EXPECT_THAT(check("<IntReg Name=\"A\"><Length>4</Length><pPort>Device</pPort><IntSwissKnife Name=\"K\">"
+                      "<pVariable Name=\"X\">A</pVariable><Formula>X</Formula></IntSwissKnife></IntReg>"),
+                Optional(HasSubstr(endless)));
     EXPECT_THAT(check(integer("A", "<pIndex>B</pIndex><pValueIndexed Index=\"0\">A</pValueIndexed>") +
                       integer("B", "<Value>0</Value>")),
                 Optional(HasSubstr(endless)));
