@@ -55,7 +55,8 @@ ArvDomNode* taken_by(ArvDomNode* part) {
         return nullptr;
     }
     auto* const property = ARV_GC_PROPERTY_NODE(part);
-    bool const has_no_type = ARV_IS_GC_INDEX_NODE(part) || ARV_IS_GC_VALUE_INDEXED_NODE(part);  // Aravis gives them none
+    bool const has_no_type =
+        ARV_IS_GC_INDEX_NODE(part) || ARV_IS_GC_VALUE_INDEXED_NODE(part);  // Aravis gives them none
     if (!has_no_type && !is_evaluated(arv_gc_property_node_get_node_type(property))) {
         return nullptr;
     }

@@ -383,7 +383,8 @@ void gvsp_assembler::attend(time_point now) {
     hand_out_finished();
 }
 
-/// Blocks that the camera never sent: a packet whose block ID was damaged stands alone. Their memory is there for others.
+/// Blocks that the camera never sent: a packet whose block ID was damaged stands alone. Their memory is there for
+/// others.
 void gvsp_assembler::drop_strays(time_point now) {
     std::erase_if(open_, [&](open_block* block) {
         bool const dropped = !block->over && is_stray(*block) && now - block->last_packet >= silent_time;

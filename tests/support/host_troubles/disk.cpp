@@ -1,4 +1,5 @@
-// Writing to files, as on a disk that is slow, or that its file system does not trust any more. Sockets and pipes are let alone.
+// Writing to files, as on a disk that is slow, or that its file system does not trust any more. Sockets and pipes are
+// let alone.
 
 #include <cerrno>
 #include <cstdint>

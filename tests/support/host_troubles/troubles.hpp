@@ -1,6 +1,7 @@
 #pragma once
 /// \file
-/// What troubles a program has at present. A test writes them into a file, which the program's environment names: HOST_TROUBLES.
+/// What troubles a program has at present. A test writes them into a file, which the program's environment names:
+/// HOST_TROUBLES.
 
 #include <atomic>
 #include <cstdint>

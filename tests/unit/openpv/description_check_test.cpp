@@ -78,9 +78,9 @@ TEST(DescriptionCheck, FindsAFeatureThatTakesItsOwnValue) {
     EXPECT_THAT(check(integer("A", "<pIndex>B</pIndex><pValueIndexed Index=\"0\">A</pValueIndexed>") +
                       integer("B", "<Value>0</Value>")),
                 Optional(HasSubstr(endless)));
-    EXPECT_THAT(check(integer("A", "<pIndex>B</pIndex><pValueDefault>A</pValueDefault>") +
-                      integer("B", "<Value>0</Value>")),
-                Optional(HasSubstr(endless)));
+    EXPECT_THAT(
+        check(integer("A", "<pIndex>B</pIndex><pValueDefault>A</pValueDefault>") + integer("B", "<Value>0</Value>")),
+        Optional(HasSubstr(endless)));
     EXPECT_THAT(check("<Enumeration Name=\"E\"><EnumEntry Name=\"One\"><pIsAvailable>E</pIsAvailable>"
                       "<Value>1</Value></EnumEntry><Value>1</Value></Enumeration>"),
                 Optional(HasSubstr(endless)));
