@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
 #include "mg_host_api.hpp"
 
@@ -33,21 +34,18 @@ struct {
 } host;
 volatile std::sig_atomic_t stop_asked = 0;
 
-/// Buffers of at least so many bytes, at equal distances; in memory that is taken once and again when it is too small.
+/// Buffers of at least so many bytes, at equal distances; in memory that is taken anew when it is too small.
 void make_buffers(std::size_t bytes) {
     constexpr std::size_t page = 4096;
     std::size_t const needed = (bytes + page - 1) / page * page;
-    if (needed > host.spacing) {
-        if (host.memory != nullptr)
-            munmap(host.memory, buffers * host.spacing);
+    if (needed > host.spacing) {  // the old ones stay: the camera may still hold them
         void* const got = mmap(nullptr, buffers * needed, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         host.memory = got == MAP_FAILED ? nullptr : static_cast<std::byte*>(got);
         host.spacing = needed;
     }
 }
 
-/// The frame stays where it is until `MgSc__ProcExport` returns; a host that takes longer copies it, or has more
-/// buffers.
+/// The frame stays where it is until `MgSc__ProcExport` returns; a host that takes longer copies it.
 void write_frame(uint64_t timestamp) {
     auto const file = host.directory / ("frame-" + std::to_string(host.frames_written + 1) + ".pgm");
     std::ofstream out(file, std::ios::binary);
@@ -57,188 +55,88 @@ void write_frame(uint64_t timestamp) {
     }
     if (out.flush())
         ++host.frames_written;
-    std::printf("%s taken at %llu us, ticks %llu%s\n", file.filename().c_str(),
-                static_cast<unsigned long long>(timestamp), static_cast<unsigned long long>(host.ticks),
-                out ? "" : ": NOT WRITTEN");
+    std::string const outcome = out ? "" : ": NOT WRITTEN";
+    std::cout << file.filename().string() << " taken at " << timestamp << " us, ticks " << host.ticks << outcome
+              << std::endl;
 }
 
 }  // namespace
 
-// clang-format off: a line a function, so that one sees them all
+// A line a function, so that one sees them all.
+// clang-format off
 // Which camera, and how it is set: the first one, and as it is.
-char const* MgGiMainCtx__GetModelStr() {
-    return nullptr;
-}
-char const* MgGiMainCtx__GetIdStr() {
-    return nullptr;
-}
-uint32_t MgGiMainCtx__GetActiveCamMask() {
-    return 1;
-}
-int32_t MgGiMainCtx__GetWidth() {
-    return -1;
-}
-int32_t MgGiMainCtx__GetHeight() {
-    return -1;
-}
-int32_t MgGiMainCtx__GetOffsetX() {
-    return -1;
-}
-int32_t MgGiMainCtx__GetOffsetY() {
-    return -1;
-}
-uint8_t MgGiMainCtx__GetFormat() {
-    return 1;
-}  // Mono8
+char const* MgGiMainCtx__GetModelStr() { return nullptr; }
+char const* MgGiMainCtx__GetIdStr() { return nullptr; }
+uint32_t MgGiMainCtx__GetActiveCamMask() { return 1; }
+int32_t MgGiMainCtx__GetWidth() { return -1; }
+int32_t MgGiMainCtx__GetHeight() { return -1; }
+int32_t MgGiMainCtx__GetOffsetX() { return -1; }
+int32_t MgGiMainCtx__GetOffsetY() { return -1; }
+uint8_t MgGiMainCtx__GetFormat() { return 1; }  // Mono8
 void MgGiMainCtx__SetFormat(uint8_t) {}
-uint8_t MgGiMainCtx__GetCformat() {
-    return 0;
-}
-int32_t MgGiMainCtx__GetRotate() {
-    return 0;
-}
-uint32_t MgGiMainCtx__GetDatachunk() {
-    return 65'535;
-}  // negotiated
-float MgGiMainCtx__GetFps() {
-    return -1;
-}
-int32_t MgGiMainCtx__GetTsadjns() {
-    return 0;
-}
-float MgGiMainCtx__GetExptMan() {
-    return -1;
-}
-float MgGiMainCtx__GetGainMan() {
-    return -100;
-}
-float MgGiMainCtx__GetAtbright() {
-    return -1;
-}
-float MgGiMainCtx__GetGainlimsLow() {
-    return -100;
-}
-float MgGiMainCtx__GetGainlimsHigh() {
-    return -100;
-}
-float MgGiMainCtx__GetEtlimsLow() {
-    return -1;
-}
-float MgGiMainCtx__GetEtlimsHigh() {
-    return -1;
-}
-int32_t MgGiMainCtx__GetSweepProf() {
-    return 0;
-}
-int32_t MgGiMainCtx__GetSweepGainMod() {
-    return 0;
-}
-int32_t MgGiMainCtx__GetSweepEtimeMod() {
-    return 0;
-}
-int32_t MgGiMainCtx__GetSweepLutMod() {
-    return 0;
-}
-float MgGiMainCtx__GetGamma() {
-    return -1;
-}
-uint32_t MgGiMainCtx__GetIoboxNum() {
-    return 0;
-}
-uint32_t MgGiMainCtx__GetIoboxPin(uint32_t) {
-    return 0;
-}
-uint32_t MgGiMainCtx__GetIoboxSrc(uint32_t) {
-    return 0;
-}
-uint32_t MgGiMainCtx__GetIoboxInv(uint32_t) {
-    return 0;
-}
-uint16_t MgGiMainCtx__GetLutArrCount() {
-    return 0;
-}
-uint16_t MgGiMainCtx__GetLutBitSize() {
-    return 0;
-}
-uint16_t const* MgGiMainCtx__GetLutDataU16() {
-    return nullptr;
-}
+uint8_t MgGiMainCtx__GetCformat() { return 0; }
+int32_t MgGiMainCtx__GetRotate() { return 0; }
+uint32_t MgGiMainCtx__GetDatachunk() { return 65'535; }  // negotiated
+float MgGiMainCtx__GetFps() { return -1; }
+int32_t MgGiMainCtx__GetTsadjns() { return 0; }
+float MgGiMainCtx__GetExptMan() { return -1; }
+float MgGiMainCtx__GetGainMan() { return -100; }
+float MgGiMainCtx__GetAtbright() { return -1; }
+float MgGiMainCtx__GetGainlimsLow() { return -100; }
+float MgGiMainCtx__GetGainlimsHigh() { return -100; }
+float MgGiMainCtx__GetEtlimsLow() { return -1; }
+float MgGiMainCtx__GetEtlimsHigh() { return -1; }
+int32_t MgGiMainCtx__GetSweepProf() { return 0; }
+int32_t MgGiMainCtx__GetSweepGainMod() { return 0; }
+int32_t MgGiMainCtx__GetSweepEtimeMod() { return 0; }
+int32_t MgGiMainCtx__GetSweepLutMod() { return 0; }
+float MgGiMainCtx__GetGamma() { return -1; }
+uint32_t MgGiMainCtx__GetIoboxNum() { return 0; }
+uint32_t MgGiMainCtx__GetIoboxPin(uint32_t) { return 0; }
+uint32_t MgGiMainCtx__GetIoboxSrc(uint32_t) { return 0; }
+uint32_t MgGiMainCtx__GetIoboxInv(uint32_t) { return 0; }
+uint16_t MgGiMainCtx__GetLutArrCount() { return 0; }
+uint16_t MgGiMainCtx__GetLutBitSize() { return 0; }
+uint16_t const* MgGiMainCtx__GetLutDataU16() { return nullptr; }
 
 // The frames' way. The first good frame of a run is never exported.
-uint32_t MgGiMainCtx__GetFnum() {
-    return host.frames_wanted + 1;
-}
-uint32_t MgGiMainCtx__GetBnum() {
-    return buffers;
-}
+uint32_t MgGiMainCtx__GetFnum() { return host.frames_wanted + 1; }
+uint32_t MgGiMainCtx__GetBnum() { return buffers; }
 void MgGiMainCtx__SetBnum(uint32_t) {}
-void MgGiMem__Init(uint32_t size, uint32_t, uint32_t again) {
-    make_buffers(std::max(size, again));
-}
+void MgGiMem__Init(uint32_t size, uint32_t, uint32_t again) { make_buffers(std::max(size, again)); }
 void MgGiMem__SetActFsize(uint32_t) {}
-int MgGiMem__IsFactoryUsed() {
-    return 1;
-}
-void* MgGiMem__GetBufPtr(uint32_t i) {
-    return host.memory == nullptr ? nullptr : host.memory + i % buffers * host.spacing;
-}
+int MgGiMem__IsFactoryUsed() { return 1; }
+void* MgGiMem__GetBufPtr(uint32_t i) { return host.memory == nullptr ? nullptr : host.memory + i % buffers * host.spacing; }
 void MgGiMemInst__Init(uint32_t, uint32_t, uint32_t) {}
 void MgGiMemInst__SetActFsize(uint32_t, uint32_t) {}
-int MgGiMemInst__Trigger(uint32_t, uint32_t, uint64_t, void const* frame, uint8_t) {
-    host.frame = frame;
-    return 0;
-}
+int MgGiMemInst__Trigger(uint32_t, uint32_t, uint64_t, void const* frame, uint8_t) { host.frame = frame; return 0; }
 void MgSc__SetParamVal(uint32_t number, void const* value, ...) {
-    if (number == 1)
-        host.width = *static_cast<uint32_t const*>(value);
-    if (number == 2)
-        host.height = *static_cast<uint32_t const*>(value);
-    if (number == 8)
-        host.stride = *static_cast<uint32_t const*>(value);
-    if (number == 9)
-        host.ticks = *static_cast<uint64_t const*>(value);
+    if (number == 1) host.width = *static_cast<uint32_t const*>(value);
+    if (number == 2) host.height = *static_cast<uint32_t const*>(value);
+    if (number == 8) host.stride = *static_cast<uint32_t const*>(value);
+    if (number == 9) host.ticks = *static_cast<uint64_t const*>(value);
 }
 void MgSc__InstSetParamVal(uint32_t, uint32_t, void const*) {}
-void MgSc__ProcExport(uint64_t timestamp) {
-    write_frame(timestamp);
-}
+void MgSc__ProcExport(uint64_t timestamp) { write_frame(timestamp); }
 
 // Requests while it runs: to stop is the only one.
-int32_t MgUtl__CheckSignal() {
-    return stop_asked != 0 ? 1 : 0;
-}
-int MgGi__DoReconfig(uint32_t* exitRequested) {
-    *exitRequested = 0;
-    return -1;
-}
+int32_t MgUtl__CheckSignal() { return stop_asked != 0 ? 1 : 0; }
+int MgGi__DoReconfig(uint32_t* exitRequested) { *exitRequested = 0; return -1; }
 void MgGi__SetSignalAction(int32_t) {}
-int MgGi__CheckDynConfig(void*, void*, void*, void*) {
-    return 0;
-}
+int MgGi__CheckDynConfig(void*, void*, void*, void*) { return 0; }
 void MgGi__SetNewCfgVendor() {}
 void MgGi__SetNewCfgPlugin() {}
 void MgGi__ResetTermSigProc() {}
 void MgGi__SetTermSigProc() {}
 // The plug-in looks at requests when a frame comes. Where none comes, this is where to end.
-void MgGi__HaltUpdate(uint32_t, uint32_t, float) {
-    if (stop_asked != 0)
-        std::fflush(stdout), std::_Exit(1);
-}
+void MgGi__HaltUpdate(uint32_t, uint32_t, float) { if (stop_asked != 0) std::_Exit(1); }
 void MgGi__HaltStop(uint32_t, uint32_t, float) {}
 void MgUtl__UpdateGrabState(int32_t) {}
 void MgGi__SetCurrFpsUs(uint32_t) {}
 void MgGi__CommTriggerAll(uint64_t, uint32_t, uint32_t) {}
-timeval MgUtl__TimeValDiff(timeval const* a, timeval const* b) {
-    timeval d{};
-    timersub(a, b, &d);
-    return d;
-}
-int MgGi__CalcLutDynam(void const*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t*) {
-    return -1;
-}
-int MgGi__GetLutDynam(uint32_t, uint32_t const*, uint32_t, uint16_t*) {
-    return -1;
-}
+timeval MgUtl__TimeValDiff(timeval const* a, timeval const* b) { timeval d{}; timersub(a, b, &d); return d; }
+int MgGi__CalcLutDynam(void const*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t*) { return -1; }
+int MgGi__GetLutDynam(uint32_t, uint32_t const*, uint32_t, uint16_t*) { return -1; }
 // clang-format on
 
 int main(int argc, char** argv) {
@@ -252,6 +150,6 @@ int main(int argc, char** argv) {
         return std::fprintf(stderr, "%s\n", dlerror()), 2;
     std::signal(SIGINT, [](int) { stop_asked = 1; });
     int32_t const code = run();
-    std::printf("%u frames written, exit code %d\n", host.frames_written, code);
+    std::cout << host.frames_written << " frames written, exit code " << code << std::endl;
     return code == 0 && host.frames_written == host.frames_wanted ? 0 : 1;
 }
