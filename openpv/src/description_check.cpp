@@ -47,8 +47,9 @@ char const* name_of(ArvDomNode* node) {
 
 /// The node that a part of a feature leads to; null when it leads nowhere.
 ArvDomNode* taken_by(ArvDomNode* part) {
-    // Entries of an enumeration; formulas for a register's address may stand inside the register.
-    if (ARV_IS_GC_ENUM_ENTRY(part) || ARV_IS_GC_SWISS_KNIFE(part)) {
+    // A formula for a register's address may stand inside the register.
+    bool const is_formula = ARV_IS_GC_SWISS_KNIFE(part) && ARV_IS_GC_REGISTER(arv_dom_node_get_parent_node(part));
+    if (ARV_IS_GC_ENUM_ENTRY(part) || is_formula) {
         return part;
     }
     if (!ARV_IS_GC_PROPERTY_NODE(part)) {
