@@ -23,8 +23,8 @@ protected:
         setenv("JOURNAL_STREAM", (std::to_string(found.st_dev) + ":" + std::to_string(found.st_ino)).c_str(), 1);
     }
 
-    file_handle const one{open("/dev/null", O_WRONLY)};
-    file_handle const other{open("/dev/zero", O_WRONLY)};
+    mediagrabber::file_handle const one{open("/dev/null", O_WRONLY)};
+    mediagrabber::file_handle const other{open("/dev/zero", O_WRONLY)};
 };
 
 }  // namespace

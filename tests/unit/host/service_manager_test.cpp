@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <string>
