@@ -460,9 +460,11 @@ keys memory_and_run_keys() {
 
 keys output_and_log_keys() {
     return {
-        text_key({"output.directory", "", "\"recording\"", "", next_start,
-                  "Where frames.jsonl and the frames are written; created when missing."},
-                 &configuration::directory, 4096),
+        text_key(
+            {"output.directory", "", "\"recording\"", "", next_start,
+             "Where frames.jsonl and the frames are written; created when missing. {time} in it is when the recording"
+             " begins, as 20261121T173318Z."},
+            &configuration::directory, 4096),
         choice_key({"output.files", "", "\"tiff\"", "", next_start,
                     "What is written of a frame beside its line in frames.jsonl: a TIFF file, or nothing."},
                    &configuration::files, named_values<bool>{{"tiff", true}, {"none", false}}),
@@ -477,7 +479,9 @@ keys output_and_log_keys() {
         choice_key(
             {"log.level", "", "\"warning\"", "", small_change, "What the plug-in logs."}, &configuration::log_level,
             named_values<std::uint32_t>{{"nothing", 0}, {"error", 1}, {"warning", 2}, {"info", 3}, {"debug", 4}}),
-        sinks_key({"log.sinks", "", "[\"stdout\"]", "", small_change, "Where the plug-in logs to."}),
+        sinks_key({"log.sinks", "", "[\"stdout\"]", "", small_change,
+                   "Where the plug-in logs to. As a service, whose output"
+                   " goes to the journal, to the system log unless this is given."}),
         integer_key({"log.instance", "", "0", "", next_start, "Number in the system log's ident, \"mediagrabber.0\"."},
                     &configuration::log_instance, 0, 4'294'967'295),
     };

@@ -60,6 +60,7 @@ void declare(CLI::App& app, command_line& line) {
     app.add_flag("--version", line.version, "Print the versions of mediagrabber and of the plug-in");
     app.add_option("--plugin", line.run.plugin, "Plug-in to load; its place is known unless given");
     app.require_subcommand(0, 1);
+    app.set_help_all_flag("--help-all", "Print the help of every subcommand, too");
 
     auto* const run = app.add_subcommand("run", "Record frames");
     run->fallthrough();

@@ -11,6 +11,7 @@
 #include "configuration_schema.hpp"
 #include "control_address.hpp"
 #include "host_log.hpp"
+#include "recording_place.hpp"
 #include "running_change.hpp"
 
 namespace mediagrabber {
@@ -63,12 +64,13 @@ recording_session::recording_session(configuration_reader read, configuration fi
     : read_(std::move(read)),
       first_(std::move(first)),
       configurations_(first_),
-      recording_(first_.directory, file_writer(first_)),
+      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
       exporter_(recording_, first_.export_buffers,
                 [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); }),
       intake_(&exporter_, first_.export_buffers, first_.frames, progress_),
       context_(configurations_, latch_, intake_, progress_, plugin),
-      report_(progress_, exporter_, first_.frames) {}
+      report_(progress_, exporter_, first_.frames),
+      service_(progress_, [this] { return progress_line(report_.figures()); }) {}
 
 exit_status recording_session::run() {
     log_info("recording to " + recording_.directory().string() + " with plug-in " + context_.plugin_version());

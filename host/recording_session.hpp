@@ -20,6 +20,7 @@
 #include "progress_report.hpp"
 #include "recording.hpp"
 #include "restart_policy.hpp"
+#include "service/service_manager.hpp"
 #include "signal_latch.hpp"
 #include "signal_watch.hpp"
 
@@ -59,6 +60,7 @@ private:
     frame_intake intake_;
     host_context context_;
     progress_report report_;
+    service_manager service_;
     std::unique_ptr<control_server> control_;
 
     configuration const* proven_ = nullptr;  ///< frames came from a run that began with it

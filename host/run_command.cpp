@@ -1,14 +1,19 @@
 #include "run_command.hpp"
 
+#include <unistd.h>
+
 #include "configuration_file.hpp"
 #include "host_log.hpp"
 #include "plugin_library.hpp"
 #include "recording_session.hpp"
+#include "service/journal.hpp"
 #include "signal_watch.hpp"
 
 namespace mediagrabber {
 
 namespace {
+
+constexpr std::uint32_t system_log = 2;  ///< of log.sinks
 
 /// The configuration file, with what the command line says instead.
 loaded_configuration read_configuration(run_options const& options) {
@@ -18,6 +23,9 @@ loaded_configuration read_configuration(run_options const& options) {
     }
     if (!options.output.empty()) {
         loaded.values.directory = options.output;
+    }
+    if (goes_to_journal(STDOUT_FILENO) && !loaded.origins.contains("log.sinks")) {
+        loaded.values.log_sinks = system_log;  // which keeps the levels of what the plug-in says
     }
     return loaded;
 }

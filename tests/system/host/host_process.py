@@ -25,8 +25,9 @@ def command(*arguments, script="grab"):
 class Recording(RecordingProcess):
     """With the scripted plug-in or another one."""
 
-    def __init__(self, script, *arguments, configuration="", output=None, plugin=FAKE_PLUGIN):
-        super().__init__(plugin, PATIENCE + configuration, arguments, output, {"FAKE_PLUGIN_SCRIPT": script})
+    def __init__(self, script, *arguments, configuration="", output=None, plugin=FAKE_PLUGIN, environment=None):
+        super().__init__(plugin, PATIENCE + configuration, arguments, output,
+                         {"FAKE_PLUGIN_SCRIPT": script, **(environment or {})})
 
     def configure(self, text):
         self.configuration_path.write_text(PATIENCE + text)
