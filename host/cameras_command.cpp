@@ -6,11 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <sstream>
-#include <string_view>
+#include <string>
 #include <system_error>
 
 #include "host_context.hpp"
+#include "reported_camera.hpp"
 
 namespace mediagrabber {
 
@@ -22,20 +22,6 @@ constexpr std::uint32_t to_standard_output = 1;
 // Exit codes of a plug-in that found no camera, and not the one it was to look for.
 constexpr std::int32_t no_device = 2;
 constexpr std::int32_t no_target = 3;
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view blanks = " \t\r";
-    auto const first = text.find_first_not_of(blanks);
-    if (first == text.npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::string_view without_log_prefix(std::string_view line) {
-    auto const end = line.find("]: ");
-    return line.starts_with('[') && end != line.npos ? line.substr(end + 3) : line;
-}
 
 /// Takes standard output of everything in this process while it lives.
 class output_capture {
@@ -105,27 +91,6 @@ void print(std::ostream& out, std::vector<reported_camera> const& cameras) {
 }
 
 }  // namespace
-
-std::vector<reported_camera> find_reported_cameras(std::string const& report) {
-    std::vector<reported_camera> cameras;
-    bool inside = false;
-    std::istringstream lines(report);
-    for (std::string whole; std::getline(lines, whole);) {
-        auto const line = trimmed(without_log_prefix(whole));
-        auto const separator = line.find(" : ");
-        bool const rule = !line.empty() && line.find_first_not_of('=') == line.npos;
-        if (line.starts_with("== ") && line.find("Camera Device Information") != line.npos) {
-            cameras.emplace_back();
-            inside = true;
-        } else if (inside && separator != line.npos) {
-            cameras.back().properties.push_back(
-                {std::string(trimmed(line.substr(0, separator))), std::string(trimmed(line.substr(separator + 3)))});
-        } else if (!rule) {
-            inside = false;
-        }
-    }
-    return cameras;
-}
 
 exit_status cameras_command(std::filesystem::path const& plugin_file, std::ostream& out) {
     auto const plugin = plugin_library::find(plugin_file);

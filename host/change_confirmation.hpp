@@ -20,6 +20,8 @@ public:
         std::optional<float> gain_db;
         std::optional<float> exposure_us;
         std::uint32_t period_us = 0;  ///< 0: not told
+        std::uint32_t width = 0;      ///< pixels, 0: not told
+        std::uint32_t height = 0;     ///< pixels, 0: not told
     };
     /// How far a change has got.
     struct outcome {

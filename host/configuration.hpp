@@ -93,6 +93,13 @@ struct configuration {
     // [control]
     std::optional<std::string> control_socket;  ///< path; empty: the default one
 
+    // [web]
+    std::optional<std::string> web_address;     ///< "ADDRESS:PORT"; empty: no page
+    std::optional<std::string> web_token_file;  ///< path
+
+    // [ring]
+    std::optional<std::string> ring_socket;  ///< path; empty: no other program reads frames from memory
+
     // [log]
     std::uint32_t log_level = 2;  ///< 0 nothing to 4 debug
     std::uint32_t log_sinks = 1;  ///< 1 standard output, 2 system log

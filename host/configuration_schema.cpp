@@ -13,6 +13,8 @@ namespace mediagrabber {
 
 namespace {
 
+constexpr std::size_t longest_path = 4096;
+
 /// The value behind a field, which may be optional.
 template <typename field>
 struct value_of {
@@ -246,7 +248,6 @@ configuration_key integer_or_word_key(description const& text, std::optional<num
 /// The file of a table. Reading it is left to who knows what its name is relative to; a table that has become another
 /// one under the same name is a change.
 configuration_key table_key(description const& text) {
-    constexpr std::size_t longest_path = 4096;
     auto key = text_key(text, &configuration::lut_file, longest_path);
     key.differs = [](configuration const& before, configuration const& after) {
         return before.lut_file != after.lut_file || before.lut != after.lut;
@@ -332,6 +333,7 @@ constexpr double longest_exposure_us = 1e8;
 constexpr double highest_gain_db = 60.0;
 constexpr double longest_wait_s = 86'400.0;
 constexpr std::size_t longest_socket_path = 107;  ///< what a Unix address has room for
+constexpr std::size_t longest_web_address = 300;
 
 keys camera_keys() {
     return {
@@ -464,7 +466,7 @@ keys output_and_log_keys() {
             {"output.directory", "", "\"recording\"", "", next_start,
              "Where frames.jsonl and the frames are written; created when missing. {time} in it is when the recording"
              " begins, as 20261121T173318Z."},
-            &configuration::directory, 4096),
+            &configuration::directory, longest_path),
         choice_key({"output.files", "", "\"tiff\"", "", next_start,
                     "What is written of a frame beside its line in frames.jsonl: a TIFF file, or nothing."},
                    &configuration::files, named_values<bool>{{"tiff", true}, {"none", false}}),
@@ -476,6 +478,15 @@ keys output_and_log_keys() {
         text_key({"control.socket", "", "by user and instance", "", next_start,
                   "Unix socket that `mediagrabber set` speaks to, mode 0600; \"none\": none."},
                  &configuration::control_socket, longest_socket_path),
+        text_key({"web.address", "", "none, no page", "", next_start,
+                  "Address and port of the live page, \"127.0.0.1:8080\"."},
+                 &configuration::web_address, longest_web_address),
+        text_key({"web.token_file", "", "none", "", next_start,
+                  "File with the token that the page asks for; needed for an address that other machines reach."},
+                 &configuration::web_token_file, longest_path),
+        text_key({"ring.socket", "", "none", "", next_start,
+                  "Unix socket at which other programs of this user get to read frames from memory, mode 0600."},
+                 &configuration::ring_socket, longest_socket_path),
         choice_key(
             {"log.level", "", "\"warning\"", "", small_change, "What the plug-in logs."}, &configuration::log_level,
             named_values<std::uint32_t>{{"nothing", 0}, {"error", 1}, {"warning", 2}, {"info", 3}, {"debug", 4}}),

@@ -24,7 +24,11 @@ std::string written(change_request const& request) {
     for (auto const& one : request.settings) {
         texts.push_back(one.path + "=" + one.value);
     }
-    return line_of({{"set", std::move(texts)}, {"timeout_s", request.timeout_s}});
+    json message{{"set", std::move(texts)}, {"timeout_s", request.timeout_s}};
+    if (request.another_run) {
+        message["another_run"] = true;
+    }
+    return line_of(message);
 }
 
 std::string written(change_answer const& answer) {
@@ -49,6 +53,12 @@ change_request read_request(std::string const& line) {
             refuse("expected seconds in \"timeout_s\", above 0 and at most 3600");
         }
         request.timeout_s = timeout.get<double>();
+    }
+    if (message.contains("another_run")) {
+        if (!message["another_run"].is_boolean()) {
+            refuse("expected true or false in \"another_run\"");
+        }
+        request.another_run = message["another_run"].get<bool>();
     }
     return request;
 }

@@ -10,10 +10,11 @@
 namespace mediagrabber {
 
 /// What `mediagrabber set` asks of a mediagrabber that is running. On the wire it is a line of JSON:
-/// {"set": ["gain.db=6", ...], "timeout_s": 5}
+/// {"set": ["gain.db=6", ...], "timeout_s": 5, "another_run": false}
 struct change_request {
     std::vector<setting> settings;
     double timeout_s = 5.0;
+    bool another_run = false;  ///< values that need another run of the plug-in are accepted, too
 };
 
 /// What it answers, and with what status the command is to end: {"status": 0, "lines": ["...", ...]}

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <span>
 
 #include "host_context.hpp"
 #include "mg_host_api.hpp"
@@ -353,7 +354,7 @@ void MgGi__HaltUpdate(std::uint32_t /*width*/, std::uint32_t /*height*/, float /
 }
 
 void MgGi__HaltStop(std::uint32_t width, std::uint32_t height, float temperature) {
-    context().signals().frame_arrived();
+    context().frame_arrived();
     context().intake().begin_frame(width, height, temperature);
 }
 
@@ -404,8 +405,9 @@ int MgGi__GetLutDynam(std::uint32_t lutBits, std::uint32_t const* cdf, std::uint
         return refused;
     }
     try {
-        equalise({cdf, std::size_t{1} << counted.bits}, equalisation_in_force(), valueBits,
-                 {lut, std::size_t{1} << lutBits});
+        std::span const table(lut, std::size_t{1} << lutBits);
+        equalise({cdf, std::size_t{1} << counted.bits}, equalisation_in_force(), valueBits, table);
+        context().tone().calculated(table, valueBits);
         return taken;
     } catch (std::bad_alloc const&) {
         return refused;

@@ -1,13 +1,17 @@
 #include "frame_exporter.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
 namespace mediagrabber {
 
 frame_exporter::frame_exporter(frame_sink_like& sink, std::size_t capacity,
-                               std::function<void(frame_record const&, std::string const&)> on_failure)
-    : sink_(sink), on_failure_(std::move(on_failure)), ring_(capacity), thread_([this] { run(); }) {}
+                               std::function<void(frame_record const&, std::string const&)> on_failure,
+                               std::vector<frame_watcher_like*> watchers)
+    : sink_(sink), on_failure_(std::move(on_failure)), watchers_(std::move(watchers)), ring_(capacity), thread_([this] {
+          run();
+      }) {}
 
 frame_exporter::~frame_exporter() {
     finish();
@@ -33,16 +37,12 @@ void frame_exporter::hand_over(std::shared_ptr<frame_memory> const& memory, std:
         return;
     }
     std::optional<std::size_t> spare;
-    if (sink_.needs_pixels() && !take_along(*memory, record, spare, into_spare)) {
+    if (pixels_needed() && !take_along(*memory, record, spare, into_spare)) {
         return;
     }
     {
         std::lock_guard const lock(mutex_);
-        auto& place = ring_[(first_ + waiting_) % ring_.size()];
-        place.memory = memory;
-        place.spare = spare;
-        place.offset = offset;
-        place.record = record;
+        ring_[(first_ + waiting_) % ring_.size()] = frame_lease(memory, spare, offset, record);
         ++waiting_;
     }
     changed_.notify_one();
@@ -73,6 +73,11 @@ bool frame_exporter::has_room() const {
     return !finishing_ && waiting_ < ring_.size();
 }
 
+bool frame_exporter::pixels_needed() const {
+    return sink_.needs_pixels() ||
+           std::any_of(watchers_.begin(), watchers_.end(), [](auto const* watcher) { return watcher->needs_pixels(); });
+}
+
 void frame_exporter::run() {
     std::unique_lock lock(mutex_);
     while (true) {
@@ -81,30 +86,26 @@ void frame_exporter::run() {
             return;
         }
         // The frame keeps its place in the queue until it is kept: what waits and what is written is one limit.
-        waiting_frame const frame = ring_[first_];
+        frame_lease const& frame = ring_[first_];
         lock.unlock();
-        keep(frame);
-        if (frame.spare) {
-            frame.memory->give_back(*frame.spare);
+        for (auto* const watcher : watchers_) {
+            watcher->see(frame);
         }
+        keep(frame);
+        ring_[first_] = {};
         lock.lock();
-        ring_[first_].memory.reset();
         first_ = (first_ + 1) % ring_.size();
         --waiting_;
     }
 }
 
-void frame_exporter::keep(waiting_frame const& frame) {
-    std::span<std::byte const> pixels;
-    if (frame.spare) {
-        pixels = frame.memory->spare(*frame.spare).subspan(frame.offset, frame.record.bytes());
-    }
+void frame_exporter::keep(frame_lease const& frame) {
     try {
-        bytes_ += sink_.keep({frame.record, pixels});
+        bytes_ += sink_.keep(frame.view());
         ++kept_;
     } catch (std::exception const& error) {
         ++refused_;
-        on_failure_(frame.record, error.what());
+        on_failure_(frame.record(), error.what());
     }
 }
 

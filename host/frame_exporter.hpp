@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "frame_memory.hpp"
-#include "frame_record.hpp"
+#include "frame_lease.hpp"
 #include "frame_sink_like.hpp"
+#include "frame_watcher_like.hpp"
 
 namespace mediagrabber {
 
@@ -33,8 +33,10 @@ public:
     /// \param capacity  frames that can wait
     /// \param on_failure  called for each frame that could not be kept, on the exporter's thread or the caller's; it
     ///                    must not wait for anything
+    /// \param watchers    see each frame before the sink does
     frame_exporter(frame_sink_like& sink, std::size_t capacity,
-                   std::function<void(frame_record const&, std::string const&)> on_failure);
+                   std::function<void(frame_record const&, std::string const&)> on_failure,
+                   std::vector<frame_watcher_like*> watchers = {});
     ~frame_exporter();
     frame_exporter(frame_exporter const&) = delete;
     frame_exporter& operator=(frame_exporter const&) = delete;
@@ -52,14 +54,6 @@ public:
     counts count() const;
 
 private:
-    /// A frame that waits, in a spare of its memory when the sink needs its pixels.
-    struct waiting_frame {
-        std::shared_ptr<frame_memory> memory;
-        std::optional<std::size_t> spare;
-        std::size_t offset = 0;
-        frame_record record;
-    };
-
     template <typename bring>
     void hand_over(std::shared_ptr<frame_memory> const& memory, std::size_t offset, frame_record const& record,
                    bring&& into_spare);
@@ -67,15 +61,17 @@ private:
     bool take_along(frame_memory& memory, frame_record const& record, std::optional<std::size_t>& spare,
                     bring&& into_spare);
     bool has_room() const;
+    bool pixels_needed() const;
     void run();
-    void keep(waiting_frame const& frame);
+    void keep(frame_lease const& frame);
 
     frame_sink_like& sink_;
     std::function<void(frame_record const&, std::string const&)> const on_failure_;
+    std::vector<frame_watcher_like*> const watchers_;
 
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<waiting_frame> ring_;
+    std::vector<frame_lease> ring_;
     std::size_t first_ = 0;
     std::size_t waiting_ = 0;
     bool finishing_ = false;

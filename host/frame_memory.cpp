@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 #include <system_error>
+#include <utility>
 
 namespace mediagrabber {
 
@@ -32,10 +34,13 @@ frame_memory::frame_memory(std::size_t frame_bytes, std::size_t slot_count, std:
       stride_(rounded_up(frame_bytes, page_table_span)) {
     // One block more, which is only an address range: the way station of an exchange.
     std::size_t const block_count = slot_count + spare_count + 1;
-    free_spares_.reserve(spare_count);
-    for (std::size_t i = spare_count; i > 0; --i) {
-        free_spares_.push_back(i - 1);
-    }
+    contents_.resize(slot_count + spare_count);
+    std::iota(contents_.begin(), contents_.end(), std::size_t{0});
+    free_spares_.resize(spare_count);
+    std::iota(free_spares_.begin(), free_spares_.end(), std::size_t{0});
+    free_count_ = spare_count;
+    users_.resize(spare_count);
+    shown_.resize(spare_count);
     try {
         reserve(block_count);
         map(block_count);
@@ -106,17 +111,36 @@ std::optional<std::size_t> frame_memory::slot_around(void const* first, std::siz
 
 std::optional<std::size_t> frame_memory::take_spare() {
     std::lock_guard const lock(mutex_);
-    if (free_spares_.empty()) {
+    if (free_count_ == 0) {
         return std::nullopt;
     }
-    std::size_t const spare = free_spares_.back();
-    free_spares_.pop_back();
+    std::size_t const spare = free_spares_[first_free_];
+    first_free_ = (first_free_ + 1) % free_spares_.size();
+    --free_count_;
+    users_[spare] = 1;
+    // Another frame may have the cell by now.
+    if (auto [cell, sequence] = std::exchange(shown_[spare], {}); cell != nullptr) {
+        cell->compare_exchange_strong(sequence, 0);
+    }
     return spare;
+}
+
+void frame_memory::share(std::size_t spare) {
+    std::lock_guard const lock(mutex_);
+    ++users_[spare];
 }
 
 void frame_memory::give_back(std::size_t spare) {
     std::lock_guard const lock(mutex_);
-    free_spares_.push_back(spare);
+    if (--users_[spare] == 0) {
+        free_spares_[(first_free_ + free_count_) % free_spares_.size()] = spare;
+        ++free_count_;
+    }
+}
+
+void frame_memory::show(std::size_t spare, std::atomic<std::uint64_t>& cell, std::uint64_t sequence) {
+    std::lock_guard const lock(mutex_);
+    shown_[spare] = {.cell = &cell, .sequence = sequence};
 }
 
 void frame_memory::exchange(std::size_t slot, std::size_t spare) {
@@ -129,6 +153,7 @@ void frame_memory::exchange(std::size_t slot, std::size_t spare) {
     if (!move_pages(slot_count_ + spare, slot) || !move_pages(way_station, slot_count_ + spare)) {
         fail("the pages of a frame can't be moved");
     }
+    std::swap(contents_[slot], contents_[slot_count_ + spare]);
 }
 
 /// Moves what block `from` shows to the addresses of block `to`. MREMAP_DONTUNMAP keeps the range of `from` mapped, so

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -18,7 +19,11 @@ namespace mediagrabber {
 /// (`mremap`); slots are aligned and sized for whole page tables to move, which makes it independent of the frame size
 /// up to 2 MiB: about 20 us, where copying 1.3 MB takes 200.
 ///
-/// `exchange` is called by one thread; spares are taken and given back by any.
+/// A spare belongs to those who use it; the last of them frees it. Spares that are free wait in the order in which they
+/// were freed, so that what lies in one stays there as long as possible for readers outside of the process, who use
+/// nothing and are told by `shown` when it is gone.
+///
+/// `exchange` is called by one thread; spares are taken, shared and given back by any.
 class frame_memory {
 public:
     /// \param frame_bytes  size of a frame, above 0
@@ -40,9 +45,19 @@ public:
     /// The slot that the bytes [first, first + size) lie in, if they lie in one.
     std::optional<std::size_t> slot_around(void const* first, std::size_t size) const;
 
-    /// \return the index of a spare that is now the caller's, nothing when all are in use
+    /// Takes the spare that has been free for longest. \return its index, nothing when all are in use
     std::optional<std::size_t> take_spare();
+    /// One user more, beside the caller.
+    void share(std::size_t spare);
     void give_back(std::size_t spare);
+
+    /// Has `*cell` turned from `sequence` to 0 before anything else comes where the frame in this spare lies, which the
+    /// caller uses. The cell has to live as long as this memory.
+    void show(std::size_t spare, std::atomic<std::uint64_t>& cell, std::uint64_t sequence);
+    /// The file that all of it is, and where in it a spare's contents lie now, bytes.
+    int file() const { return file_; }
+    std::size_t file_bytes() const { return stride_ * (slot_count_ + spare_count_); }
+    std::size_t file_offset(std::size_t spare) const { return contents_[slot_count_ + spare] * stride_; }
     std::span<std::byte> spare(std::size_t index) { return {block(slot_count_ + index), frame_bytes_}; }
 
     /// Exchanges the contents of a slot and of a spare that the caller has taken; the addresses stay. Where pages can't
@@ -67,8 +82,20 @@ private:
     std::byte* first_ = nullptr;
     bool copies_ = false;  ///< pages can't be moved here
 
-    std::mutex mutex_;  ///< of free_spares_
-    std::vector<std::size_t> free_spares_;
+    /// A frame that is shown, in the terms of `show`.
+    struct shown {
+        std::atomic<std::uint64_t>* cell = nullptr;
+        std::uint64_t sequence = 0;
+    };
+
+    std::vector<std::size_t> contents_;  ///< by block, slots first: which block of the file it shows
+
+    std::mutex mutex_;                      ///< of all below
+    std::vector<std::size_t> free_spares_;  ///< a ring
+    std::size_t first_free_ = 0;
+    std::size_t free_count_ = 0;
+    std::vector<std::size_t> users_;  ///< by spare
+    std::vector<shown> shown_;        ///< by spare
 };
 
 }  // namespace mediagrabber

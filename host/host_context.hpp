@@ -11,6 +11,7 @@
 #include "configuration_store.hpp"
 #include "frame_intake.hpp"
 #include "grab_progress.hpp"
+#include "live/tone_curve.hpp"
 #include "plugin_library.hpp"
 #include "signal_latch.hpp"
 
@@ -34,6 +35,12 @@ public:
     frame_intake& intake() { return intake_; }
     grab_progress& progress() { return progress_; }
     change_confirmation& changes() { return changes_; }
+    tone_curve& tone() { return tone_; }
+
+    /// Somebody listens to the plug-in's standard output in this process: it writes there at level info, whatever is
+    /// configured. Where it writes to the system log as well it does so until its first frame only, because both get
+    /// the same.
+    void listen_to_log();
 
     /// How a run of the plug-in ended.
     struct ended_run {
@@ -45,6 +52,8 @@ public:
 
     /// What is asked of the plug-in.
     request poll();
+    /// A good frame is here.
+    void frame_arrived();
     /// The timestamp of the next frame: the one at hand is done with.
     void announce(std::uint64_t timestamp_us);
     /// Has every frame that the camera stamped told to `observer`, on the plug-in's thread.
@@ -68,6 +77,7 @@ public:
 
 private:
     void follow_configuration();
+    void set_log() const;
 
     static host_context* current_;
 
@@ -77,6 +87,9 @@ private:
     grab_progress& progress_;
     plugin_library const& plugin_;
     change_confirmation changes_;
+    tone_curve tone_;
+    bool log_is_heard_ = false;
+    bool frame_came_ = false;  ///< in this run
     std::function<void(frame_times const&)> observer_;
     std::chrono::steady_clock::time_point last_poll_;  ///< right after a frame was fetched
     std::optional<std::uint8_t> format_override_;

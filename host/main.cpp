@@ -81,6 +81,8 @@ void declare(CLI::App& app, command_line& line) {
         ->excludes(socket);
     set->add_option("--timeout", line.set.timeout_s, "Seconds to wait for the camera to have the values")
         ->check(CLI::Range(0.001, longest_timeout_s));
+    set->add_flag("--another-run", line.set.another_run,
+                  "Also change what another run of the plug-in is needed for, which follows at once");
 
     auto* const calibrate = app.add_subcommand("calibrate",
                                                "Measure timing.clock_correction: the camera's clock"

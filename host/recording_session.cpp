@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <sstream>
 #include <utility>
@@ -19,6 +20,7 @@ namespace mediagrabber {
 namespace {
 
 constexpr std::chrono::seconds failure_report_interval{1};
+constexpr std::chrono::seconds longest_follow{10};  ///< until the camera follows what an onlooker asks for
 
 void log_lines(std::string const& text, void (*log)(std::string const&)) {
     std::istringstream lines(text);
@@ -65,9 +67,12 @@ recording_session::recording_session(configuration_reader read, configuration fi
       first_(std::move(first)),
       configurations_(first_),
       recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
-      exporter_(recording_, first_.export_buffers,
-                [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); }),
-      intake_(&exporter_, first_.export_buffers, first_.frames, progress_),
+      onlookers_(first_),
+      exporter_(
+          recording_, first_.export_buffers,
+          [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); },
+          onlookers_.watchers()),
+      intake_(&exporter_, first_.export_buffers + onlookers_.frames_kept(), first_.frames, progress_),
       context_(configurations_, latch_, intake_, progress_, plugin),
       report_(progress_, exporter_, first_.frames),
       service_(progress_, [this] { return progress_line(report_.figures()); }) {}
@@ -75,6 +80,7 @@ recording_session::recording_session(configuration_reader read, configuration fi
 exit_status recording_session::run() {
     log_info("recording to " + recording_.directory().string() + " with plug-in " + context_.plugin_version());
     listen();
+    let_in_onlookers();
     exit_status const status = run_until_decided();
     signal_watch::restore_default();
     return finish(status);
@@ -101,9 +107,83 @@ void recording_session::listen() {
     }
 }
 
+/// From here on they may ask and change.
+void recording_session::let_in_onlookers() {
+    if (!onlookers_.any()) {
+        return;
+    }
+    onlookers_.listen([this] {
+        auto const& values = configurations_.in_force();
+        return wanted_output{.any = (values.log_sinks & 1U) != 0, .level = values.log_level};
+    });
+    context_.listen_to_log();
+    onlookers_.open({.status = [this] { return status(); },
+                     .controls = {.change =
+                                      [this](change_request const& wanted) {
+                                          return change_while_running(wanted, configurations_, context_.changes(),
+                                                                      latch_);
+                                      },
+                                  .reload = [this] { return reload_and_wait(); },
+                                  .calculate_table = [this](bool in_12_bits) { return calculate_table(in_12_bits); },
+                                  .stop = [this] { return stop(); }},
+                     .tone = &context_.tone()});
+}
+
+recording_status recording_session::status() const {
+    using seconds = std::chrono::duration<double>;
+    auto const now = std::chrono::steady_clock::now();
+    auto const last = progress_.last_frame.load();
+    recording_status found;
+    found.figures = report_.figures();
+    found.running_s = seconds(now - begun_).count();
+    found.good_frames = progress_.good_frames;
+    found.capturing = progress_.capturing;
+    found.period_us = progress_.period_us;
+    if (found.good_frames != 0) {
+        found.seconds_since_frame = seconds(now - last).count();
+    }
+    found.plugin_version = context_.plugin_version();
+    found.directory = recording_.directory().string();
+    found.instance = first_.log_instance;
+    onlookers_.complete(found);
+    return found;
+}
+
+change_answer recording_session::reload_and_wait() {
+    auto const number = reload();
+    latch_.raise(request::reload);
+    if (!number) {
+        return {.status = exit_status::usage, .lines = {"the configuration is faulty and not reloaded, see the log"}};
+    }
+    auto const outcome = context_.changes().wait_for(*number, longest_follow);
+    if (!outcome.values) {
+        return {.status = exit_status::timed_out, .lines = {"reloaded, but no frame has come since to confirm it"}};
+    }
+    return {.status = exit_status::success, .lines = {"reloaded, frames have come since"}};
+}
+
+change_answer recording_session::calculate_table(bool in_12_bits) {
+    auto const before = context_.tone().current().calculations;
+    latch_.raise(in_12_bits ? request::user_2 : request::user_1);
+    if (!context_.tone().wait_for_calculation(before, longest_follow)) {
+        return {.status = exit_status::timed_out, .lines = {"no look-up table has been calculated yet, see the log"}};
+    }
+    return {.status = exit_status::success, .lines = {"a look-up table was calculated from the picture"}};
+}
+
+/// As the signal does it; a second one would end the process without the plug-in.
+change_answer recording_session::stop() {
+    if (!stop_asked_.exchange(true)) {
+        kill(getpid(), SIGTERM);
+    }
+    return {.status = exit_status::success, .lines = {"stopping"}};
+}
+
 void recording_session::stop_listening() {
     context_.changes().cancel();
+    context_.tone().cancel();
     control_.reset();
+    onlookers_.close();
 }
 
 exit_status recording_session::run_until_decided() {
@@ -184,16 +264,18 @@ void recording_session::cut_short(char const* reason) {
 }
 
 /// Reads and checks the file here, on the thread of the signals, so that the plug-in's thread does not wait for a disk.
-void recording_session::reload() {
+/// \return the number of the offer, nothing when the file is faulty
+std::optional<std::uint64_t> recording_session::reload() {
     try {
         auto loaded = read_();
         log_each(remarks(loaded), log_warning);
         report_changes(loaded.values);
-        configurations_.offer(std::move(loaded.values));
+        return configurations_.offer(std::move(loaded.values));
     } catch (configuration_error const& error) {
         log_lines(error.what(), log_error);
         log_error("the configuration is not reloaded, the old one stays in force");
         configurations_.offer_refusal();
+        return std::nullopt;
     }
 }
 

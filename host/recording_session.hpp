@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "configuration.hpp"
@@ -16,6 +17,7 @@
 #include "frame_intake.hpp"
 #include "grab_progress.hpp"
 #include "host_context.hpp"
+#include "live/onlookers.hpp"
 #include "plugin_library.hpp"
 #include "progress_report.hpp"
 #include "recording.hpp"
@@ -44,7 +46,12 @@ private:
     [[noreturn]] void cut_short(char const* reason);
     void listen();
     void stop_listening();
-    void reload();
+    std::optional<std::uint64_t> reload();
+    void let_in_onlookers();
+    recording_status status() const;
+    change_answer reload_and_wait();
+    change_answer calculate_table(bool in_12_bits);
+    change_answer stop();
     void report_changes(configuration const& next) const;
     host_context::ended_run run_once();
     bool go_back(host_context::ended_run const& ended);
@@ -56,6 +63,7 @@ private:
     signal_latch latch_;
     configuration_store configurations_;
     recording recording_;
+    onlookers onlookers_;
     frame_exporter exporter_;
     frame_intake intake_;
     host_context context_;
@@ -63,6 +71,8 @@ private:
     service_manager service_;
     std::unique_ptr<control_server> control_;
 
+    std::chrono::steady_clock::time_point const begun_ = std::chrono::steady_clock::now();
+    std::atomic<bool> stop_asked_{false};    ///< by an onlooker
     configuration const* proven_ = nullptr;  ///< frames came from a run that began with it
 
     std::atomic<std::int64_t> next_failure_report_{0};  ///< ticks of the steady clock

@@ -23,6 +23,10 @@ struct comparison {
     double tolerance = 0.0;
 };
 
+std::optional<double> told(std::uint32_t pixels) {
+    return pixels == 0 ? std::nullopt : std::optional(static_cast<double>(pixels));
+}
+
 /// Empty for a value that the plug-in does not report.
 std::optional<comparison> compare(std::string const& path, configuration const& asked,
                                   change_confirmation::camera_values const& found) {
@@ -41,6 +45,12 @@ std::optional<comparison> compare(std::string const& path, configuration const& 
             rate.found = microseconds_a_second / found.period_us;
         }
         return rate;
+    }
+    if (path == "image.width") {
+        return comparison{.asked = static_cast<double>(*asked.width), .found = told(found.width), .tolerance = 0.0};
+    }
+    if (path == "image.height") {
+        return comparison{.asked = static_cast<double>(*asked.height), .found = told(found.height), .tolerance = 0.0};
     }
     return std::nullopt;
 }
@@ -85,7 +95,8 @@ change_answer change_while_running(change_request const& wanted, configuration_s
     auto const number = configurations.offer_change(
         small ? configuration_store::way::small_change : configuration_store::way::reconfiguration,
         [&](configuration& next) {
-            apply_settings(wanted.settings, next);
+            apply_settings(wanted.settings, next,
+                           wanted.another_run ? change_effect::new_run : change_effect::reconfiguration);
             asked = next;
         });
     if (!small) {

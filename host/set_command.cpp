@@ -15,7 +15,7 @@ namespace {
 constexpr std::chrono::seconds longest_transport{5};  ///< of the answer, beside what it takes to apply the change
 
 change_request request_of(set_options const& options) {
-    change_request request{.settings = {}, .timeout_s = options.timeout_s};
+    change_request request{.settings = {}, .timeout_s = options.timeout_s, .another_run = options.another_run};
     for (auto const& text : options.settings) {
         request.settings.push_back(parse_setting(text));
     }

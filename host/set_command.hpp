@@ -13,6 +13,7 @@ struct set_options {
     std::filesystem::path socket;  ///< empty: the default one of `instance`
     std::uint32_t instance = 0;
     double timeout_s = 5.0;
+    bool another_run = false;           ///< also what needs another run of the plug-in
     std::vector<std::string> settings;  ///< KEY=VALUE
 };
 

@@ -15,29 +15,26 @@ configuration_key const* find_key(std::string const& path) {
     return found == schema.end() ? nullptr : &*found;
 }
 
-bool changeable(configuration_key const& key) {
-    return key.effect <= change_effect::reconfiguration;
-}
-
-std::string changeable_keys() {
+std::string changeable_keys(change_effect most) {
     std::string list;
     for (auto const& key : configuration_schema()) {
-        list += changeable(key) ? (list.empty() ? "" : ", ") + key.path : "";
+        list += key.effect <= most ? (list.empty() ? "" : ", ") + key.path : "";
     }
     return list;
 }
 
-configuration_key const& known_key(std::string const& path) {
+configuration_key const& known_key(std::string const& path, change_effect most) {
     auto const* const key = find_key(path);
     if (key == nullptr) {
-        throw setting_refused(exit_status::usage, path + ": unknown, expected one of " + changeable_keys());
+        throw setting_refused(exit_status::usage, path + ": unknown, expected one of " + changeable_keys(most));
     }
-    if (!changeable(*key)) {
+    if (key->effect > most) {
         bool const by_reload = key->effect == change_effect::new_run;
-        throw setting_refused(exit_status::not_changeable,
-                              path + ": can't be changed while frames arrive, " +
-                                  (by_reload ? "change the configuration file and reload it (SIGHUP)"
-                                             : "change the configuration file and start mediagrabber again"));
+        throw setting_refused(
+            exit_status::not_changeable,
+            path + ": can't be changed while frames arrive, " +
+                (by_reload ? "give --another-run, or change the configuration file and reload it (SIGHUP)"
+                           : "change the configuration file and start mediagrabber again"));
     }
     return *key;
 }
@@ -54,8 +51,8 @@ std::unique_ptr<toml::node> node_of(std::string const& text) {
     return std::make_unique<toml::table>(toml::table{{"value", text}});
 }
 
-void apply_one(setting const& one, configuration& to) {
-    auto const& key = known_key(one.path);
+void apply_one(setting const& one, configuration& to, change_effect most) {
+    auto const& key = known_key(one.path, most);
     auto const parsed = node_of(one.value);
     if (!key.read(*parsed->as_table()->get("value"), to)) {
         throw setting_refused(exit_status::usage, one.path + ": " + one.value + " is refused, expected " + key.expects +
@@ -86,13 +83,13 @@ setting parse_setting(std::string const& text) {
     return {.path = text.substr(0, equals), .value = text.substr(equals + 1)};
 }
 
-void apply_settings(std::vector<setting> const& settings, configuration& to) {
+void apply_settings(std::vector<setting> const& settings, configuration& to, change_effect most) {
     loaded_configuration changed{.values = to, .origins = {}};
     for (auto const& one : settings) {
         if (changed.origins.contains(one.path)) {
             throw setting_refused(exit_status::usage, one.path + ": given twice");
         }
-        apply_one(one, changed.values);
+        apply_one(one, changed.values, most);
         changed.origins[one.path] = {};
     }
     bool const other_table = changed.origins.contains("tone.lut") || changed.origins.contains("tone.lut_bits");

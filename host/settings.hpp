@@ -29,10 +29,13 @@ private:
 /// Reads KEY=VALUE. \throws setting_refused
 setting parse_setting(std::string const& text);
 
-/// Checks and makes changes to a configuration; all of them or none. \throws setting_refused
-void apply_settings(std::vector<setting> const& settings, configuration& to);
+/// Checks and makes changes to a configuration; all of them or none.
+/// \param most  what the changes may need
+/// \throws setting_refused
+void apply_settings(std::vector<setting> const& settings, configuration& to,
+                    change_effect most = change_effect::reconfiguration);
 
-/// What the settings need at most: `small_change` or `reconfiguration`, when they can be applied.
+/// What the settings need at most.
 change_effect needed_for(std::vector<setting> const& settings);
 
 }  // namespace mediagrabber

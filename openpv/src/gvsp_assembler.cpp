@@ -85,6 +85,20 @@ assembler_counters& assembler_counters::operator+=(assembler_counters const& oth
     return *this;
 }
 
+assembler_counters& assembler_counters::operator-=(assembler_counters const& other) {
+    blocks_whole -= other.blocks_whole;
+    blocks_incomplete -= other.blocks_incomplete;
+    blocks_too_large -= other.blocks_too_large;
+    blocks_without_buffer -= other.blocks_without_buffer;
+    blocks_skipped -= other.blocks_skipped;
+    packets_missing -= other.packets_missing;
+    packets_asked_again -= other.packets_asked_again;
+    packets_duplicate -= other.packets_duplicate;
+    packets_late -= other.packets_late;
+    packets_wrong -= other.packets_wrong;
+    return *this;
+}
+
 gvsp_assembler::gvsp_assembler(settings const& chosen, assembler_outlet& outlet) : settings_(chosen), outlet_(outlet) {
     open_.reserve(most_open_blocks);
     free_.reserve(most_open_blocks);

@@ -42,6 +42,7 @@ struct assembler_counters {
 
     bool operator==(assembler_counters const&) const = default;
     assembler_counters& operator+=(assembler_counters const& other);
+    assembler_counters& operator-=(assembler_counters const& other);
 };
 
 /// Several blocks may be open at once; they are finished in the order of their IDs. Memory of a finished block is not

@@ -103,11 +103,15 @@ std::unique_ptr<gvsp_receiver> gvsp_receiver::make(ArvDevice& device, connection
 
 gvsp_receiver::gvsp_receiver(gvsp_socket socket, connection_id const& id, gvsp_assembler::settings const& settings,
                              block_sink& sink)
-    : socket_(std::move(socket)), id_(id), settings_(settings), sink_(sink), given_(block_queue::maximum) {}
+    : socket_(std::move(socket)),
+      id_(id),
+      settings_(settings),
+      sink_(sink),
+      diary_(id.camera, std::chrono::steady_clock::now()),
+      given_(block_queue::maximum) {}
 
 gvsp_receiver::~gvsp_receiver() {
     take_back();
-    report_losses(id_.camera, counted_, socket_.kernel_drops());
 }
 
 void gvsp_receiver::give(PvBuffer::impl& buffer) {
@@ -138,12 +142,13 @@ void gvsp_receiver::receive(std::stop_token const& stop) {
         auto const now = std::chrono::steady_clock::now();
         socket_.for_each_packet([&](std::span<std::byte const> packet) { assembler.add(packet, now); });
         assembler.attend(now);
+        diary_.attend(assembler.counters(), socket_.kernel_drops(), now);
         if (socket_.is_empty()) {
             std::this_thread::sleep_for(gathering_time(assembler.newest_block(), socket_.room(), now));
         }
     }
     assembler.stop();
-    counted_ += assembler.counters();
+    diary_.close(assembler.counters(), socket_.kernel_drops());
 }
 
 PvBuffer::impl* gvsp_receiver::next_buffer() {

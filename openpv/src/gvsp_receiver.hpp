@@ -17,6 +17,7 @@
 #include "connection_id.hpp"
 #include "gvsp_assembler.hpp"
 #include "gvsp_socket.hpp"
+#include "loss_report.hpp"
 
 namespace openpv {
 
@@ -54,7 +55,7 @@ private:
     gvsp_assembler::settings const settings_;
     block_sink& sink_;
     uint16_t request_ = 0;
-    assembler_counters counted_;  ///< of all assemblers that have ended
+    loss_diary diary_;
 
     std::mutex mutex_;
     std::vector<PvBuffer::impl*> given_;  ///< guarded by `mutex_`, as the next is; a ring

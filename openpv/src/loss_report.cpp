@@ -17,6 +17,15 @@ void append(std::string& text, uint64_t count, char const* what) {
     }
 }
 
+constexpr std::chrono::seconds between_losses{10};
+constexpr std::chrono::seconds between_resends{60};
+
+bool lost_frames(assembler_counters const& counted) {
+    return counted.blocks_incomplete + counted.blocks_skipped + counted.blocks_without_buffer +
+               counted.blocks_too_large !=
+           0;
+}
+
 /// \return whether the need is greater than all those told of before
 bool is_news(std::size_t needed_bytes) {
     static std::atomic<std::size_t> told = 0;
@@ -45,6 +54,7 @@ std::string describe_losses(assembler_counters const& counted, uint64_t kernel_d
     append(text, counted.blocks_without_buffer, "frames without a buffer for them");
     append(text, counted.blocks_too_large, "frames larger than their buffers");
     if (text.empty()) {
+        append(text, counted.packets_asked_again, "packets asked for again, all came");
         return text;
     }
     append(text, counted.packets_missing, "packets missing for good");
@@ -58,11 +68,27 @@ std::string describe_losses(assembler_counters const& counted, uint64_t kernel_d
     return text;
 }
 
-void report_losses(ipv4_address camera, assembler_counters const& counted, uint64_t kernel_drops) {
-    std::string const text = describe_losses(counted, kernel_drops);
-    if (!text.empty()) {
-        write_line(camera, text);
+void loss_diary::attend(assembler_counters const& counted, uint64_t kernel_drops, time_point now) {
+    if (now - last_ < between_losses) {
+        return;
     }
+    assembler_counters news = counted;
+    news -= told_;
+    if (lost_frames(news) || (news.packets_asked_again != 0 && now - last_ >= between_resends)) {
+        close(counted, kernel_drops);
+        last_ = now;
+    }
+}
+
+void loss_diary::close(assembler_counters const& counted, uint64_t kernel_drops) {
+    assembler_counters news = counted;
+    news -= told_;
+    std::string const text = describe_losses(news, kernel_drops - told_drops_);
+    if (!text.empty()) {
+        write_line(camera_, text);
+    }
+    told_ = counted;
+    told_drops_ = kernel_drops;
 }
 
 }  // namespace openpv

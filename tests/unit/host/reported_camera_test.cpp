@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "cameras_command.hpp"
+#include "reported_camera.hpp"
 
 using namespace mediagrabber;
 

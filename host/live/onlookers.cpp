@@ -1,0 +1,94 @@
+#include "live/onlookers.hpp"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "host_log.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+constexpr std::size_t frames_remembered = 65'536;  ///< 5 minutes at 200 frames/s
+constexpr std::size_t lines_remembered = 500;
+
+log_memory::level severity_of(char letter) {
+    switch (letter) {
+        case 'E':
+        case 'C':
+            return log_memory::level::error;
+        case 'W':
+            return log_memory::level::warning;
+        case 'D':
+        case 'T':
+            return log_memory::level::debug;
+        default:
+            return log_memory::level::info;
+    }
+}
+
+/// What comes on standard error beside mediagrabber's own messages are warnings of libraries.
+bool is_own_message(std::string_view line) {
+    return line.find("mediagrabber: ") != line.npos;
+}
+
+}  // namespace
+
+onlookers::onlookers(configuration const& chosen)
+    : chosen_(chosen),
+      any_(chosen.web_address.has_value() || chosen.ring_socket.has_value()),
+      history_(any_ ? frames_remembered : 1),
+      log_(lines_remembered) {}
+
+onlookers::~onlookers() {
+    close();
+}
+
+std::vector<frame_watcher_like*> onlookers::watchers() {
+    if (!any_) {
+        return {};
+    }
+    return {&history_};
+}
+
+std::size_t onlookers::frames_kept() const {
+    return 0;
+}
+
+void onlookers::listen(std::function<wanted_output()> wanted) {
+    if (!any_) {
+        return;
+    }
+    hear_log([this](char letter, std::string_view text) { log_.add(severity_of(letter), text); });
+    error_output_ = std::make_unique<output_tap>(STDERR_FILENO, [this](std::string_view line) {
+        if (!is_own_message(line)) {
+            log_.add(log_memory::level::warning, line);
+        }
+        return true;
+    });
+    plugin_output_ = std::make_unique<output_tap>(STDOUT_FILENO, [this, wanted](std::string_view line) {
+        auto const heard = read_plugin_line(line);
+        log_.add(heard.severity, heard.text);
+        auto const shown = wanted();
+        return shown.any && static_cast<std::uint32_t>(heard.severity) <= shown.level;
+    });
+}
+
+void onlookers::open(recording_access access) {
+    access_ = std::move(access);
+}
+
+void onlookers::close() {
+    hear_log(nullptr);
+    plugin_output_.reset();
+    error_output_.reset();
+}
+
+void onlookers::complete(recording_status& status) const {
+    status.newest = history_.newest();
+    status.said = log_.count();
+    status.camera = log_.camera();
+}
+
+}  // namespace mediagrabber
