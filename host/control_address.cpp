@@ -32,9 +32,9 @@ sockaddr_un control_address(std::filesystem::path const& path) {
     return address;
 }
 
-file_handle connect_to(std::filesystem::path const& path) {
+file_handle connect_to(std::filesystem::path const& path, int type) {
     sockaddr_un const address = control_address(path);
-    file_handle connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    file_handle connection(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
     bool const connected =
         connection && connect(connection.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
     return connected ? std::move(connection) : file_handle();

@@ -18,7 +18,8 @@ std::filesystem::path default_control_socket(std::uint32_t instance);
 sockaddr_un control_address(std::filesystem::path const& path);
 
 /// A socket that is connected to whoever listens at `path`; empty, with errno set, when nobody does.
-file_handle connect_to(std::filesystem::path const& path);
+/// \param type SOCK_STREAM or SOCK_SEQPACKET
+file_handle connect_to(std::filesystem::path const& path, int type = SOCK_STREAM);
 
 /// Whether the process at the other end of a socket belongs to this user or to root.
 bool is_of_this_user(file_handle const& connection);

@@ -19,7 +19,7 @@ constexpr std::chrono::seconds patience{2};  ///< with somebody who connects and
 }  // namespace
 
 control_server::control_server(std::filesystem::path const& path, answerer answer)
-    : listener_(path), answer_(std::move(answer)), end_(eventfd(0, EFD_CLOEXEC)), thread_([this] { run(); }) {}
+    : listener_("control socket", path, SOCK_STREAM), answer_(std::move(answer)), end_(eventfd(0, EFD_CLOEXEC)), thread_([this] { run(); }) {}
 
 control_server::~control_server() {
     eventfd_write(end_.get(), 1);

@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "control_listener.hpp"
+#include "unix_listener.hpp"
 #include "control_message.hpp"
 
 namespace mediagrabber {
@@ -30,7 +30,7 @@ private:
     void serve(file_handle const& connection) const;
     std::string answer_to(std::string const& line) const;
 
-    control_listener const listener_;
+    unix_listener const listener_;
     answerer const answer_;
     file_handle const end_;  ///< tells the thread to end
     std::thread thread_;

@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <numeric>
@@ -141,6 +142,11 @@ void frame_memory::give_back(std::size_t spare) {
 void frame_memory::show(std::size_t spare, std::atomic<std::uint64_t>& cell, std::uint64_t sequence) {
     std::lock_guard const lock(mutex_);
     shown_[spare] = {.cell = &cell, .sequence = sequence};
+}
+
+void frame_memory::show_no_more() {
+    std::lock_guard const lock(mutex_);
+    std::fill(shown_.begin(), shown_.end(), shown{});
 }
 
 void frame_memory::exchange(std::size_t slot, std::size_t spare) {

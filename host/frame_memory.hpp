@@ -52,8 +52,10 @@ public:
     void give_back(std::size_t spare);
 
     /// Has `*cell` turned from `sequence` to 0 before anything else comes where the frame in this spare lies, which the
-    /// caller uses. The cell has to live as long as this memory.
+    /// caller uses.
     void show(std::size_t spare, std::atomic<std::uint64_t>& cell, std::uint64_t sequence);
+    /// Forgets all cells.
+    void show_no_more();
     /// The file that all of it is, and where in it a spare's contents lie now, bytes.
     int file() const { return file_; }
     std::size_t file_bytes() const { return stride_ * (slot_count_ + spare_count_); }

@@ -39,7 +39,8 @@ onlookers::onlookers(configuration const& chosen)
     : chosen_(chosen),
       any_(chosen.web_address.has_value() || chosen.ring_socket.has_value()),
       history_(any_ ? frames_remembered : 1),
-      log_(lines_remembered) {}
+      log_(lines_remembered),
+      ring_(chosen.ring_socket ? std::make_unique<ring_publisher>(*chosen.ring_socket) : nullptr) {}
 
 onlookers::~onlookers() {
     close();
@@ -49,7 +50,11 @@ std::vector<frame_watcher_like*> onlookers::watchers() {
     if (!any_) {
         return {};
     }
-    return {&history_};
+    std::vector<frame_watcher_like*> all{&history_};
+    if (ring_ != nullptr) {
+        all.push_back(ring_.get());
+    }
+    return all;
 }
 
 std::size_t onlookers::frames_kept() const {
@@ -89,6 +94,10 @@ void onlookers::complete(recording_status& status) const {
     status.newest = history_.newest();
     status.said = log_.count();
     status.camera = log_.camera();
+    if (ring_ != nullptr) {
+        status.ring_readers = ring_->readers();
+        status.ring_overtaken = ring_->overtaken();
+    }
 }
 
 }  // namespace mediagrabber

@@ -14,6 +14,7 @@
 #include "live/recording_controls.hpp"
 #include "live/recording_status.hpp"
 #include "live/tone_curve.hpp"
+#include "ring/ring_publisher.hpp"
 
 namespace mediagrabber {
 
@@ -64,6 +65,7 @@ private:
     bool const any_;
     frame_history history_;
     log_memory log_;
+    std::unique_ptr<ring_publisher> ring_;
     recording_access access_;
     std::unique_ptr<output_tap> plugin_output_;
     std::unique_ptr<output_tap> error_output_;
