@@ -17,6 +17,13 @@ TEST(ControlMessage, CarriesARequestThere) {
     EXPECT_EQ(read.settings[1].value, "[\"syslog\"]");
 }
 
+TEST(ControlMessage, TellsThatAnotherRunMayBegin) {
+    auto const line = written(change_request{.settings = {{"a", "1"}}, .timeout_s = 1.0, .another_run = true});
+    EXPECT_TRUE(read_request(line).another_run);
+    EXPECT_FALSE(read_request("{\"set\":[\"a=1\"]}").another_run);
+    EXPECT_THROW(read_request("{\"set\":[\"a=1\"],\"another_run\":1}"), setting_refused);
+}
+
 TEST(ControlMessage, CarriesAnAnswerBack) {
     auto const read = read_answer(written(change_answer{.status = exit_status::not_taken, .lines = {"a", "b\nc"}}));
     EXPECT_EQ(read.status, exit_status::not_taken);

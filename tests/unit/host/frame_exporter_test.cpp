@@ -120,6 +120,46 @@ TEST_F(FrameExporter, TakesNothingAfterItHasFinished) {
     EXPECT_TRUE(sink.frames().empty());
 }
 
+namespace {
+
+/// Remembers the last frame that it has seen.
+class remembering_watcher final : public frame_watcher_like {
+public:
+    explicit remembering_watcher(bool with_pixels) : with_pixels_(with_pixels) {}
+    void see(frame_lease const& frame) noexcept override { last_ = frame; }
+    bool needs_pixels() const override { return with_pixels_; }
+    frame_lease const& last() const { return last_; }
+
+private:
+    bool const with_pixels_;
+    frame_lease last_;
+};
+
+}  // namespace
+
+TEST_F(FrameExporter, ShowsFramesToWatchersWhateverTheSinkMakesOfThem) {
+    remembering_watcher watcher(false);
+    sink.refuse();
+    frame_exporter watched(sink, capacity, [](auto const&, auto const&) {}, {&watcher});
+    auto const frame = make_frame(pixel_formats[0], 8, 4);
+    watched.export_copy(memory, frame.bytes.data(), frame.record);
+    watched.finish();
+    ASSERT_TRUE(watcher.last().has_pixels());
+    EXPECT_EQ(watcher.last().view().pixels[0], frame.bytes[0]) << "the frame stays while somebody has it";
+}
+
+TEST_F(FrameExporter, BringsPixelsToAWatcherWhereTheSinkNeedsNone) {
+    sink.need_no_pixels();
+    auto const frame = make_frame(pixel_formats[0], 8, 4);
+    for (bool const needed : {true, false}) {
+        remembering_watcher watcher(needed);
+        frame_exporter watched(sink, capacity, [](auto const&, auto const&) {}, {&watcher});
+        watched.export_copy(memory, frame.bytes.data(), frame.record);
+        watched.finish();
+        EXPECT_EQ(watcher.last().has_pixels(), needed);
+    }
+}
+
 TEST_F(FrameExporter, KeepsTheMemoryOfWaitingFramesAlive) {
     sink.hold();
     hand_over(1);

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <rapidcheck/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <set>
 #include <system_error>
 
@@ -48,6 +51,58 @@ TEST(FrameMemory, LendsEachSpareOnce) {
     EXPECT_FALSE(memory.take_spare());
     memory.give_back(1);
     EXPECT_EQ(memory.take_spare(), 1U);
+}
+
+TEST(FrameMemory, LendsTheSpareThatHasBeenFreeForLongest) {
+    frame_memory memory(10, 2, 3);
+    std::vector<std::size_t> lent;
+    for (int i = 0; i < 9; ++i) {
+        lent.push_back(memory.take_spare().value());
+        memory.give_back(lent.back());
+    }
+    EXPECT_EQ(lent, (std::vector<std::size_t>{0, 1, 2, 0, 1, 2, 0, 1, 2}));
+}
+
+TEST(FrameMemory, FreesASpareWithItsLastUser) {
+    frame_memory memory(10, 2, 1);
+    std::size_t const spare = memory.take_spare().value();
+    memory.share(spare);
+    memory.give_back(spare);
+    EXPECT_FALSE(memory.take_spare());
+    memory.give_back(spare);
+    EXPECT_TRUE(memory.take_spare());
+}
+
+TEST(FrameMemory, VoidsTheCellOfAFrameBeforeItsSpareIsUsedAgain) {
+    frame_memory memory(10, 2, 1);
+    std::atomic<std::uint64_t> cell{5};
+    std::size_t const spare = memory.take_spare().value();
+    memory.show(spare, cell, 5);
+    memory.give_back(spare);
+    EXPECT_EQ(cell, 5U) << "it still lies there";
+    memory.take_spare();
+    EXPECT_EQ(cell, 0U);
+}
+
+TEST(FrameMemory, LeavesACellThatAnotherFrameHas) {
+    frame_memory memory(10, 2, 1);
+    std::atomic<std::uint64_t> cell{5};
+    std::size_t const spare = memory.take_spare().value();
+    memory.show(spare, cell, 5);
+    memory.give_back(spare);
+    cell = 6;
+    memory.take_spare();
+    EXPECT_EQ(cell, 6U);
+}
+
+TEST(FrameMemory, KnowsWhereInItsFileASpareLies) {
+    frame_memory memory(10, 2, 2);
+    std::size_t const spare = memory.take_spare().value();
+    std::fill_n(memory.slot(1), 10, std::byte{7});
+    memory.exchange(1, spare);
+    std::byte found{};
+    ASSERT_EQ(pread(memory.file(), &found, 1, static_cast<off_t>(memory.file_offset(spare))), 1);
+    EXPECT_EQ(found, std::byte{7});
 }
 
 TEST(FrameMemory, TakesAFrameOutOfItsSlot) {

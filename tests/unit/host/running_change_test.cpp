@@ -46,6 +46,16 @@ TEST(Judgement, TellsWhatTheCameraHasInstead) {
                                           "timing.frame_rate: asked for 50, the camera has 25"));
 }
 
+TEST(Judgement, ComparesTheRegion) {
+    configuration region;
+    region.width = 640;
+    region.height = 480;
+    auto const answer = judge({{"image.width", "640"}, {"image.height", "480"}}, region,
+                              {.gain_db = {}, .exposure_us = {}, .period_us = 0, .width = 640, .height = 464});
+    EXPECT_EQ(answer.status, exit_status::not_taken);
+    EXPECT_THAT(answer.lines, ElementsAre("image.width = 640", "image.height: asked for 480, the camera has 464"));
+}
+
 TEST(Judgement, DoesNotTakeAnUnknownValueForTheRightOne) {
     auto const answer = judge(all_three, asked(), {});
     EXPECT_EQ(answer.status, exit_status::not_taken);

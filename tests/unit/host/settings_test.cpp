@@ -88,6 +88,13 @@ TEST(Settings, ThatNeedMoreThanTheRunningPluginAreRefusedWithWhatHelps) {
     EXPECT_THAT(directory.what, HasSubstr("start mediagrabber again"));
 }
 
+TEST(Settings, ThatNeedAnotherRunAreTakenWhereThatIsGranted) {
+    configuration values;
+    apply_settings({{"image.width", "640"}}, values, change_effect::new_run);
+    EXPECT_EQ(values.width, 640);
+    EXPECT_THROW(apply_settings({{"output.directory", "x"}}, values, change_effect::new_run), setting_refused);
+}
+
 TEST(Settings, OfATableWantItsWholePath) {
     EXPECT_EQ(refusal_of({"tone.enable=true", "tone.lut=bright.csv"}).what,
               "tone.lut: bright.csv is refused, expected a whole path");
