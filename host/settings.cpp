@@ -33,7 +33,7 @@ configuration_key const& known_key(std::string const& path, change_effect most) 
         throw setting_refused(
             exit_status::not_changeable,
             path + ": can't be changed while frames arrive, " +
-                (by_reload ? "give --another-run, or change the configuration file and reload it (SIGHUP)"
+                (by_reload ? "change the configuration file and reload it (SIGHUP), or give --another-run"
                            : "change the configuration file and start mediagrabber again"));
     }
     return *key;

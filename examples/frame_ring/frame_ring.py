@@ -113,18 +113,18 @@ class FrameRing:
             return False
         if len(data) != _MESSAGE.size:
             return False
-        if _MESSAGE.unpack(data)[0] == _HERE:
+        kind, _, newest = _MESSAGE.unpack(data)
+        if kind == _HERE:
             descriptors = array.array("i", rights[0][2])
             self._adopt(*map(_mapped, descriptors))
+            self._next = self._next or max(newest, 1)
         return True
 
     def _adopt(self, ring, memory):
-        magic, version, entry_bytes, entries, _, _, newest = _RING.unpack_from(ring)
+        magic, version, entry_bytes, entries, _, _, _ = _RING.unpack_from(ring)
         if magic != _MAGIC or version != _VERSION or entry_bytes < _FRAME.size:
             raise RuntimeError("another version of the ring")
         self._ring, self._memory, self._entry_bytes, self._entries = ring, memory, entry_bytes, entries
-        if self._next == 0:
-            self._next = max(newest, 1)
 
     def _take(self):
         """The oldest frame that was not read yet and is still there."""

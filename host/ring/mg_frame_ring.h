@@ -86,7 +86,7 @@ struct mg_ring {
 
 /* What goes over the socket. */
 enum mg_ring_message_kind {
-    MG_RING_HERE = 1,     /* to the reader, with the descriptors of ring and memory: from now on these */
+    MG_RING_HERE = 1,     /* to the reader, with the descriptors of ring and memory that hold from now on; `value`: newest frame */
     MG_RING_FRAME = 2,    /* to the reader: frame `value` is here */
     MG_RING_OVERTAKEN = 3 /* from the reader: it has missed `value` frames in all */
 };
@@ -202,8 +202,7 @@ static inline int mg_ring_receive(struct mg_ring_reader* reader, int timeout_ms)
             return -1;
         }
         if (reader->next == 0) {
-            uint64_t const newest = mg_ring_load(&reader->ring->newest);
-            reader->next = newest == 0 ? 1 : newest;
+            reader->next = message.value == 0 ? 1 : message.value;
         }
     }
     return 1;

@@ -116,6 +116,20 @@ class Readers(unittest.TestCase):
         self.assertEqual(done.stderr, "/nowhere/ring: No such file or directory\n")
 
 
+class Log(unittest.TestCase):
+    """Whoever looks at a recording makes mediagrabber read the plug-in's log along; what is written of it stays as configured."""
+
+    def log_of(self, level):
+        with Place() as place, Camera():
+            with Recording(place.configuration() + f"[log]\nlevel = \"{level}\"\n", "--frames", 5) as recording:
+                self.assertEqual(recording.finish(), 0)
+                return recording.log
+
+    def test_is_written_as_configured(self):
+        self.assertIn("START GRABBING", self.log_of("info"))
+        self.assertNotIn("[MG_JAI_", self.log_of("warning"))
+
+
 class Region(unittest.TestCase):
     """A region that is changed while frames arrive: another run of the plug-in, other memory, the same readers."""
 
