@@ -61,7 +61,7 @@ std::size_t onlookers::frames_kept() const {
     return 0;
 }
 
-void onlookers::listen(std::function<wanted_output()> wanted) {
+void onlookers::listen(std::function<wanted_output()> const& wanted) {
     if (!any_) {
         return;
     }

@@ -41,7 +41,7 @@ public:
 
     /// Hears what is said from now on; what is not configured to be written is kept from standard output.
     /// \param wanted  is asked for each line, on a thread of its own
-    void listen(std::function<wanted_output()> wanted);
+    void listen(std::function<wanted_output()> const& wanted);
 
     /// What they can know and do.
     struct recording_access {
