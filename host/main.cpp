@@ -146,7 +146,7 @@ exit_status execute(CLI::App const& app, command_line const& line) {
         return doctor_command(line.doctor, std::cout);
     }
     if (app.got_subcommand("report")) {
-        return report_command(line.reported_directory, line.report_page, std::cout);
+        return report_command(line.reported_directory, line.report_page, std::cout, std::cerr);
     }
     if (app.got_subcommand("signal")) {
         return signal_command(line.signalled, line.signal, std::cerr);

@@ -50,12 +50,11 @@ void flush_standard_output_if_free() {
     }
 }
 
-/// \return nothing when frames are not to become files
-std::optional<tiff_file> file_writer(configuration const& chosen) {
-    if (!chosen.files) {
-        return std::nullopt;
-    }
-    return tiff_file(chosen.compression, "mediagrabber " MEDIAGRABBER_VERSION, chosen.model.value_or(std::string()));
+recording_format format_of(configuration const& chosen) {
+    return {.kind = chosen.output,
+            .compression = chosen.compression,
+            .software = "mediagrabber " MEDIAGRABBER_VERSION,
+            .model = chosen.model.value_or(std::string())};
 }
 
 }  // namespace
@@ -64,7 +63,7 @@ recording_session::recording_session(configuration_reader read, configuration fi
     : read_(std::move(read)),
       first_(std::move(first)),
       configurations_(first_),
-      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
+      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), format_of(first_)),
       exporter_(recording_, first_.export_buffers,
                 [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); }),
       intake_(&exporter_, first_.export_buffers, first_.frames, progress_),

@@ -18,7 +18,7 @@
 #include "host_context.hpp"
 #include "plugin_library.hpp"
 #include "progress_report.hpp"
-#include "recording.hpp"
+#include "recording/recording.hpp"
 #include "restart_policy.hpp"
 #include "service/service_manager.hpp"
 #include "signal_latch.hpp"

@@ -73,7 +73,7 @@ std::vector<key_case> const key_cases{
     {"run.retry_interval_s", "2", {"0", "86400"}, {"-1", "86401", "nan"}, ""},
     {"run.give_up_after", "0", {"0", "1000000", "\"never\""}, {"-1", "1000001", "\"always\"", "1.0"}, ""},
     {"output.directory", "\"recording\"", {"\"a/b\""}, {"\"\"", "5", "\"a\\u0000b\""}, ""},
-    {"output.files", "\"tiff\"", {"\"tiff\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
+    {"output.format", "\"tiff\"", {"\"tiff\"", "\"bigtiff\"", "\"raw\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
     {"output.compression", "\"none\"", {"\"none\"", "\"lzw\"", "\"deflate\""}, {"\"zip\"", "0", "true"}, ""},
     {"control.socket", "", {"\"/a/b\"", "\"none\""}, {"\"\"", "5", "\"" + std::string(108, 'x') + "\""}, ""},
     {"log.level",
