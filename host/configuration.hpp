@@ -97,6 +97,7 @@ struct configuration {
     std::string directory = "recording";
     output_format output = output_format::tiff;
     tiff_compression compression = tiff_compression::none;
+    std::optional<std::string> pipeline;
 
     // [control]
     std::optional<std::string> control_socket;  ///< path; empty: the default one

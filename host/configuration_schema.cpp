@@ -479,6 +479,11 @@ keys output_and_log_keys() {
             named_values<tiff_compression>{{"none", tiff_compression::none},
                                            {"lzw", tiff_compression::lzw},
                                            {"deflate", tiff_compression::deflate}}),
+        text_key({"output.pipeline", "", "none", "", next_start,
+                  "GStreamer pipeline that gets every frame, too, as gst-launch-1.0 takes it, beginning behind the"
+                  " source. In it {directory} is that of the recording, and {n} counts how often the pipeline has"
+                  " begun, from 1."},
+                 &configuration::pipeline, 4096),
         text_key({"control.socket", "", "by user and instance", "", next_start,
                   "Unix socket that `mediagrabber set` speaks to, mode 0600; \"none\": none."},
                  &configuration::control_socket, longest_socket_path),

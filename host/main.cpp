@@ -69,6 +69,9 @@ void declare(CLI::App& app, command_line& line) {
         ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{4'294'967'294}));
     run->add_option("--output", line.run.output, "Directory to record to; instead of output.directory");
 
+    run->add_option("--pipeline", line.run.pipeline,
+                    "GStreamer pipeline that gets every frame, too; instead of output.pipeline");
+
     app.add_subcommand("cameras", "List the cameras that the plug-in finds")->fallthrough();
 
     auto* const check = app.add_subcommand("check", "Check a configuration file and print the values in force");

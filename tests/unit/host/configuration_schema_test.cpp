@@ -75,6 +75,7 @@ std::vector<key_case> const key_cases{
     {"output.directory", "\"recording\"", {"\"a/b\""}, {"\"\"", "5", "\"a\\u0000b\""}, ""},
     {"output.format", "\"tiff\"", {"\"tiff\"", "\"bigtiff\"", "\"raw\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
     {"output.compression", "\"none\"", {"\"none\"", "\"lzw\"", "\"deflate\""}, {"\"zip\"", "0", "true"}, ""},
+    {"output.pipeline", "", {"\"fakesink\""}, {"\"\"", "5", "[\"fakesink\"]"}, ""},
     {"control.socket", "", {"\"/a/b\"", "\"none\""}, {"\"\"", "5", "\"" + std::string(108, 'x') + "\""}, ""},
     {"log.level",
      "\"warning\"",
