@@ -14,6 +14,14 @@ enum class control_mode : std::int32_t { untouched = 0, manual = 1, automatic = 
 
 enum class line_source : std::uint32_t { low = 1, exposure_active = 2 };
 
+/// What is written of a frame beside its line in the journal.
+enum class output_format : std::uint8_t {
+    tiff,     ///< a file a frame
+    bigtiff,  ///< a page of one file a frame
+    raw,      ///< one file with frame behind frame
+    none,
+};
+
 enum class tiff_compression : std::uint8_t { none, lzw, deflate };
 
 struct limits {
@@ -87,8 +95,9 @@ struct configuration {
 
     // [output]
     std::string directory = "recording";
-    bool files = true;
+    output_format output = output_format::tiff;
     tiff_compression compression = tiff_compression::none;
+    std::optional<std::string> pipeline;
 
     // [control]
     std::optional<std::string> control_socket;  ///< path; empty: the default one

@@ -467,14 +467,25 @@ keys output_and_log_keys() {
              "Where frames.jsonl and the frames are written; created when missing. {time} in it is when the recording"
              " begins, as 20261121T173318Z."},
             &configuration::directory, longest_path),
-        choice_key({"output.files", "", "\"tiff\"", "", next_start,
-                    "What is written of a frame beside its line in frames.jsonl: a TIFF file, or nothing."},
-                   &configuration::files, named_values<bool>{{"tiff", true}, {"none", false}}),
-        choice_key({"output.compression", "", "\"none\"", "", next_start, "Lossless compression of the TIFF files."},
-                   &configuration::compression,
-                   named_values<tiff_compression>{{"none", tiff_compression::none},
-                                                  {"lzw", tiff_compression::lzw},
-                                                  {"deflate", tiff_compression::deflate}}),
+        choice_key({"output.format", "", "\"tiff\"", "", next_start,
+                    "What is written of a frame beside its line in frames.jsonl: a TIFF file, a page of frames.tif"
+                    " (BigTIFF), its pixels to frames.raw, or nothing."},
+                   &configuration::output,
+                   named_values<output_format>{{"tiff", output_format::tiff},
+                                               {"bigtiff", output_format::bigtiff},
+                                               {"raw", output_format::raw},
+                                               {"none", output_format::none}}),
+        choice_key(
+            {"output.compression", "", "\"none\"", "", next_start, "Lossless compression of \"tiff\" and \"bigtiff\"."},
+            &configuration::compression,
+            named_values<tiff_compression>{{"none", tiff_compression::none},
+                                           {"lzw", tiff_compression::lzw},
+                                           {"deflate", tiff_compression::deflate}}),
+        text_key({"output.pipeline", "", "none", "", next_start,
+                  "GStreamer pipeline that gets every frame, too, as gst-launch-1.0 takes it, beginning behind the"
+                  " source. In it {directory} is that of the recording, and {n} counts how often the pipeline has"
+                  " begun, from 1."},
+                 &configuration::pipeline, longest_path),
         text_key({"control.socket", "", "by user and instance", "", next_start,
                   "Unix socket that `mediagrabber set` speaks to, mode 0600; \"none\": none."},
                  &configuration::control_socket, longest_socket_path),

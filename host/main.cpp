@@ -69,6 +69,9 @@ void declare(CLI::App& app, command_line& line) {
         ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{4'294'967'294}));
     run->add_option("--output", line.run.output, "Directory to record to; instead of output.directory");
 
+    run->add_option("--pipeline", line.run.pipeline,
+                    "GStreamer pipeline that gets every frame, too; instead of output.pipeline");
+
     app.add_subcommand("cameras", "List the cameras that the plug-in finds")->fallthrough();
 
     auto* const check = app.add_subcommand("check", "Check a configuration file and print the values in force");
@@ -148,7 +151,7 @@ exit_status execute(CLI::App const& app, command_line const& line) {
         return doctor_command(line.doctor, std::cout);
     }
     if (app.got_subcommand("report")) {
-        return report_command(line.reported_directory, line.report_page, std::cout);
+        return report_command(line.reported_directory, line.report_page, std::cout, std::cerr);
     }
     if (app.got_subcommand("signal")) {
         return signal_command(line.signalled, line.signal, std::cerr);

@@ -52,12 +52,11 @@ void flush_standard_output_if_free() {
     }
 }
 
-/// \return nothing when frames are not to become files
-std::optional<tiff_file> file_writer(configuration const& chosen) {
-    if (!chosen.files) {
-        return std::nullopt;
-    }
-    return tiff_file(chosen.compression, "mediagrabber " MEDIAGRABBER_VERSION, chosen.model.value_or(std::string()));
+recording_format format_of(configuration const& chosen) {
+    return {.kind = chosen.output,
+            .compression = chosen.compression,
+            .software = "mediagrabber " MEDIAGRABBER_VERSION,
+            .model = chosen.model.value_or(std::string())};
 }
 
 }  // namespace
@@ -66,16 +65,40 @@ recording_session::recording_session(configuration_reader read, configuration fi
     : read_(std::move(read)),
       first_(std::move(first)),
       configurations_(first_),
-      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
+      place_(recording_place(first_.directory, std::chrono::system_clock::now())),
+      pipeline_(make_pipeline()),
+      recording_(place_, format_of(first_)),
+      sinks_({{"files", &recording_}, {"pipeline", pipeline_.get()}}),
       onlookers_(first_),
       exporter_(
-          recording_, first_.export_buffers,
+          sink(), first_.export_buffers,
           [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); },
           onlookers_.watchers()),
       intake_(&exporter_, first_.export_buffers + onlookers_.frames_kept(), first_.frames, progress_),
       context_(configurations_, latch_, intake_, progress_, plugin),
       report_(progress_, exporter_, first_.frames),
       service_(progress_, [this] { return progress_line(report_.figures()); }) {}
+
+/// \return nothing when there is to be none
+std::unique_ptr<pipeline_sink> recording_session::make_pipeline() const {
+    if (!first_.pipeline) {
+        return nullptr;
+    }
+    using seconds = std::chrono::duration<double>;
+    return std::make_unique<pipeline_sink>(pipeline_sink::settings{.text = *first_.pipeline,
+                                                                   .directory = place_,
+                                                                   .retry_interval = seconds(first_.retry_interval_s),
+                                                                   .longest_end = seconds(first_.grace_time_s)},
+                                           [this] { return progress_.period_us.load(); });
+}
+
+/// What every frame goes to.
+frame_sink_like& recording_session::sink() {
+    if (pipeline_ != nullptr) {
+        return sinks_;
+    }
+    return recording_;
+}
 
 exit_status recording_session::run() {
     log_info("recording to " + recording_.directory().string() + " with plug-in " + context_.plugin_version());
@@ -241,14 +264,19 @@ bool recording_session::go_back(host_context::ended_run const& ended) {
     return true;
 }
 
-/// Waits for the disk, says what came of it, and judges.
+/// Waits for the disk and the pipeline, says what came of it, and judges.
 exit_status recording_session::finish(exit_status status) {
     stop_listening();
+    if (pipeline_ != nullptr) {
+        pipeline_->hurry();
+    }
     exporter_.finish();
+    bool const pipeline_ended = pipeline_ == nullptr || pipeline_->finish();
     report_.stop();
     auto const figures = report_.figures();
     log_lines(summary_text(figures, recording_.directory().string()), log_info);
-    bool const all_kept = figures.overrun == 0 && figures.not_written == 0 && figures.kept >= figures.wanted;
+    bool const all_kept =
+        pipeline_ended && figures.overrun == 0 && figures.not_written == 0 && figures.kept >= figures.wanted;
     return status == exit_status::success && !all_kept ? exit_status::frames_lost : status;
 }
 
@@ -302,7 +330,8 @@ void recording_session::report_failure(frame_record const& frame, std::string co
         return;
     }
     next_failure_report_ = ticks + std::chrono::nanoseconds(failure_report_interval).count();
-    log_error("frame " + std::to_string(frame.number) + " is not on disk: " + why);
+    log_error("frame " + std::to_string(frame.number) +
+              (pipeline_ == nullptr ? " is not on disk: " : " is not kept: ") + why);
 }
 
 }  // namespace mediagrabber

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "combined_sink.hpp"
 #include "configuration.hpp"
 #include "configuration_file.hpp"
 #include "configuration_store.hpp"
@@ -18,9 +19,10 @@
 #include "grab_progress.hpp"
 #include "host_context.hpp"
 #include "live/onlookers.hpp"
+#include "pipeline/pipeline_sink.hpp"
 #include "plugin_library.hpp"
 #include "progress_report.hpp"
-#include "recording.hpp"
+#include "recording/recording.hpp"
 #include "restart_policy.hpp"
 #include "service/service_manager.hpp"
 #include "signal_latch.hpp"
@@ -55,6 +57,8 @@ private:
     void report_changes(configuration const& next) const;
     host_context::ended_run run_once();
     bool go_back(host_context::ended_run const& ended);
+    std::unique_ptr<pipeline_sink> make_pipeline() const;
+    frame_sink_like& sink();
     void report_failure(frame_record const& frame, std::string const& why);
 
     configuration_reader const read_;
@@ -62,7 +66,10 @@ private:
     grab_progress progress_;
     signal_latch latch_;
     configuration_store configurations_;
+    std::filesystem::path const place_;
+    std::unique_ptr<pipeline_sink> const pipeline_;  ///< before the recording: one that can't be leaves no trace
     recording recording_;
+    combined_sink sinks_;
     onlookers onlookers_;
     frame_exporter exporter_;
     frame_intake intake_;

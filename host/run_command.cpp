@@ -24,6 +24,9 @@ loaded_configuration read_configuration(run_options const& options) {
     if (!options.output.empty()) {
         loaded.values.directory = options.output;
     }
+    if (options.pipeline) {
+        loaded.values.pipeline = options.pipeline->empty() ? std::nullopt : options.pipeline;
+    }
     if (goes_to_journal(STDOUT_FILENO) && !loaded.origins.contains("log.sinks")) {
         loaded.values.log_sinks = system_log;  // which keeps the levels of what the plug-in says
     }

@@ -12,7 +12,8 @@ struct run_options {
     std::filesystem::path configuration;
     std::filesystem::path plugin;  ///< empty: the one that belongs to this program
     std::optional<std::uint32_t> frames;
-    std::filesystem::path output;  ///< empty: as configured
+    std::filesystem::path output;         ///< empty: as configured
+    std::optional<std::string> pipeline;  ///< empty text: none
 };
 
 /// `mediagrabber run`: records until the frames asked for are there, or a signal asks for the end.

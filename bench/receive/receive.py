@@ -35,7 +35,7 @@ time_us = 100
 [memory]
 buffers = 16
 [output]
-files = "none"
+format = "none"
 [control]
 socket = "none"
 """

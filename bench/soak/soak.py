@@ -46,7 +46,7 @@ enable = true
 [memory]
 export_buffers = 64
 [output]
-files = "none"
+format = "none"
 [run]
 retry_interval_s = 0.5
 give_up_after = "never"

@@ -237,7 +237,7 @@ finding judge_disk(double bytes_per_s, demand const& asked, std::string const& d
         .what = what,
         .found = megabytes(bytes_per_s),
         .wanted = megabytes(disk_reserve * asked.bytes_per_s) + ": frames come with " + megabytes(asked.bytes_per_s),
-        .command = "another disk, a smaller region or rate, or output.files = \"none\""};
+        .command = "another disk, a smaller region or rate, or output.format = \"none\""};
 }
 
 }  // namespace mediagrabber

@@ -50,7 +50,7 @@ exit_status doctor_command(doctor_options const& options, std::ostream& out) {
         options.configuration.empty() ? configuration() : load_configuration(options.configuration).values;
     demand const asked = demand_of(configured);
     auto findings = diagnose(examine_machine(options.root, options.interface), asked);
-    if (configured.files) {
+    if (configured.output != output_format::none) {
         auto const directory =
             existing(options.directory.empty() ? std::filesystem::path(configured.directory) : options.directory);
         findings.push_back(judge_disk(measure_disk(directory, measured_bytes), asked, directory.string()));

@@ -3,10 +3,18 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <system_error>
+
+#include "recording/frame_pixels.hpp"
 
 namespace mediagrabber {
 
@@ -23,6 +31,8 @@ std::optional<value> value_or_nothing(nlohmann::json const& line, char const* ke
 journal_entry entry_of(nlohmann::json const& line) {
     journal_entry made;
     made.file = value_or_nothing<std::string>(line, "file");
+    made.page = value_or_nothing<std::uint64_t>(line, "page");
+    made.offset = value_or_nothing<std::uint64_t>(line, "offset");
     made.number = line.at("frame");
     made.timestamp_us = line.at("timestamp_us");
     made.gain_db = value_or_nothing<double>(line, "gain_db");
@@ -42,12 +52,48 @@ journal_entry entry_of(nlohmann::json const& line) {
     return made;
 }
 
-/// A page of a file that is read line by line.
-class tiff_page {
+/// The lines of a frame, as its file holds them; they are gone to downwards.
+class frame_lines_like {
 public:
-    explicit tiff_page(fs::path const& file) : tiff_(TIFFOpen(file.c_str(), "r"), TIFFClose) {
+    virtual ~frame_lines_like() = default;
+    virtual void go_to(std::uint32_t y) = 0;
+    /// A value of the line that was gone to, on the format's scale.
+    virtual unsigned at(std::uint32_t x) const = 0;
+
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+
+protected:
+    frame_lines_like() = default;
+    frame_lines_like(frame_lines_like const&) = default;
+    frame_lines_like& operator=(frame_lines_like const&) = default;
+};
+
+[[gnu::format(printf, 4, 0)]] int take_complaint(TIFF* /*tiff*/, void* user, char const* /*module*/, char const* format,
+                                                 va_list arguments) {
+    std::array<char, 256> text{};
+    std::vsnprintf(text.data(), text.size(), format, arguments);
+    auto& complaint = *static_cast<std::string*>(user);
+    if (complaint.empty()) {
+        complaint = text.data();
+    }
+    return 1;
+}
+
+int ignore_warning(TIFF* /*tiff*/, void* /*user*/, char const* /*module*/, char const* /*format*/,
+                   va_list /*arguments*/) {
+    return 1;
+}
+
+/// A page of a TIFF file.
+class tiff_lines final : public frame_lines_like {
+public:
+    tiff_lines(fs::path const& file, std::uint64_t page) : name_(file.string()), tiff_(open(file), TIFFClose) {
         if (tiff_ == nullptr) {
-            throw std::runtime_error(file.string() + " can't be read as TIFF");
+            fail("can't be read as TIFF");
+        }
+        if (page > most_pages || TIFFSetDirectory(tiff_.get(), static_cast<tdir_t>(page)) != 1) {
+            fail("has no page " + std::to_string(page));
         }
         TIFFGetField(tiff_.get(), TIFFTAG_IMAGEWIDTH, &width);
         TIFFGetField(tiff_.get(), TIFFTAG_IMAGELENGTH, &height);
@@ -55,36 +101,97 @@ public:
         TIFFGetFieldDefaulted(tiff_.get(), TIFFTAG_SAMPLESPERPIXEL, &samples_);
         auto const bytes = static_cast<std::size_t>(std::max<tmsize_t>(TIFFScanlineSize(tiff_.get()), 0));
         if (samples_ != 1 || (bits_ != 8 && bits_ != 16) || bytes < std::size_t{width} * bits_ / 8) {
-            throw std::runtime_error(file.string() + " is no frame: it has " + std::to_string(samples_) +
-                                     " samples of " + std::to_string(bits_) + " bits a pixel");
+            throw std::runtime_error(name_ + " is no frame: it has " + std::to_string(samples_) + " samples of " +
+                                     std::to_string(bits_) + " bits a pixel");
         }
         line_.resize(bytes);
     }
 
-    /// Lines are gone to downwards: those between have to be read where they are compressed.
-    void go_to(std::uint32_t y) {
+    /// The lines between have to be read where they are compressed.
+    void go_to(std::uint32_t y) override {
         while (next_ <= y) {
             if (TIFFReadScanline(tiff_.get(), line_.data(), next_++) != 1) {
-                throw std::runtime_error("the file ends in line " + std::to_string(next_ - 1));
+                fail("ends in line " + std::to_string(next_ - 1));
             }
         }
     }
-    /// \param shift bits to leave out of a value
-    std::uint8_t at(std::uint32_t x, unsigned shift) const {
-        unsigned const value = bits_ == 8 ? line_[x] : line_[2 * x] | unsigned{line_[2 * x + 1]} << 8U;
-        return static_cast<std::uint8_t>(std::min(value >> shift, 255U));
+    unsigned at(std::uint32_t x) const override {
+        return bits_ == 8 ? line_[x] : line_[2 * std::size_t{x}] | unsigned{line_[2 * std::size_t{x} + 1]} << 8U;
     }
 
-    std::uint32_t width = 0;
-    std::uint32_t height = 0;
-
 private:
+    static constexpr std::uint64_t most_pages = std::numeric_limits<tdir_t>::max();
+
+    /// libtiff's own words go into the exception's.
+    TIFF* open(fs::path const& file) {
+        std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions*)> const options(TIFFOpenOptionsAlloc(),
+                                                                                   TIFFOpenOptionsFree);
+        TIFFOpenOptionsSetErrorHandlerExtR(options.get(), take_complaint, &complaint_);
+        TIFFOpenOptionsSetWarningHandlerExtR(options.get(), ignore_warning, nullptr);
+        return TIFFOpenExt(file.c_str(), "r", options.get());
+    }
+    [[noreturn]] void fail(std::string const& what) const {
+        throw std::runtime_error(name_ + " " + what + (complaint_.empty() ? "" : ": " + complaint_));
+    }
+
+    std::string const name_;
+    std::string complaint_;
     std::unique_ptr<TIFF, void (*)(TIFF*)> tiff_;
     std::uint16_t bits_ = 0;
     std::uint16_t samples_ = 0;
     std::vector<std::uint8_t> line_;
     std::uint32_t next_ = 0;
 };
+
+/// A piece of a file of pixels without gaps.
+class raw_lines final : public frame_lines_like {
+public:
+    raw_lines(fs::path const& file, journal_entry const& entry)
+        : name_(file.string()), in_(file, std::ios::binary), offset_(*entry.offset) {
+        if (!in_) {
+            throw std::runtime_error(name_ + " can't be read: " + std::generic_category().message(errno));
+        }
+        width = entry.width;
+        height = entry.height;
+        record_.format = entry.format;
+        record_.width = width;
+        record_.height = 1;
+        record_.stride = static_cast<std::uint32_t>(entry.format->line_bytes(width));
+        stored_.resize(record_.stride);
+        line_.resize(std::size_t{width} * unpacked_bits(*entry.format) / 8);
+    }
+
+    void go_to(std::uint32_t y) override {
+        in_.seekg(static_cast<std::streamoff>(offset_ + std::uint64_t{y} * stored_.size()));
+        in_.read(reinterpret_cast<char*>(stored_.data()), static_cast<std::streamsize>(stored_.size()));
+        if (!in_) {
+            throw std::runtime_error(name_ + " ends in line " + std::to_string(y) + " of a frame");
+        }
+        unpack_line({record_, stored_}, 0, line_);
+    }
+    unsigned at(std::uint32_t x) const override {
+        auto const byte_at = [this](std::size_t i) { return std::to_integer<unsigned>(line_[i]); };
+        return unpacked_bits(*record_.format) == 8
+                   ? byte_at(x)
+                   : byte_at(2 * std::size_t{x}) | byte_at(2 * std::size_t{x} + 1) << 8U;
+    }
+
+private:
+    std::string const name_;
+    std::ifstream in_;
+    std::uint64_t const offset_;
+    frame_record record_;  ///< of a single line
+    std::vector<std::byte> stored_;
+    std::vector<std::byte> line_;
+};
+
+std::unique_ptr<frame_lines_like> lines_of(fs::path const& directory, journal_entry const& entry) {
+    fs::path const file = directory / entry.file.value();
+    if (entry.offset) {
+        return std::make_unique<raw_lines>(file, entry);
+    }
+    return std::make_unique<tiff_lines>(file, entry.page.value_or(0));
+}
 
 }  // namespace
 
@@ -108,29 +215,32 @@ std::vector<journal_entry> read_journal(fs::path const& directory) {
     return entries;
 }
 
-small_picture read_thumbnail(fs::path const& file, pixel_format const& format, std::uint32_t widest) {
-    tiff_page page(file);
-    unsigned const shift = format.significant_bits - 8;
-    std::uint32_t const cell = format.bayer ? 2 : 1;
-    std::uint32_t const step = std::max(1U, (page.width / cell + widest - 1) / widest) * cell;
+small_picture read_thumbnail(fs::path const& directory, journal_entry const& entry, std::uint32_t widest) {
+    auto const lines = lines_of(directory, entry);
+    bool const bayer = entry.format->bayer;
+    auto const value_at = [&, shift = entry.format->significant_bits - 8](std::uint32_t x) {
+        return static_cast<std::uint8_t>(std::min(lines->at(x) >> shift, 255U));
+    };
+    std::uint32_t const cell = bayer ? 2 : 1;
+    std::uint32_t const step = std::max(1U, (lines->width / cell + widest - 1) / widest) * cell;
     small_picture made{
-        .width = page.width / step, .height = page.height / step, .channels = format.bayer ? 3U : 1U, .values = {}};
+        .width = lines->width / step, .height = lines->height / step, .channels = bayer ? 3U : 1U, .values = {}};
     made.values.reserve(std::size_t{made.width} * made.height * made.channels);
     std::vector<std::uint8_t> reds(made.width);
     for (std::uint32_t y = 0; y < made.height; ++y) {
-        page.go_to(y * step);
-        if (!format.bayer) {
+        lines->go_to(y * step);
+        if (!bayer) {
             for (std::uint32_t x = 0; x < made.width; ++x) {
-                made.values.push_back(page.at(x * step, shift));
+                made.values.push_back(value_at(x * step));
             }
             continue;
         }
         for (std::uint32_t x = 0; x < made.width; ++x) {
-            reds[x] = page.at(x * step, shift);
+            reds[x] = value_at(x * step);
         }
-        page.go_to(y * step + 1);
+        lines->go_to(y * step + 1);
         for (std::uint32_t x = 0; x < made.width; ++x) {
-            made.values.insert(made.values.end(), {reds[x], page.at(x * step, shift), page.at(x * step + 1, shift)});
+            made.values.insert(made.values.end(), {reds[x], value_at(x * step), value_at(x * step + 1)});
         }
     }
     return made;

@@ -15,7 +15,9 @@ namespace mediagrabber {
 /// A line of frames.jsonl; null there is absent here.
 struct journal_entry {
     std::optional<std::string> file;
-    std::uint64_t number = 0;  ///< lost frames are counted, too
+    std::optional<std::uint64_t> page;    ///< of a file with many, from 0
+    std::optional<std::uint64_t> offset;  ///< bytes, in a file that is nothing but pixels
+    std::uint64_t number = 0;             ///< lost frames are counted, too
     std::uint64_t timestamp_us = 0;
     std::optional<double> gain_db;
     std::optional<double> exposure_us;
@@ -38,9 +40,10 @@ struct small_picture {
     std::vector<std::uint8_t> values;
 };
 
-/// A frame's file, made smaller by leaving pixels out. Of a mosaic of colours each cell becomes a pixel.
+/// A frame of a recording, made smaller by leaving pixels out. Of a mosaic of colours each cell becomes a pixel.
+/// \param entry  has to name a file
 /// \param widest pixels in a line, at most
 /// \throws std::runtime_error when the file can't be read
-small_picture read_thumbnail(std::filesystem::path const& file, pixel_format const& format, std::uint32_t widest);
+small_picture read_thumbnail(std::filesystem::path const& directory, journal_entry const& entry, std::uint32_t widest);
 
 }  // namespace mediagrabber

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fstream>
 #include <system_error>
+#include <utility>
 
 #include "report/recording_facts.hpp"
 #include "report/recording_reader.hpp"
@@ -16,8 +17,9 @@ namespace {
 constexpr std::size_t most_thumbnails = 12;
 constexpr std::uint32_t thumbnail_width = 240;  ///< pixels
 
-/// From the whole length of the recording, those frames that have a file.
-std::vector<thumbnail> thumbnails_of(std::filesystem::path const& directory, std::vector<journal_entry> const& frames) {
+/// From the whole length of the recording, those frames that have a file. What can't be read is said and left out.
+std::vector<thumbnail> thumbnails_of(std::filesystem::path const& directory, std::vector<journal_entry> const& frames,
+                                     std::ostream& complaints) {
     std::vector<journal_entry const*> with_file;
     for (auto const& one : frames) {
         if (one.file) {
@@ -29,19 +31,26 @@ std::vector<thumbnail> thumbnails_of(std::filesystem::path const& directory, std
     for (std::size_t i = 0; i < count; ++i) {
         auto const& frame = *with_file[count == 1 ? 0 : i * (with_file.size() - 1) / (count - 1)];
         double const at_us = static_cast<double>(frame.timestamp_us) - static_cast<double>(frames.front().timestamp_us);
-        made.push_back({.at_s = at_us / 1e6,
-                        .frame = frame.number,
-                        .picture = read_thumbnail(directory / *frame.file, *frame.format, thumbnail_width)});
+        thumbnail one{.at_s = at_us / 1e6, .frame = frame.number, .picture = {}, .missing = {}};
+        try {
+            one.picture = read_thumbnail(directory, frame, thumbnail_width);
+        } catch (std::exception const& error) {
+            one.missing = error.what();
+            complaints << "mediagrabber: there is no picture of frame " << frame.number << ": " << error.what() << '\n';
+        }
+        made.push_back(std::move(one));
     }
     return made;
 }
 
 }  // namespace
 
-exit_status report_command(std::filesystem::path const& directory, std::filesystem::path page, std::ostream& out) {
+exit_status report_command(std::filesystem::path const& directory, std::filesystem::path page, std::ostream& out,
+                           std::ostream& complaints) {
     auto const frames = read_journal(directory);
     std::string const name = std::filesystem::absolute(directory).lexically_normal().filename().string();
-    auto const text = report_page("Recording " + name, facts_of(frames), frames, thumbnails_of(directory, frames));
+    auto const text =
+        report_page("Recording " + name, facts_of(frames), frames, thumbnails_of(directory, frames, complaints));
     if (page.empty()) {
         page = directory / "report.html";
     }

@@ -213,6 +213,11 @@ std::string pictures(std::span<thumbnail const> thumbnails) {
     std::string made = "<div class=\"pictures\">";
     for (thumbnail const& one : thumbnails) {
         std::string const caption = "frame " + std::to_string(one.frame) + ", " + number(one.at_s, 2) + " s";
+        if (!one.missing.empty()) {
+            made.append("<figure><figcaption>").append(caption).append(": ");
+            made.append(escaped(one.missing)).append("</figcaption></figure>");
+            continue;
+        }
         made.append("<figure><img alt=\"").append(caption);
         made.append("\" src=\"data:image/png;base64,").append(base64(as_png(one.picture)));
         made.append("\"><figcaption>").append(caption).append("</figcaption></figure>");

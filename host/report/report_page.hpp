@@ -13,6 +13,7 @@ struct thumbnail {
     double at_s = 0;          ///< after the first frame
     std::uint64_t frame = 0;  ///< its number
     small_picture picture;
+    std::string missing;  ///< why there is no picture; empty: there is one
 };
 
 /// A page of HTML about a recording that needs nothing beside itself: figures, charts and pictures are inside.

@@ -220,7 +220,7 @@ def configuration_file():
     write("configuration_file", "lines", '[[line]]\npin = "Out1"\nsource = "exposure_active"\ninverted = true\n'
           '[[line]]\npin = "Out2"\nsource = "low"\n')
     write("configuration_file", "running", '[memory]\nbuffers = 8\nexport_buffers = 4\n[run]\nframes = 100\n'
-          'grace_time_s = 2.5\nretry_interval_s = 1\ngive_up_after = "never"\n[output]\ndirectory = "a/b"\nfiles = false\n'
+          'grace_time_s = 2.5\nretry_interval_s = 1\ngive_up_after = "never"\n[output]\ndirectory = "a/b"\nformat = "bigtiff"\n'
           'compression = "deflate"\n[control]\nsocket = "none"\n[log]\nlevel = "debug"\nsinks = ["stdout", "syslog"]\n'
           'instance = 3\n')
     write("configuration_file", "spellings", "# comment\n'image'.\"width\" = 0x280\nimage.height = 0o740 # octal\n"

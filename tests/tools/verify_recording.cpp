@@ -31,23 +31,47 @@ namespace {
 
 namespace fs = std::filesystem;
 
-picture read_tiff(fs::path const& file) {
-    std::unique_ptr<TIFF, void (*)(TIFF*)> const tiff(TIFFOpen(file.c_str(), "r"), TIFFClose);
-    if (tiff == nullptr) {
-        throw std::runtime_error("can't be read as TIFF");
+/// Opens TIFF files; the one that was opened last stays open, and is read on where it was: pages come in their order.
+class tiff_reader {
+public:
+    TIFF* page(fs::path const& file, std::uint32_t number) {
+        if (tiff_ == nullptr || file != opened_) {
+            tiff_.reset(TIFFOpen(file.c_str(), "r"));
+            opened_ = file;
+        }
+        if (tiff_ == nullptr) {
+            throw std::runtime_error("can't be read as TIFF");
+        }
+        std::uint32_t const here = TIFFCurrentDirectory(tiff_.get());
+        bool const there = number == here || (number == here + 1 ? TIFFReadDirectory(tiff_.get()) == 1
+                                                                 : TIFFSetDirectory(tiff_.get(), number) == 1);
+        if (!there) {
+            throw std::runtime_error("has no page " + std::to_string(number));
+        }
+        return tiff_.get();
     }
+
+private:
+    struct closer {
+        void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+    };
+    std::unique_ptr<TIFF, closer> tiff_;
+    fs::path opened_;
+};
+
+picture read_tiff(TIFF* tiff) {
     picture read;
     std::uint16_t bits = 0;
-    TIFFGetField(tiff.get(), TIFFTAG_IMAGEWIDTH, &read.width);
-    TIFFGetField(tiff.get(), TIFFTAG_IMAGELENGTH, &read.height);
-    TIFFGetField(tiff.get(), TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &read.width);
+    TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &read.height);
+    TIFFGetField(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
     if (bits != 8 && bits != 16) {
         throw std::runtime_error("has " + std::to_string(bits) + " bits a pixel");
     }
-    std::vector<std::uint8_t> line(static_cast<std::size_t>(TIFFScanlineSize(tiff.get())));
+    std::vector<std::uint8_t> line(static_cast<std::size_t>(TIFFScanlineSize(tiff)));
     read.values.reserve(std::size_t{read.width} * read.height);
     for (std::uint32_t y = 0; y < read.height; ++y) {
-        if (TIFFReadScanline(tiff.get(), line.data(), y) != 1) {
+        if (TIFFReadScanline(tiff, line.data(), y) != 1) {
             throw std::runtime_error("ends in line " + std::to_string(y));
         }
         for (std::uint32_t x = 0; x < read.width; ++x) {
@@ -76,6 +100,28 @@ std::uint16_t sent_value(std::byte const* line, std::uint32_t x, camsim::pixel_f
             break;
     }
     return static_cast<std::uint16_t>(value);
+}
+
+/// What the pixels of a frame are that was written as it lay in memory.
+picture read_raw(fs::path const& file, std::uint64_t offset, std::uint64_t bytes, picture read,
+                 camsim::pixel_format format) {
+    std::vector<std::byte> pixels(bytes);
+    std::ifstream in(file, std::ios::binary);
+    in.seekg(static_cast<std::streamoff>(offset));
+    in.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(bytes));
+    if (!in) {
+        throw std::runtime_error("ends within the frame");
+    }
+    std::size_t const stride = camsim::line_bytes(read.width, format);
+    if (stride * read.height != bytes) {
+        throw std::runtime_error("has " + std::to_string(bytes) + " bytes for the frame");
+    }
+    for (std::uint32_t y = 0; y < read.height; ++y) {
+        for (std::uint32_t x = 0; x < read.width; ++x) {
+            read.values.push_back(sent_value(pixels.data() + y * stride, x, format));
+        }
+    }
+    return read;
 }
 
 /// Renders frames again as the camera sent them.
@@ -115,8 +161,21 @@ pixel_meaning meaning_of(camsim::pixel_format format) {
     }
 }
 
+camsim::pixel_format format_called(std::string const& codec) {
+    return codec == "MONO12PT"    ? camsim::pixel_format::mono12_packed
+           : codec == "MONO12T"   ? camsim::pixel_format::mono12
+           : codec == "BayerRG8T" ? camsim::pixel_format::bayer_rg8
+                                  : camsim::pixel_format::mono8;
+}
+
 struct recorded_frame {
     std::string file;
+    std::uint32_t page = 0;
+    std::optional<std::uint64_t> offset;  ///< in a file of nothing but pixels
+    std::uint64_t bytes = 0;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    camsim::pixel_format format = camsim::pixel_format::mono8;  ///< in a file of nothing but pixels
     pixel_meaning meaning;
     std::uint64_t number = 0;
     std::optional<std::uint64_t> ticks;
@@ -131,9 +190,20 @@ std::vector<recorded_frame> read_journal(fs::path const& directory) {
     for (std::string text; std::getline(in, text);) {
         auto const line = nlohmann::json::parse(text);
         if (line.at("file").is_null()) {
-            throw std::runtime_error("the recording has no files to compare, it was made with output.files = \"none\"");
+            throw std::runtime_error(
+                "the recording has no files to compare, it was made with output.format = \"none\"");
         }
-        recorded_frame frame{.file = line.at("file"), .meaning = {}, .number = line.at("frame"), .ticks = {}};
+        recorded_frame frame;
+        frame.file = line.at("file");
+        frame.number = line.at("frame");
+        frame.page = line.value("page", 0U);
+        if (line.contains("offset")) {
+            frame.offset = line.at("offset").get<std::uint64_t>();
+            frame.bytes = line.at("bytes");
+        }
+        frame.width = line.at("width");
+        frame.height = line.at("height");
+        frame.format = format_called(line.at("format"));
         frame.meaning = {.bits = line.at("significant_bits"), .bayer = line.at("format") == "BayerRG8T"};
         if (!line.at("ticks").is_null()) {
             frame.ticks = line.at("ticks").get<std::uint64_t>();
@@ -141,6 +211,15 @@ std::vector<recorded_frame> read_journal(fs::path const& directory) {
         frames.push_back(std::move(frame));
     }
     return frames;
+}
+
+picture read_frame(fs::path const& directory, recorded_frame const& frame, tiff_reader& reader) {
+    fs::path const file = directory / frame.file;
+    if (!frame.offset) {
+        return read_tiff(reader.page(file, frame.page));
+    }
+    picture const size{.width = frame.width, .height = frame.height, .values = {}};
+    return read_raw(file, *frame.offset, frame.bytes, size, frame.format);
 }
 
 /// What came out of the comparison.
@@ -197,6 +276,7 @@ bool was_falsified(camsim::truth_frame const& frame) {
 
 void compare(fs::path const& directory, std::vector<recorded_frame> const& recorded, matches const& found,
              sent_in_order const& sent, bool is_turned, sent_frames& renderer, verdict& result) {
+    tiff_reader reader;
     for (std::size_t index = 0; index < recorded.size(); ++index) {
         auto const& frame = recorded[index];
         auto const complain = [&](std::string const& what) {
@@ -209,7 +289,7 @@ void compare(fs::path const& directory, std::vector<recorded_frame> const& recor
         }
         auto const& original = sent[*found[index]];
         try {
-            if (read_tiff(directory / frame.file) ==
+            if (read_frame(directory, frame, reader) ==
                 expected_picture(original.settings, frame.meaning, is_turned, renderer)) {
                 ++result.identical;
             } else if (was_falsified(original)) {

@@ -144,7 +144,7 @@ class Doctor(unittest.TestCase):
 
     def test_measures_no_disk_that_no_frame_is_written_to(self):
         with tempfile.NamedTemporaryFile("w", suffix=".toml") as file:
-            file.write('output.files = "none"\n')
+            file.write('output.format = "none"\n')
             file.flush()
             self.assertNotIn("disk of", command("doctor", "--config", file.name).stdout)
 

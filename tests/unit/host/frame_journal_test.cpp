@@ -1,4 +1,4 @@
-#include "frame_journal.hpp"
+#include "recording/frame_journal.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -31,6 +31,10 @@ protected:
     int const descriptor;
 };
 
+frame_place in_file(std::string const& name) {
+    return {.file = name, .page = {}, .offset = {}, .bytes = {}};
+}
+
 frame_record full_record() {
     return {.number = 3,
             .timestamp_us = 1'700'000'000'123'456,
@@ -50,7 +54,7 @@ frame_record full_record() {
 }  // namespace
 
 TEST(JournalLine, HasEveryValueThatWasPublished) {
-    EXPECT_EQ(journal_line(full_record(), "a.tif"),
+    EXPECT_EQ(journal_line(full_record(), in_file("a.tif")),
               "{\"file\":\"a.tif\",\"frame\":3,\"timestamp_us\":1700000000123456,"
               "\"handed_over_us\":1700000000130000,\"announced_us\":1700000000123450,"
               "\"ticks\":18446744073709551615,\"gain_db\":1.5,\"exposure_us\":250.0,\"counter\":4294967295,"
@@ -61,21 +65,29 @@ TEST(JournalLine, HasEveryValueThatWasPublished) {
 TEST(JournalLine, HasNullForWhatWasNotPublished) {
     frame_record record;
     record.format = &pixel_formats[0];
-    auto const line = nlohmann::json::parse(journal_line(record, "a.tif"));
+    auto const line = nlohmann::json::parse(journal_line(record, in_file("a.tif")));
     for (char const* const name : {"announced_us", "ticks", "gain_db", "exposure_us", "counter", "temperature_c"}) {
         EXPECT_TRUE(line.at(name).is_null()) << name;
     }
 }
 
 TEST(JournalLine, HasNullForAFileThatIsNot) {
-    EXPECT_TRUE(nlohmann::json::parse(journal_line(full_record(), std::nullopt)).at("file").is_null());
+    EXPECT_TRUE(nlohmann::json::parse(journal_line(full_record(), {})).at("file").is_null());
+}
+
+TEST(JournalLine, SaysWhereInItsFileAFrameIs) {
+    frame_place const page{.file = "frames.tif", .page = 7, .offset = {}, .bytes = {}};
+    EXPECT_EQ(journal_line(full_record(), page).find(R"({"file":"frames.tif","page":7,"frame":3,)"), 0U);
+    frame_place const piece{.file = "frames.raw", .page = {}, .offset = 0, .bytes = 460'800};
+    EXPECT_EQ(journal_line(full_record(), piece).find(R"({"file":"frames.raw","offset":0,"bytes":460800,"frame":3,)"),
+              0U);
 }
 
 TEST(JournalLine, HasNullForWhatIsNoNumber) {
     auto record = full_record();
     record.gain_db = -std::numeric_limits<float>::infinity();
     record.exposure_us = std::numeric_limits<float>::quiet_NaN();
-    auto const line = nlohmann::json::parse(journal_line(record, "a.tif"));
+    auto const line = nlohmann::json::parse(journal_line(record, in_file("a.tif")));
     EXPECT_TRUE(line.at("gain_db").is_null());
     EXPECT_TRUE(line.at("exposure_us").is_null());
 }

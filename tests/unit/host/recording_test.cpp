@@ -1,4 +1,4 @@
-#include "recording.hpp"
+#include "recording/recording.hpp"
 
 #include <gmock/gmock.h>
 
@@ -18,8 +18,12 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
-tiff_file writer() {
-    return {tiff_compression::none, "tester", ""};
+recording_format as(output_format kind) {
+    return {.kind = kind, .compression = tiff_compression::none, .software = "tester", .model = ""};
+}
+
+recording_format writer() {
+    return as(output_format::tiff);
 }
 
 std::set<std::string> names_in(std::filesystem::path const& directory) {
@@ -60,7 +64,7 @@ sample_frame frame_number(std::uint64_t number) {
 TEST(Recording, HoldsOnlyLinesWhenThereAreToBeNoFiles) {
     temporary_directory const parent;
     auto const directory = parent.path() / "a";
-    recording made(directory, std::nullopt);
+    recording made(directory, as(output_format::none));
     auto const bytes = made.keep(frame_number(1).view());
     EXPECT_THAT(names_in(directory), UnorderedElementsAre("frames.jsonl"));
     auto const lines = journal_lines(directory);
@@ -117,6 +121,24 @@ TEST(Recording, LeavesNothingOfAFrameThatFindsNoRoom) {
     EXPECT_EQ(journal_lines(directory.path()).size(), 2U);
 }
 
+TEST(Recording, LeavesNoFrameInItsFileThatTheJournalHasNoRoomFor) {
+    // The one file grows more slowly than the journal: a frame has fewer pixels than its line has characters.
+    temporary_directory const directory;
+    recording made(directory.path(), as(output_format::raw));
+    auto frame = make_frame(pixel_formats[0], 2, 2);
+    while (std::filesystem::file_size(directory.path() / "frames.jsonl") < 4'000) {
+        made.keep(frame.view());
+    }
+    auto const before = std::filesystem::file_size(directory.path() / "frames.raw");
+    {
+        file_size_limit const limit(std::filesystem::file_size(directory.path() / "frames.jsonl") + 10);
+        EXPECT_THROW(made.keep(frame.view()), std::system_error);
+    }
+    EXPECT_EQ(std::filesystem::file_size(directory.path() / "frames.raw"), before);
+    made.keep(frame.view());
+    EXPECT_EQ(nlohmann::json::parse(journal_lines(directory.path()).back()).at("offset"), before);
+}
+
 TEST(Recording, LeavesNoFrameThatTheJournalHasNoRoomFor) {
     temporary_directory const directory;
     recording made(directory.path(), writer());
@@ -132,6 +154,44 @@ TEST(Recording, LeavesNoFrameThatTheJournalHasNoRoomFor) {
     }
     EXPECT_EQ(names_in(directory.path()), names);
     EXPECT_EQ(journal_lines(directory.path()), lines);
+}
+
+TEST(Recording, LeavesOthersAloneWhateverItsFormat) {
+    for (auto const kind : {output_format::bigtiff, output_format::raw}) {
+        temporary_directory const parent;
+        auto const directory = parent.path() / "a";
+        {
+            recording made(directory, as(kind));
+            made.keep(frame_number(1).view());
+        }
+        auto const names = names_in(directory);
+        EXPECT_EQ(names.size(), 2U);
+        for (auto const other : {output_format::tiff, output_format::bigtiff, output_format::raw}) {
+            EXPECT_THROW(recording(directory, as(other)), std::runtime_error);
+            EXPECT_EQ(names_in(directory), names);
+        }
+    }
+}
+
+TEST(Recording, HoldsOneFileAndALineForEachFrame) {
+    temporary_directory const directory;
+    std::pair<output_format, std::string> const kinds[] = {{output_format::bigtiff, "frames.tif"},
+                                                           {output_format::raw, "frames.raw"}};
+    for (auto const& [kind, name] : kinds) {
+        auto const place = directory.path() / name;
+        recording made(place, as(kind));
+        std::size_t const bytes = made.keep(frame_number(1).view()) + made.keep(frame_number(2).view());
+        EXPECT_THAT(names_in(place), UnorderedElementsAre("frames.jsonl", name));
+        auto const lines = journal_lines(place);
+        ASSERT_EQ(lines.size(), 2U);
+        auto const second = nlohmann::json::parse(lines[1]);
+        EXPECT_EQ(second.at("file"), name);
+        EXPECT_EQ(second.value("page", 99), kind == output_format::bigtiff ? 1 : 99);
+        EXPECT_EQ(second.value("offset", 99), kind == output_format::raw ? 128 : 99);
+        // BigTIFF's header belongs to no frame.
+        std::size_t const header = kind == output_format::bigtiff ? 16 : 0;
+        EXPECT_EQ(bytes + header, std::filesystem::file_size(place / name) + lines[0].size() + lines[1].size() + 2);
+    }
 }
 
 TEST(Recording, StaysInItsDirectoryWhereverThatIsMoved) {

@@ -1,18 +1,17 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <unistd.h>
-
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
-#include "frame_journal.hpp"
+#include "recording/frame_journal.hpp"
+#include "recording/recording.hpp"
 #include "report/chart.hpp"
 #include "report/recording_facts.hpp"
 #include "report/recording_reader.hpp"
+#include "report/report_command.hpp"
 #include "report/report_page.hpp"
 #include "sample_frames.hpp"
 #include "temporary_directory.hpp"
-#include "tiff_file.hpp"
 
 using namespace mediagrabber;
 using testing::ElementsAre;
@@ -34,6 +33,8 @@ journal_entry entry(std::uint64_t number, std::optional<std::uint32_t> counter, 
     return made;
 }
 
+constexpr output_format every_format[] = {output_format::tiff, output_format::bigtiff, output_format::raw};
+
 class RecordingReader : public testing::Test {
 protected:
     void write_journal(std::string const& text) const { std::ofstream(directory.path() / "frames.jsonl") << text; }
@@ -45,13 +46,28 @@ protected:
         }
         return "none";
     }
-    std::filesystem::path write_frame(sample_frame const& frame, tiff_compression compression) const {
-        auto path = directory.path() / "frame.tif";
-        int const file = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0600);
-        tiff_file(compression, "test", "").write(file, frame.view());
-        close(file);
-        return path;
+    /// Records frames and reads what the journal says of them.
+    std::vector<journal_entry> record(std::vector<sample_frame> const& frames, output_format kind,
+                                      tiff_compression compression = tiff_compression::none) {
+        place = directory.path() / std::to_string(++recordings);
+        recording made(place, {.kind = kind, .compression = compression, .software = "test", .model = ""});
+        for (auto frame : frames) {
+            frame.record.number = ++number;
+            made.keep(frame.view());
+        }
+        return read_journal(place);
     }
+    small_picture smaller(sample_frame const& frame, std::uint32_t widest, output_format kind,
+                          tiff_compression compression = tiff_compression::none) {
+        // It is neither the first nor the last one.
+        auto const other = make_frame(*frame.record.format, 24, 6);
+        auto const entries = record({other, frame, other}, kind, compression);
+        return read_thumbnail(place, entries.at(1), widest);
+    }
+
+    std::filesystem::path place;
+    int recordings = 0;
+    std::uint64_t number = 0;
 
     temporary_directory directory;
 };
@@ -64,7 +80,7 @@ std::string line_of(std::uint64_t number) {
     record.height = 48;
     record.format = &pixel_formats[3];
     record.gain_db = 1.5F;
-    return journal_line(record, "a.tif");
+    return journal_line(record, {.file = "a.tif", .page = {}, .offset = {}, .bytes = {}});
 }
 
 }  // namespace
@@ -110,21 +126,26 @@ TEST_F(RecordingReader, RefusesAFormatThatNobodyKnows) {
 
 TEST_F(RecordingReader, MakesFramesSmallerWhateverTheirCompression) {
     auto const frame = make_frame(pixel_formats[0], 64, 32, 0, [](auto x, auto y) { return 4 * x + y; });
-    for (auto const compression : {tiff_compression::none, tiff_compression::lzw, tiff_compression::deflate}) {
-        auto const small = read_thumbnail(write_frame(frame, compression), pixel_formats[0], 20);
-        EXPECT_EQ(small.width, 16U);
-        EXPECT_EQ(small.height, 8U);
-        ASSERT_EQ(small.values.size(), 16U * 8U);
-        EXPECT_EQ(small.values[16 * 2 + 3], 4 * (4 * 3) + 4 * 2);
+    for (auto const kind : every_format) {
+        for (auto const compression : {tiff_compression::none, tiff_compression::lzw, tiff_compression::deflate}) {
+            auto const small = smaller(frame, 20, kind, compression);
+            EXPECT_EQ(small.width, 16U);
+            EXPECT_EQ(small.height, 8U);
+            ASSERT_EQ(small.values.size(), 16U * 8U);
+            EXPECT_EQ(small.values[16 * 2 + 3], 4 * (4 * 3) + 4 * 2);
+        }
     }
 }
 
 TEST_F(RecordingReader, ShowsTheUpperEightOfTwelveBits) {
-    for (auto const& format : {pixel_formats[1], pixel_formats[2]}) {
-        auto const frame = make_frame(format, 8, 8, 0, [](auto x, auto) { return 0x120 + 0x100 * x; });
-        auto const small = read_thumbnail(write_frame(frame, tiff_compression::none), format, 100);
-        EXPECT_EQ(small.width, 8U);
-        EXPECT_EQ(small.values[1], 0x22);
+    for (auto const kind : every_format) {
+        for (int const format : {1, 2}) {
+            auto const frame =
+                make_frame(pixel_formats[format], 8, 8, 0, [](auto x, auto) { return 0x120 + 0x100 * x; });
+            auto const small = smaller(frame, 100, kind);
+            EXPECT_EQ(small.width, 8U);
+            EXPECT_EQ(small.values[1], 0x22);
+        }
     }
 }
 
@@ -132,15 +153,44 @@ TEST_F(RecordingReader, MakesAColouredPixelOfACellOfAMosaic) {
     auto const frame = make_frame(pixel_formats[3], 8, 4, 0, [](auto x, auto y) {
         return y % 2 == 0 ? (x % 2 == 0 ? 200 : 100) : (x % 2 == 0 ? 100 : 50);
     });
-    auto const small = read_thumbnail(write_frame(frame, tiff_compression::none), pixel_formats[3], 100);
-    EXPECT_EQ(small.width, 4U);
-    EXPECT_EQ(small.height, 2U);
-    EXPECT_EQ(small.channels, 3U);
-    EXPECT_THAT(std::vector<int>(small.values.begin() + 3, small.values.begin() + 6), ElementsAre(200, 100, 50));
+    for (auto const kind : every_format) {
+        auto const small = smaller(frame, 100, kind);
+        EXPECT_EQ(small.width, 4U);
+        EXPECT_EQ(small.height, 2U);
+        EXPECT_EQ(small.channels, 3U);
+        EXPECT_THAT(std::vector<int>(small.values.begin() + 3, small.values.begin() + 6), ElementsAre(200, 100, 50));
+    }
 }
 
 TEST_F(RecordingReader, RefusesWhatIsNoFrame) {
-    EXPECT_THROW(read_thumbnail(directory.path() / "nothing.tif", pixel_formats[0], 10), std::runtime_error);
+    for (auto const kind : every_format) {
+        auto entries = record({make_frame(pixel_formats[0], 24, 6)}, kind);
+        auto gone = entries[0];
+        gone.file = "gone";
+        EXPECT_THROW(read_thumbnail(place, gone, 10), std::runtime_error);
+        auto behind = entries[0];
+        behind.page = behind.page ? std::optional(*behind.page + 1) : std::nullopt;
+        behind.offset = behind.offset ? std::optional(*behind.offset + 1) : std::nullopt;
+        if (kind != output_format::tiff) {
+            EXPECT_THROW(read_thumbnail(place, behind, 24), std::runtime_error);
+        }
+    }
+}
+
+TEST_F(RecordingReader, LeavesAPictureOutWhoseFileIsGoneAndSaysSo) {
+    auto const entries =
+        record({make_frame(pixel_formats[0], 24, 6), make_frame(pixel_formats[0], 24, 6)}, output_format::tiff);
+    std::filesystem::rename(place / *entries[0].file, place / "elsewhere");
+    std::ostringstream out;
+    std::ostringstream complaints;
+    EXPECT_EQ(report_command(place, {}, out, complaints), exit_status::success);
+    EXPECT_THAT(complaints.str(), HasSubstr("there is no picture of frame 1: "));
+    EXPECT_THAT(complaints.str(), HasSubstr("No such file or directory"));
+    std::ostringstream page;
+    page << std::ifstream(place / "report.html").rdbuf();
+    EXPECT_THAT(page.str(), HasSubstr("No such file or directory"));
+    EXPECT_THAT(page.str(), HasSubstr("<td>frames</td><td>2</td>"));
+    EXPECT_THAT(page.str(), HasSubstr("<img alt=\"frame 2, "));
 }
 
 TEST(RecordingFacts, OfNoFramesAreNone) {
@@ -203,7 +253,10 @@ TEST(Chart, DrawsOnlyTheLeastAndTheGreatestOfManyPoints) {
 TEST(ReportPage, HasEverythingInside) {
     std::vector const frames{entry(1, 1, 0), entry(2, 2, 10), entry(3, 5, 40)};
     std::vector<thumbnail> const thumbnails{
-        {.at_s = 0.01, .frame = 2, .picture = {.width = 2, .height = 1, .channels = 3, .values = {1, 2, 3, 4, 5, 6}}}};
+        {.at_s = 0.01,
+         .frame = 2,
+         .picture = {.width = 2, .height = 1, .channels = 3, .values = {1, 2, 3, 4, 5, 6}},
+         .missing = {}}};
     auto const page = report_page("A <b>&amp; \"more\"", facts_of(frames), frames, thumbnails);
     EXPECT_THAT(page, HasSubstr("<h1>A &lt;b&gt;&amp;amp; &quot;more&quot;</h1>"));
     EXPECT_THAT(page, HasSubstr("<td>lost before this machine</td><td>2</td>"));

@@ -1,4 +1,4 @@
-#include "tiff_file.hpp"
+#include "recording/tiff_file.hpp"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

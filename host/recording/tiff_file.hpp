@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "configuration.hpp"
 #include "frame_record.hpp"
@@ -18,6 +20,13 @@ public:
     /// Writes a whole file to `descriptor`, an empty file open for reading and writing, and leaves it open.
     /// \throws std::runtime_error
     void write(int descriptor, frame_view const& frame) const;
+
+    /// The pixels as they lie compressed in such a file. \throws std::exception
+    std::vector<std::byte> encoded_strip(frame_view const& frame) const;
+
+    tiff_compression compression() const { return compression_; }
+    std::string const& software() const { return software_; }
+    std::string const& model() const { return model_; }
 
 private:
     tiff_compression const compression_;

@@ -5,11 +5,12 @@
 #include <string>
 
 #include "frame_record.hpp"
+#include "recording/frame_place.hpp"
 
 namespace mediagrabber {
 
 /// One line of `frames.jsonl`, with its line end.
-std::string journal_line(frame_record const& record, std::optional<std::string> const& file_name);
+std::string journal_line(frame_record const& record, frame_place const& place);
 
 /// `frames.jsonl`: a line of JSON for each frame that is on disk. A line is there whole or not at all.
 class frame_journal {

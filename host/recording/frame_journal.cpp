@@ -1,4 +1,4 @@
-#include "frame_journal.hpp"
+#include "recording/frame_journal.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,11 +16,20 @@ nlohmann::ordered_json or_null(std::optional<value> const& published) {
     return published ? nlohmann::ordered_json(*published) : nlohmann::ordered_json(nullptr);
 }
 
+void put_if_known(nlohmann::ordered_json& line, char const* key, std::optional<std::uint64_t> value) {
+    if (value) {
+        line[key] = *value;
+    }
+}
+
 }  // namespace
 
-std::string journal_line(frame_record const& record, std::optional<std::string> const& file_name) {
+std::string journal_line(frame_record const& record, frame_place const& place) {
     nlohmann::ordered_json line;
-    line["file"] = or_null(file_name);
+    line["file"] = or_null(place.file);
+    put_if_known(line, "page", place.page);
+    put_if_known(line, "offset", place.offset);
+    put_if_known(line, "bytes", place.bytes);
     line["frame"] = record.number;
     line["timestamp_us"] = record.timestamp_us;
     line["handed_over_us"] = record.handed_over_us;

@@ -1,4 +1,4 @@
-#include "recording.hpp"
+#include "recording/tiff_files.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -71,58 +70,18 @@ private:
 
 }  // namespace
 
-recording::open_directory::open_directory(std::filesystem::path const& path) {
-    std::error_code error;
-    std::filesystem::create_directories(path, error);
-    if (error) {
-        throw std::runtime_error(path.string() + ": the directory can't be created: " + error.message());
-    }
-    descriptor_ = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor_ < 0) {
-        throw std::runtime_error(path.string() + ": " + std::generic_category().message(errno));
-    }
-}
-
-recording::open_directory::~open_directory() {
-    close(descriptor_);
-}
-
-recording::recording(std::filesystem::path directory, std::optional<tiff_file> writer) try
-    : path_(std::move(directory)), writer_(std::move(writer)), directory_(path_), journal_(directory_.descriptor()) {
-} catch (std::system_error const& error) {
-    if (error.code() == std::errc::file_exists) {
-        throw std::runtime_error("the output directory holds a recording already (" +
-                                 std::string(frame_journal::file_name) + "), give another one");
-    }
-    throw std::runtime_error(std::string("the output directory can't be written to: ") + error.what());
-}
-
-recording::~recording() = default;
-
-std::size_t recording::keep(frame_view const& frame) {
-    if (!writer_) {
-        std::string const line = journal_line(frame.record, std::nullopt);
-        journal_.append(line);
-        return line.size();
-    }
+written_frame tiff_files::write(frame_view const& frame) {
     std::string const name = file_name_of(frame.record);
-    std::size_t const bytes = write_file(name, frame);
-    try {
-        std::string const line = journal_line(frame.record, name);
-        journal_.append(line);
-        return bytes + line.size();
-    } catch (...) {
-        unlinkat(directory_.descriptor(), name.c_str(), 0);
-        throw;
-    }
-}
-
-std::size_t recording::write_file(std::string const& name, frame_view const& frame) const {
-    unfinished_file file(directory_.descriptor(), "." + name + ".part");
-    writer_->write(file.descriptor(), frame);
+    unfinished_file file(directory_, "." + name + ".part");
+    writer_.write(file.descriptor(), frame);
     std::size_t const bytes = file.size();
     file.finish_as(name);
-    return bytes;
+    last_ = name;
+    return {.place = {.file = name, .page = {}, .offset = {}, .bytes = {}}, .bytes = bytes};
+}
+
+void tiff_files::take_back() {
+    unlinkat(directory_, last_.c_str(), 0);
 }
 
 }  // namespace mediagrabber

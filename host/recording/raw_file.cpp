@@ -1,0 +1,16 @@
+#include "recording/raw_file.hpp"
+
+#include "recording/frame_pixels.hpp"
+
+namespace mediagrabber {
+
+written_frame raw_file::write(frame_view const& frame) {
+    auto const pixels = without_gaps(frame, room_);
+    std::uint64_t const begin = file_.size();
+    file_.append({pixels});
+    before_last_ = begin;
+    return {.place = {.file = file_.name(), .page = {}, .offset = begin, .bytes = pixels.size()},
+            .bytes = pixels.size()};
+}
+
+}  // namespace mediagrabber

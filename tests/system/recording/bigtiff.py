@@ -1,0 +1,29 @@
+"""BigTIFF as its description says that it is, read without any library."""
+
+import struct
+
+SIZES = {1: 1, 2: 1, 3: 2, 4: 4, 16: 8}
+LETTERS = {1: "B", 3: "H", 4: "I", 16: "Q"}
+DESCRIPTION, STRIP_OFFSETS, STRIP_BYTES, WIDTH, HEIGHT, BITS = 270, 273, 279, 256, 257, 258
+
+
+def pages(data):
+    """The pages of a file in their order, each as its tags and the bytes of its only strip."""
+    assert data[:8] == b"II\x2b\0\x08\0\0\0", data[:8]
+    link, = struct.unpack_from("<Q", data, 8)
+    while link:
+        count, = struct.unpack_from("<Q", data, link)
+        tags = {}
+        for i in range(count):
+            place = link + 8 + 20 * i
+            tag, kind, values = struct.unpack_from("<HHQ", data, place)
+            assert not tags or tag > max(tags), "tags ascend"
+            size = SIZES[kind] * values
+            begin = place + 12 if size <= 8 else struct.unpack_from("<Q", data, place + 12)[0]
+            raw = data[begin:begin + size]
+            assert len(raw) == size, "a value lies behind the end"
+            tags[tag] = raw.rstrip(b"\0").decode() if kind == 2 else struct.unpack(f"<{values}{LETTERS[kind]}", raw)
+        strip = data[tags[STRIP_OFFSETS][0]:tags[STRIP_OFFSETS][0] + tags[STRIP_BYTES][0]]
+        assert len(strip) == tags[STRIP_BYTES][0], "a strip ends behind the end"
+        yield tags, strip
+        link, = struct.unpack_from("<Q", data, link + 8 + 20 * count)
