@@ -14,7 +14,7 @@
 #include "live/recording_controls.hpp"
 #include "live/recording_status.hpp"
 #include "live/tone_curve.hpp"
-#include "ring/ring_publisher.hpp"
+#include "sharing/ring_publisher.hpp"
 
 namespace mediagrabber {
 

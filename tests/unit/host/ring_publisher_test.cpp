@@ -1,10 +1,10 @@
-#include "ring/ring_publisher.hpp"
+#include "sharing/ring_publisher.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include "control_address.hpp"
-#include "ring/mg_frame_ring.h"
+#include "sharing/mg_frame_ring.h"
 #include "sample_frames.hpp"
 #include "temporary_directory.hpp"
 
@@ -174,7 +174,7 @@ TEST_F(RingPublisher, WaitsForNobodyWhoDoesNotListen) {
 }
 
 TEST_F(RingPublisher, GivesNobodyMemoryToWriteTo) {
-    frame_ring const ring(memory_);
+    shared_ring const ring(memory_);
     for (int const descriptor : {ring.ring_descriptor(), ring.memory_descriptor()}) {
         EXPECT_EQ(mmap(nullptr, 64, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0), MAP_FAILED);
         EXPECT_EQ(errno, EACCES);

@@ -1,4 +1,4 @@
-#include "ring/ring_publisher.hpp"
+#include "sharing/ring_publisher.hpp"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "host_log.hpp"
-#include "ring/mg_frame_ring.h"
+#include "sharing/mg_frame_ring.h"
 
 namespace mediagrabber {
 
@@ -55,7 +55,7 @@ void ring_publisher::see(frame_lease const& frame) noexcept {
 void ring_publisher::publish(frame_lease const& frame) {
     if (ring_ == nullptr || !ring_->is_of(*frame.memory())) {
         ring_.reset();
-        ring_ = std::make_unique<frame_ring>(frame.memory());
+        ring_ = std::make_unique<shared_ring>(frame.memory());
         for (auto const& one : readers_) {
             send_ring(one);
         }

@@ -1,4 +1,4 @@
-#include "ring/frame_ring.hpp"
+#include "sharing/shared_ring.hpp"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "ring/mg_frame_ring.h"
+#include "sharing/mg_frame_ring.h"
 
 namespace mediagrabber {
 
@@ -71,7 +71,7 @@ mg_ring_frame described(frame_lease const& frame, std::size_t offset) {
 
 }  // namespace
 
-frame_ring::frame_ring(std::shared_ptr<frame_memory> memory)
+shared_ring::shared_ring(std::shared_ptr<frame_memory> memory)
     : memory_(std::move(memory)), ring_file_(memfd_create("mediagrabber ring", MFD_CLOEXEC)) {
     if (!ring_file_ || ftruncate(ring_file_.get(), static_cast<off_t>(bytes())) != 0) {
         fail("no memory for the ring of frames");
@@ -94,17 +94,17 @@ frame_ring::frame_ring(std::shared_ptr<frame_memory> memory)
 }
 
 /// The memory knows cells of the ring; it forgets them first.
-frame_ring::~frame_ring() {
+shared_ring::~shared_ring() {
     memory_->show_no_more();
     munmap(ring_, bytes());
 }
 
-std::size_t frame_ring::bytes() const {
+std::size_t shared_ring::bytes() const {
     return sizeof(mg_ring) + std::size_t{entry_count} * sizeof(mg_ring_frame);
 }
 
 /// A reader that looks at the entry meanwhile finds that it holds no frame.
-void frame_ring::enter(frame_lease const& frame, std::uint64_t sequence) {
+void shared_ring::enter(frame_lease const& frame, std::uint64_t sequence) {
     std::byte* const place = ring_ + sizeof(mg_ring) + sequence % entry_count * sizeof(mg_ring_frame);
     auto& cell = *std::launder(reinterpret_cast<std::atomic<std::uint64_t>*>(place));
     cell.store(0);

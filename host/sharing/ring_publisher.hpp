@@ -10,7 +10,7 @@
 
 #include "file_handle.hpp"
 #include "frame_watcher_like.hpp"
-#include "ring/frame_ring.hpp"
+#include "sharing/shared_ring.hpp"
 #include "unix_listener.hpp"
 
 namespace mediagrabber {
@@ -50,7 +50,7 @@ private:
     file_handle const end_;  ///< tells the thread to end
 
     mutable std::mutex mutex_;  ///< of all below
-    std::unique_ptr<frame_ring> ring_;
+    std::unique_ptr<shared_ring> ring_;
     std::uint64_t sequence_ = 0;
     std::vector<reader> readers_;
     std::uint64_t overtaken_before_ = 0;  ///< of readers that have gone

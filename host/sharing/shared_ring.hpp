@@ -14,13 +14,13 @@ namespace mediagrabber {
 /// The list of the last frames in one frame memory, as readers outside of the process see it: `struct mg_ring` of
 /// mg_frame_ring.h in a memory file of its own. A frame is not copied: its entry says where in the frame memory it
 /// lies, and is void before the frame is overwritten.
-class frame_ring {
+class shared_ring {
 public:
     /// \throws std::system_error
-    explicit frame_ring(std::shared_ptr<frame_memory> memory);
-    ~frame_ring();
-    frame_ring(frame_ring const&) = delete;
-    frame_ring& operator=(frame_ring const&) = delete;
+    explicit shared_ring(std::shared_ptr<frame_memory> memory);
+    ~shared_ring();
+    shared_ring(shared_ring const&) = delete;
+    shared_ring& operator=(shared_ring const&) = delete;
 
     bool is_of(frame_memory const& memory) const { return memory_.get() == &memory; }
     /// Enters a frame of this memory, with its pixels. \param sequence above all before
