@@ -98,7 +98,8 @@ exit_status calibrate_command(calibrate_options const& options, std::ostream& ou
     frame_collector collector(latch, seconds(options.seconds));
     context.observe_frames([&](frame_times const& one) { collector.take(one); });
 
-    signal_watch const signals(latch, progress, seconds(values.grace_time_s), {.reload = [] {}, .cut_short = give_up});
+    signal_watch const signals(latch, progress, seconds(values.grace_time_s),
+                               {.reload = [] {}, .keep = [] {}, .cut_short = give_up});
     deadline const longest(latch, seconds(options.seconds) + start_patience);
     auto const ended = context.run();
     if (ended.exit_code != 0) {

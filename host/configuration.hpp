@@ -98,6 +98,8 @@ struct configuration {
     output_format output = output_format::tiff;
     tiff_compression compression = tiff_compression::none;
     std::optional<std::string> pipeline;
+    double keep_s = 0.0;  ///< 0: frames are written as they come
+    bool keep_when_lost = false;
 
     // [control]
     std::optional<std::string> control_socket;  ///< path; empty: the default one

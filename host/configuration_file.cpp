@@ -276,6 +276,9 @@ std::vector<std::string> unused_values(loaded_configuration const& loaded) {
     remark("tone.gamma", !values.lut_file, "a configuration without tone.lut");
     remark("tone.lut", values.tone_enabled, "tone.enable = true");
     remark("tone.lut", !in_twelve_bits, "an image.format of 8 bits");
+    bool const in_tiff = values.output == output_format::tiff || values.output == output_format::bigtiff;
+    remark("output.compression", in_tiff, "output.format = \"tiff\" or \"bigtiff\"");
+    remark("output.keep_when_lost", values.keep_s > 0.0, "output.keep_s above 0");
     remark("tone.lut_bits", values.lut_file.has_value(), "tone.lut");
     return remarks;
 }

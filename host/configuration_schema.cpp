@@ -486,6 +486,13 @@ keys output_and_log_keys() {
                   " source. In it {directory} is that of the recording, and {n} counts how often the pipeline has"
                   " begun, from 1."},
                  &configuration::pipeline, longest_path),
+        number_key({"output.keep_s", "s", "0", "", next_start,
+                    "How long frames are held in memory, to be written only on `mediagrabber signal PID keep`; 0 writes"
+                    " them as they come."},
+                   &configuration::keep_s, 0.0, 3600.0),
+        switch_key({"output.keep_when_lost", "", "false", "", next_start,
+                    "With output.keep_s: whether frames are written when one was lost, too."},
+                   &configuration::keep_when_lost),
         text_key({"control.socket", "", "by user and instance", "", next_start,
                   "Unix socket that `mediagrabber set` speaks to, mode 0600; \"none\": none."},
                  &configuration::control_socket, longest_socket_path),

@@ -110,12 +110,13 @@ void declare(CLI::App& app, command_line& line) {
     report->add_option("directory", line.reported_directory, "Directory of the recording")->required();
     report->add_option("--page", line.report_page, "File to write; report.html in the directory unless given");
 
-    auto* const signal = app.add_subcommand("signal", "Ask a recording to stop, reload or calculate a look-up table");
+    auto* const signal =
+        app.add_subcommand("signal", "Ask a recording to stop, reload, calculate a look-up table or keep frames");
     signal->add_option("pid", line.signalled, "Its process")->required()->check(CLI::PositiveNumber);
     signal
         ->add_option("request", line.signal,
                      "stop; reload the configuration; lut: calculate a look-up table from the picture; lut12: measure"
-                     " it in 12 bits")
+                     " it in 12 bits; keep: write the frames that are held in memory")
         ->required()
         ->check(CLI::IsMember(signal_names()));
 

@@ -57,8 +57,8 @@ std::string progress_line(progress_figures const& figures) {
 }
 
 std::string summary_text(progress_figures const& figures, std::string const& directory) {
-    return formatted("%llu frames on disk, %.3f s, %.2f frames/s, ", static_cast<unsigned long long>(figures.kept),
-                     figures.seconds, rate_of(figures)) +
+    return formatted("%llu frames %s, %.3f s, %.2f frames/s, ", static_cast<unsigned long long>(figures.kept),
+                     figures.kept_where.c_str(), figures.seconds, rate_of(figures)) +
            megabytes(figures.bytes) + ", in " + directory + "\n" + "lost: " + std::to_string(figures.overrun) +
            " overrun, " + std::to_string(figures.not_written) + " not written; " +
            std::to_string(figures.empty_fetches) + " fetches without a frame";

@@ -21,6 +21,7 @@ struct progress_figures {
     std::uint64_t not_written = 0;  ///< disk errors, and frames that the host could make nothing of
     std::uint64_t empty_fetches = 0;
     std::uint64_t bytes = 0;
+    std::string kept_where = "on disk";
     double seconds = 0.0;  ///< from the first frame to the last
 };
 

@@ -67,8 +67,9 @@ recording_session::recording_session(configuration_reader read, configuration fi
       configurations_(first_),
       place_(recording_place(first_.directory, std::chrono::system_clock::now())),
       pipeline_(make_pipeline()),
-      recording_(place_, format_of(first_)),
-      sinks_({{"files", &recording_}, {"pipeline", pipeline_.get()}}),
+      ring_(make_ring()),
+      recording_(ring_ == nullptr ? std::make_unique<recording>(place_, format_of(first_)) : nullptr),
+      sinks_({{"files", &files()}, {"pipeline", pipeline_.get()}}),
       onlookers_(first_),
       exporter_(
           sink(), first_.export_buffers,
@@ -92,16 +93,50 @@ std::unique_ptr<pipeline_sink> recording_session::make_pipeline() const {
                                            [this] { return progress_.period_us.load(); });
 }
 
+/// \return nothing when frames are written as they come
+std::unique_ptr<frame_ring> recording_session::make_ring() {
+    if (first_.keep_s == 0.0) {
+        return nullptr;
+    }
+    return std::make_unique<frame_ring>(
+        frame_ring::settings{
+            .directory = place_,
+            .make_recording = [this](std::filesystem::path const& place) -> std::unique_ptr<frame_sink_like> {
+                return std::make_unique<recording>(place, format_of(first_));
+            },
+            .time = std::chrono::duration<double>(first_.keep_s),
+            .spare_frames = first_.export_buffers,
+            .keep_when_lost = first_.keep_when_lost},
+        [this] { return progress_.period_us.load(); },
+        [this] { return progress_.empty_fetches + exporter_.count().overrun; });
+}
+
+/// On the thread of the signals.
+void recording_session::keep_frames() {
+    if (ring_ == nullptr) {
+        log_warning("frames can't be kept: they are written as they come, output.keep_s is 0");
+        return;
+    }
+    ring_->ask("asked for");
+}
+
+frame_sink_like& recording_session::files() const {
+    if (ring_ != nullptr) {
+        return *ring_;
+    }
+    return *recording_;
+}
+
 /// What every frame goes to.
 frame_sink_like& recording_session::sink() {
     if (pipeline_ != nullptr) {
         return sinks_;
     }
-    return recording_;
+    return files();
 }
 
 exit_status recording_session::run() {
-    log_info("recording to " + recording_.directory().string() + " with plug-in " + context_.plugin_version());
+    log_info("recording to " + place_.string() + " with plug-in " + context_.plugin_version());
     listen();
     let_in_onlookers();
     exit_status const status = run_until_decided();
@@ -166,7 +201,7 @@ recording_status recording_session::status() const {
         found.seconds_since_frame = seconds(now - last).count();
     }
     found.plugin_version = context_.plugin_version();
-    found.directory = recording_.directory().string();
+    found.directory = place_.string();
     found.instance = first_.log_instance;
     onlookers_.complete(found);
     return found;
@@ -211,7 +246,9 @@ void recording_session::stop_listening() {
 
 exit_status recording_session::run_until_decided() {
     signal_watch signals(latch_, progress_, std::chrono::duration<double>(first_.grace_time_s),
-                         {.reload = [this] { reload(); }, .cut_short = [this](char const* why) { cut_short(why); }});
+                         {.reload = [this] { reload(); },
+                          .keep = [this] { keep_frames(); },
+                          .cut_short = [this](char const* why) { cut_short(why); }});
     restart_policy policy(first_.give_up_after);
     while (true) {
         auto const ended = run_once();
@@ -272,11 +309,17 @@ exit_status recording_session::finish(exit_status status) {
     }
     exporter_.finish();
     bool const pipeline_ended = pipeline_ == nullptr || pipeline_->finish();
+    auto const held = ring_ == nullptr ? frame_ring::figures() : ring_->finish();
     report_.stop();
-    auto const figures = report_.figures();
-    log_lines(summary_text(figures, recording_.directory().string()), log_info);
-    bool const all_kept =
-        pipeline_ended && figures.overrun == 0 && figures.not_written == 0 && figures.kept >= figures.wanted;
+    auto figures = report_.figures();
+    if (ring_ != nullptr) {
+        figures.kept_where = "held, " + std::to_string(held.kept) + " of them kept in " +
+                             std::to_string(held.recordings) + " recordings";
+        figures.bytes = held.bytes;
+    }
+    log_lines(summary_text(figures, place_.string()), log_info);
+    bool const all_kept = pipeline_ended && held.not_written == 0 && figures.overrun == 0 && figures.not_written == 0 &&
+                          figures.kept >= figures.wanted;
     return status == exit_status::success && !all_kept ? exit_status::frames_lost : status;
 }
 
@@ -331,7 +374,7 @@ void recording_session::report_failure(frame_record const& frame, std::string co
     }
     next_failure_report_ = ticks + std::chrono::nanoseconds(failure_report_interval).count();
     log_error("frame " + std::to_string(frame.number) +
-              (pipeline_ == nullptr ? " is not on disk: " : " is not kept: ") + why);
+              (pipeline_ == nullptr && ring_ == nullptr ? " is not on disk: " : " is not kept: ") + why);
 }
 
 }  // namespace mediagrabber

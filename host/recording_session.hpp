@@ -24,6 +24,7 @@
 #include "progress_report.hpp"
 #include "recording/recording.hpp"
 #include "restart_policy.hpp"
+#include "ring/frame_ring.hpp"
 #include "service/service_manager.hpp"
 #include "signal_latch.hpp"
 #include "signal_watch.hpp"
@@ -58,7 +59,10 @@ private:
     host_context::ended_run run_once();
     bool go_back(host_context::ended_run const& ended);
     std::unique_ptr<pipeline_sink> make_pipeline() const;
+    std::unique_ptr<frame_ring> make_ring();
+    frame_sink_like& files() const;
     frame_sink_like& sink();
+    void keep_frames();
     void report_failure(frame_record const& frame, std::string const& why);
 
     configuration_reader const read_;
@@ -68,7 +72,8 @@ private:
     configuration_store configurations_;
     std::filesystem::path const place_;
     std::unique_ptr<pipeline_sink> const pipeline_;  ///< before the recording: one that can't be leaves no trace
-    recording recording_;
+    std::unique_ptr<frame_ring> const ring_;         ///< instead of the recording, where frames are held
+    std::unique_ptr<recording> const recording_;     ///< where frames are written as they come
     combined_sink sinks_;
     onlookers onlookers_;
     frame_exporter exporter_;

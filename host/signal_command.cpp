@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "file_handle.hpp"
+#include "signal_watch.hpp"
 
 namespace mediagrabber {
 
@@ -64,7 +65,7 @@ exit_status complain(std::ostream& complaints, pid_t process, std::string const&
 
 std::vector<named_signal> const& named_signals() {
     static std::vector<named_signal> const signals{
-        {"stop", SIGTERM}, {"reload", SIGHUP}, {"lut", SIGUSR1}, {"lut12", SIGUSR2}};
+        {"stop", SIGTERM}, {"reload", SIGHUP}, {"lut", SIGUSR1}, {"lut12", SIGUSR2}, {"keep", keep_signal()}};
     return signals;
 }
 

@@ -16,7 +16,7 @@ struct named_signal {
     int number;
 };
 
-/// "stop", "reload", "lut", "lut12"
+/// "stop", "reload", "lut", "lut12", "keep"
 std::vector<named_signal> const& named_signals();
 
 /// `mediagrabber signal`: sends a recording a signal. Unlike `kill` it makes sure that the process is a mediagrabber

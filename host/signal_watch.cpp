@@ -21,7 +21,7 @@ constexpr int watch_interval_ms = 100;  ///< how exactly the grace time is kept
 sigset_t handled_signals() {
     sigset_t set;
     sigemptyset(&set);
-    for (int const signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2}) {
+    for (int const signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGUSR2, keep_signal()}) {
         sigaddset(&set, signal);
     }
     return set;
@@ -39,6 +39,10 @@ grace_timer::clock::duration in_clock_time(std::chrono::duration<double> seconds
 }
 
 }  // namespace
+
+int keep_signal() {
+    return SIGRTMIN + 1;
+}
 
 /// Writing to a full or limited file, or to a reader that has gone, is an error of the write and no reason to die.
 void signal_watch::block_signals() {
@@ -112,6 +116,9 @@ void signal_watch::take_signal() {
             latch_.raise(request::user_2);
             break;
         default:
+            if (static_cast<int>(received.ssi_signo) == keep_signal()) {
+                act_.keep();
+            }
             break;
     }
 }

@@ -12,6 +12,9 @@
 
 namespace mediagrabber {
 
+/// The signal that asks for the frames to be written that are held in memory: SIGRTMIN+1.
+int keep_signal();
+
 /// Takes the process's signals on a thread of its own and latches them for the plug-in; watches over stops that the
 /// plug-in does not answer.
 ///
@@ -21,6 +24,7 @@ class signal_watch {
 public:
     struct actions {
         std::function<void()> reload;  ///< SIGHUP came; called before it is latched
+        std::function<void()> keep;    ///< keep_signal() came
         /// A stop was not answered in time, or was asked for twice. Ends the process.
         std::function<void(char const* reason)> cut_short;
     };

@@ -13,8 +13,8 @@ namespace mediagrabber {
 ///
 /// A page is its pixels, then its directory; it belongs to the file when the page before points to it, which is the
 /// last thing to be written, eight bytes that no memory page divides. So the file is readable whenever the process
-/// ends, and a page costs the same whether it is the first or the millionth. libtiff would follow all the pages that
-/// are there to append one, and is asked only to compress.
+/// ends, and a page costs the same whether it is the first or the millionth. libtiff can't take back a page that found
+/// no room, nor promises in which order it writes; it is asked only to compress.
 class bigtiff_file final : public frame_writer_like {
 public:
     /// \param directory  descriptor; has to stay open

@@ -58,7 +58,7 @@ class SignalCommand(unittest.TestCase):
     def test_spares_a_process_that_is_no_mediagrabber(self):
         with subprocess.Popen(["sleep", "600"]) as other:
             try:
-                for word in ("stop", "reload", "lut", "lut12"):
+                for word in ("stop", "reload", "lut", "lut12", "keep"):
                     done = command("signal", other.pid, word)
                     self.assertEqual(done.returncode, NOBODY_THERE)
                     self.assertEqual(done.stderr, f"mediagrabber: process {other.pid} is no mediagrabber\n")

@@ -76,6 +76,8 @@ std::vector<key_case> const key_cases{
     {"output.format", "\"tiff\"", {"\"tiff\"", "\"bigtiff\"", "\"raw\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
     {"output.compression", "\"none\"", {"\"none\"", "\"lzw\"", "\"deflate\""}, {"\"zip\"", "0", "true"}, ""},
     {"output.pipeline", "", {"\"fakesink\""}, {"\"\"", "5", "[\"fakesink\"]"}, ""},
+    {"output.keep_s", "0", {"0", "2.5", "3600"}, {"-1", "3601", "nan", "\"5\""}, ""},
+    {"output.keep_when_lost", "false", {"true", "false"}, {"1", "\"yes\""}, ""},
     {"control.socket", "", {"\"/a/b\"", "\"none\""}, {"\"\"", "5", "\"" + std::string(108, 'x') + "\""}, ""},
     {"web.address", "", {"\"127.0.0.1:8080\""}, {"\"\"", "8080", "\"" + std::string(301, 'x') + "\""}, ""},
     {"web.token_file", "", {"\"/a/token\""}, {"\"\"", "5"}, ""},

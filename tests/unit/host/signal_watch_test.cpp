@@ -36,6 +36,7 @@ protected:
                 progress,
                 grace,
                 {.reload = [this] { ++reloads; },
+                 .keep = [this] { ++keeps; },
                  .cut_short =
                      [this](char const* why) {
                          latch.run_ended();
@@ -47,6 +48,7 @@ protected:
     signal_latch latch;
     grab_progress progress;
     std::atomic<int> reloads{0};
+    std::atomic<int> keeps{0};
     std::atomic<int> cuts{0};
     std::string reason;
 };
@@ -61,7 +63,8 @@ TEST_F(SignalWatch, LatchesEverySignalAsItsRequest) {
                                              {SIGUSR2, request::user_2}};
     for (auto const& [number, asked] : pairs) {
         signal_latch fresh;
-        signal_watch const watching(fresh, progress, 1h, {.reload = [] {}, .cut_short = [](char const*) {}});
+        signal_watch const watching(fresh, progress, 1h,
+                                    {.reload = [] {}, .keep = [] {}, .cut_short = [](char const*) {}});
         kill(getpid(), number);
         EXPECT_TRUE(soon([&, wanted = asked] { return fresh.poll() == wanted; })) << number;
     }
@@ -75,11 +78,19 @@ TEST_F(SignalWatch, ReadsTheConfigurationBeforeItLatchesAReload) {
                                          latched_before = latch.reload_pending();
                                          ++reloads;
                                      },
+                                 .keep = [] {},
                                  .cut_short = [](char const*) {}});
     kill(getpid(), SIGHUP);
     EXPECT_TRUE(soon([&] { return latch.reload_pending(); }));
     EXPECT_EQ(reloads, 1);
     EXPECT_FALSE(latched_before);
+}
+
+TEST_F(SignalWatch, PassesOnThatFramesAreToBeKept) {
+    auto const watching = watch(1h);
+    kill(getpid(), keep_signal());
+    EXPECT_TRUE(soon([&] { return keeps == 1; }));
+    EXPECT_EQ(latch.poll(), request::none);
 }
 
 TEST_F(SignalWatch, EndsAWaitWithAStop) {
