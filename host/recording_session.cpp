@@ -126,7 +126,8 @@ void recording_session::let_in_onlookers() {
                                   .reload = [this] { return reload_and_wait(); },
                                   .calculate_table = [this](bool in_12_bits) { return calculate_table(in_12_bits); },
                                   .stop = [this] { return stop(); }},
-                     .tone = &context_.tone()});
+                     .tone = &context_.tone(),
+                     .period_us = &progress_.period_us});
 }
 
 recording_status recording_session::status() const {
@@ -245,6 +246,7 @@ bool recording_session::go_back(host_context::ended_run const& ended) {
 exit_status recording_session::finish(exit_status status) {
     stop_listening();
     exporter_.finish();
+    onlookers_.finish();
     report_.stop();
     auto const figures = report_.figures();
     log_lines(summary_text(figures, recording_.directory().string()), log_info);

@@ -37,9 +37,10 @@ bool is_own_message(std::string_view line) {
 
 onlookers::onlookers(configuration const& chosen)
     : chosen_(chosen),
-      any_(chosen.web_address.has_value() || chosen.ring_socket.has_value()),
+      any_(chosen.web_address.has_value() || chosen.ring_socket.has_value() || chosen.mqtt_broker.has_value()),
       history_(any_ ? frames_remembered : 1),
-      log_(lines_remembered) {}
+      log_(lines_remembered),
+      messenger_(chosen.mqtt_broker ? std::make_unique<messenger>(chosen) : nullptr) {}
 
 onlookers::~onlookers() {
     close();
@@ -49,7 +50,11 @@ std::vector<frame_watcher_like*> onlookers::watchers() {
     if (!any_) {
         return {};
     }
-    return {&history_};
+    std::vector<frame_watcher_like*> all{&history_, &metrics_};
+    if (messenger_) {
+        all.push_back(messenger_.get());
+    }
+    return all;
 }
 
 std::size_t onlookers::frames_kept() const {
@@ -77,6 +82,12 @@ void onlookers::listen(std::function<wanted_output()> wanted) {
 
 void onlookers::open(recording_access access) {
     access_ = std::move(access);
+    if (access_.period_us != nullptr) {
+        metrics_.measure_against(*access_.period_us);
+    }
+    if (messenger_) {
+        messenger_->begin(access_.status);
+    }
 }
 
 void onlookers::close() {
@@ -85,10 +96,19 @@ void onlookers::close() {
     error_output_.reset();
 }
 
+void onlookers::finish() {
+    if (messenger_) {
+        messenger_->finish();
+    }
+}
+
 void onlookers::complete(recording_status& status) const {
     status.newest = history_.newest();
     status.said = log_.count();
     status.camera = log_.camera();
+    if (messenger_) {
+        status.broker = messenger_->status();
+    }
 }
 
 }  // namespace mediagrabber
