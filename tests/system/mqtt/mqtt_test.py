@@ -94,7 +94,7 @@ class Farewell(BrokerTest):
     def test_comes_too_when_the_plugin_does_not_return(self):
         with Broker(self.directory), Subscriber(TOPIC + "/#") as subscriber:
             configuration = PLAIN + "run.grace_time_s = 0.1"
-            with Recording("frames 5; hang", configuration=configuration) as recording:
+            with Recording("frames 6; hang", configuration=configuration) as recording:
                 recording.wait_for_frames(5)
                 recording.wait_for_log("messages go to the broker")
                 recording.signal(signal.SIGTERM)

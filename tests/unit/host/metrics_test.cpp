@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "exposition.hpp"
+#include "live/onlookers.hpp"
 #include "temporary_directory.hpp"
 
 using namespace mediagrabber;
@@ -316,4 +317,28 @@ TEST(AlertRules, AskForNothingThatIsNotThere) {
     }
     EXPECT_GE(alerts, 4U);
     EXPECT_EQ(queries, alerts);
+}
+
+TEST(Metrics, AreThereForARecordingsOnlookers) {
+    std::atomic<std::uint32_t> const period_us{10'000};
+    configuration chosen;
+    chosen.web_address = "127.0.0.1:0";
+    onlookers tested(chosen);
+    auto status = full_status();
+    tested.open({.status =
+                     [&tested, &status] {
+                         tested.complete(status);
+                         return status;
+                     },
+                 .controls = {},
+                 .tone = nullptr,
+                 .period_us = &period_us});
+    for (std::uint64_t i = 0; i < 3; ++i) {
+        for (auto* const watcher : tested.watchers()) {
+            watcher->see(frame_lease(nullptr, std::nullopt, 0, taken_at(i + 1, some_time + i * 10'000)));
+        }
+    }
+    exposition const text(tested.metrics_text());
+    EXPECT_EQ(text.value("mediagrabber_frame_interval_error_seconds_count", unlabelled), 2);
+    EXPECT_EQ(text.value("mediagrabber_handover_delay_seconds_count", unlabelled), 3);
 }
