@@ -26,7 +26,7 @@ void check_secret(std::filesystem::path const& file) {
 std::string read_password(std::filesystem::path const& file) {
     check_secret(file);
     auto const text = read_bounded_file(file, largest_file);
-    auto const password = text.substr(0, text.find_first_of("\r\n"));
+    auto password = text.substr(0, text.find_first_of("\r\n"));
     if (password.empty() || password.size() > longest_password || password.find('\0') != password.npos) {
         throw std::runtime_error("has no password in its first line, expected 1 to 1024 bytes");
     }

@@ -1,7 +1,8 @@
 """What a broker and its subscribers get of a recording, and what becomes of the recording when there is none."""
 
-import json
+import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -12,12 +13,16 @@ import time
 import unittest
 
 from broker import PORT, Authority, Broker, Subscriber
-from host_process import Recording, command
+from host_process import Recording
 from recording_process import wait_for
 
 SUCCESS, FRAMES_LOST, USAGE = range(3)
 PLAIN = f'mqtt.broker = "mqtt://127.0.0.1:{PORT}"\n'
 TOPIC = "mediagrabber/0"
+
+
+def resident_bytes(pid):
+    return int(pathlib.Path(f"/proc/{pid}/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE")
 
 
 class BrokerTest(unittest.TestCase):
@@ -269,18 +274,23 @@ class LostBroker(BrokerTest):
 
     def test_that_does_not_read_holds_up_nothing_and_takes_no_memory(self):
         """The broker is stopped while it is connected to: the network fills, then the queue."""
+        for buffers in ("tcp_wmem", "tcp_rmem"):
+            pathlib.Path("/proc/sys/net/ipv4", buffers).write_text("4096 16384 65536")
         with Broker(self.directory) as broker:
             configuration = PLAIN + "mqtt.frames = true\nmqtt.queue = 10\noutput.files = \"none\"\n"
             with Recording("grab 0", configuration=configuration) as recording:
                 recording.wait_for_log("messages go to the broker")
                 broker.process.send_signal(signal.SIGSTOP)
-                frames = len(recording.journal())
-                recording.wait_for_frames(frames + 20000)
+                recording.wait_for_frames(2000)
+                frames, settled = len(recording.journal()), resident_bytes(recording.process.pid)
+                recording.wait_for_frames(frames + 20000)  # 6 MB of messages
+                self.assertLess(resident_bytes(recording.process.pid) - settled, 3_000_000)
                 recording.signal(signal.SIGTERM)
                 self.assertEqual(recording.finish(), SUCCESS, recording.log)
                 numbers = [line["frame"] for line in recording.journal()]
                 self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
-                self.assertRegex(recording.log, r"\d+ messages were given up, \d+ were sent")
+                given_up, = re.findall(r"(\d+) messages were given up, \d+ were sent", recording.log)
+                self.assertGreater(int(given_up), 19000)
 
 
 class AbsentBroker(BrokerTest):
@@ -317,4 +327,4 @@ class AbsentBroker(BrokerTest):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=[sys.argv[0], "-v", *sys.argv[1:]])
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])

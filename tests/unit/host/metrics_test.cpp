@@ -13,10 +13,7 @@
 #include "temporary_directory.hpp"
 
 using namespace mediagrabber;
-using testing::AnyOf;
-using testing::Contains;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
