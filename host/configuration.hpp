@@ -111,6 +111,18 @@ struct configuration {
     // [ring]
     std::optional<std::string> ring_socket;  ///< path; empty: no other program reads frames from memory
 
+    // [mqtt]
+    std::optional<std::string> mqtt_broker;  ///< "mqtt://HOST:PORT" or "mqtts://HOST:PORT"; empty: no messages
+    std::string mqtt_topic = "mediagrabber/{instance}";
+    bool mqtt_frames = false;
+    double mqtt_health_interval_s = 10.0;
+    std::optional<std::string> mqtt_username;
+    std::optional<std::string> mqtt_password_file;     ///< path, as the three below
+    std::optional<std::string> mqtt_ca_file;           ///< empty: the system's authorities
+    std::optional<std::string> mqtt_certificate_file;  ///< of this client
+    std::optional<std::string> mqtt_key_file;
+    std::uint32_t mqtt_queue = 1024;
+
     // [log]
     std::uint32_t log_level = 2;  ///< 0 nothing to 4 debug
     std::uint32_t log_sinks = 1;  ///< 1 standard output, 2 system log

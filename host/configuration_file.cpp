@@ -1,6 +1,7 @@
 #include "configuration_file.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -8,6 +9,9 @@
 #include "bounded_file.hpp"
 #include "configuration_schema.hpp"
 #include "lookup_table_file.hpp"
+#include "telemetry/broker_address.hpp"
+#include "telemetry/broker_login.hpp"
+#include "telemetry/messenger.hpp"
 
 namespace mediagrabber {
 
@@ -62,7 +66,10 @@ private:
     bool read_value(schema_key<target> const& key, toml::node const& node, target& into);
     void refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known);
     void check_together();
+    void check_broker();
     void read_files();
+    void check_file(char const* key, std::optional<std::string>& name,
+                    std::function<void(std::string const&)> const& check);
     void complain(file_position where, std::string what) { faults_.push_back({where, std::move(what)}); }
 
     std::filesystem::path const directory_;
@@ -113,6 +120,7 @@ void file_reader::read_root(toml::table const& root) {
         }
     }
     check_together();
+    check_broker();
     read_files();
 }
 
@@ -201,7 +209,50 @@ void file_reader::check_together() {
     }
 }
 
+void file_reader::check_broker() {
+    auto const& values = loaded_.values;
+    auto const check = [this](char const* path, auto const& checked) {
+        try {
+            checked();
+        } catch (std::invalid_argument const& error) {
+            complain(loaded_.origins[path], std::string(path) + ": " + error.what());
+        }
+    };
+    if (values.mqtt_broker) {
+        check("mqtt.broker", [&] { parse_broker_address(*values.mqtt_broker); });
+    }
+    check("mqtt.topic", [&] { check_topic(topic_of(values)); });
+    if (values.mqtt_password_file && !values.mqtt_username) {
+        complain(loaded_.origins["mqtt.password_file"],
+                 "mqtt.password_file: a password alone is nobody's, expected mqtt.username beside it");
+    }
+    if (values.mqtt_certificate_file.has_value() != values.mqtt_key_file.has_value()) {
+        char const* const path = values.mqtt_key_file ? "mqtt.key_file" : "mqtt.certificate_file";
+        complain(loaded_.origins[path],
+                 std::string(path) + ": expected mqtt.certificate_file and mqtt.key_file beside each other");
+    }
+}
+
+/// Makes a name whole, and looks into the file.
+void file_reader::check_file(char const* key, std::optional<std::string>& name,
+                             std::function<void(std::string const&)> const& check) {
+    if (!name) {
+        return;
+    }
+    name = std::filesystem::absolute(directory_ / *name).lexically_normal().string();
+    try {
+        check(*name);
+    } catch (std::exception const& error) {
+        complain(loaded_.origins[key], std::string(key) + ": " + *name + ": " + error.what());
+    }
+}
+
 void file_reader::read_files() {
+    auto& values = loaded_.values;
+    check_file("mqtt.password_file", values.mqtt_password_file, [](auto const& file) { read_password(file); });
+    check_file("mqtt.ca_file", values.mqtt_ca_file, [](auto const& file) { check_pem(file); });
+    check_file("mqtt.certificate_file", values.mqtt_certificate_file, [](auto const& file) { check_pem(file); });
+    check_file("mqtt.key_file", values.mqtt_key_file, [](auto const& file) { check_key(file); });
     try {
         read_named_files(loaded_.values, directory_);
     } catch (std::runtime_error const& error) {
@@ -280,6 +331,16 @@ std::vector<std::string> unused_values(loaded_configuration const& loaded) {
     remark("output.compression", in_tiff, "output.format = \"tiff\" or \"bigtiff\"");
     remark("output.keep_when_lost", values.keep_s > 0.0, "output.keep_s above 0");
     remark("tone.lut_bits", values.lut_file.has_value(), "tone.lut");
+    for (char const* const path :
+         {"mqtt.topic", "mqtt.frames", "mqtt.health_interval_s", "mqtt.username", "mqtt.password_file", "mqtt.ca_file",
+          "mqtt.certificate_file", "mqtt.key_file", "mqtt.queue"}) {
+        remark(path, values.mqtt_broker.has_value(), "mqtt.broker");
+    }
+    remark("mqtt.queue", values.mqtt_frames, "mqtt.frames = true");
+    bool const encrypted = values.mqtt_broker && values.mqtt_broker->starts_with("mqtts:");
+    for (char const* const path : {"mqtt.ca_file", "mqtt.certificate_file", "mqtt.key_file"}) {
+        remark(path, encrypted || !values.mqtt_broker, "an mqtt.broker that begins with mqtts://");
+    }
     return remarks;
 }
 
@@ -289,6 +350,9 @@ std::vector<std::string> remarks(loaded_configuration const& loaded) {
     auto const* const table = loaded.values.lut;
     if (table != nullptr && *std::max_element(table->begin(), table->end()) < dark) {
         all.emplace_back("tone.lut makes everything nearly black: is tone.lut_bits what the file's integers have?");
+    }
+    if (loaded.values.mqtt_password_file && loaded.values.mqtt_broker.value_or("").starts_with("mqtt:")) {
+        all.emplace_back("mqtt.broker is not encrypted: the password can be read on the network, mqtts:// hides it");
     }
     return all;
 }

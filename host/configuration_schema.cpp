@@ -334,6 +334,10 @@ constexpr double highest_gain_db = 60.0;
 constexpr double longest_wait_s = 86'400.0;
 constexpr std::size_t longest_socket_path = 107;  ///< what a Unix address has room for
 constexpr std::size_t longest_web_address = 300;
+constexpr std::size_t longest_broker_address = 300;
+constexpr std::size_t longest_topic = 1024;
+constexpr std::size_t longest_username = 1024;
+constexpr std::int64_t most_queued_messages = 65'536;
 
 keys camera_keys() {
     return {
@@ -460,7 +464,7 @@ keys memory_and_run_keys() {
     };
 }
 
-keys output_and_log_keys() {
+keys output_and_control_keys() {
     return {
         text_key(
             {"output.directory", "", "\"recording\"", "", next_start,
@@ -505,6 +509,47 @@ keys output_and_log_keys() {
         text_key({"ring.socket", "", "none", "", next_start,
                   "Unix socket at which other programs of this user get to read frames from memory, mode 0600."},
                  &configuration::ring_socket, longest_socket_path),
+    };
+}
+
+keys mqtt_keys() {
+    return {
+        text_key({"mqtt.broker", "", "none, no messages", "", next_start,
+                  "Broker that messages go to, \"mqtt://HOST:1883\", encrypted \"mqtts://HOST:8883\"."},
+                 &configuration::mqtt_broker, longest_broker_address),
+        text_key({"mqtt.topic", "", "\"mediagrabber/{instance}\"", "", next_start,
+                  "What the topics of this recording begin with; {instance} in it is log.instance."},
+                 &configuration::mqtt_topic, longest_topic),
+        switch_key({"mqtt.frames", "", "false", "", next_start,
+                    "Whether a message tells of each frame, as its line in frames.jsonl does."},
+                   &configuration::mqtt_frames),
+        number_key(
+            {"mqtt.health_interval_s", "s", "10", "", next_start, "How often a message tells how the recording goes."},
+            &configuration::mqtt_health_interval_s, 0.1, longest_wait_s),
+        text_key({"mqtt.username", "", "none", "", next_start, "Name that the broker knows this program by."},
+                 &configuration::mqtt_username, longest_username),
+        text_key({"mqtt.password_file", "", "none", "", next_start,
+                  "File whose first line is the password, not accessible to other users; needs mqtt.username. Relative"
+                  " to this file, as the three below."},
+                 &configuration::mqtt_password_file, longest_path),
+        text_key({"mqtt.ca_file", "", "the system's authorities", "", next_start,
+                  "Certificates (PEM) of the authorities that the broker's certificate may come from; used with"
+                  " mqtts."},
+                 &configuration::mqtt_ca_file, longest_path),
+        text_key({"mqtt.certificate_file", "", "none", "", next_start,
+                  "Certificate (PEM) that this program shows the broker; used with mqtts, needs mqtt.key_file."},
+                 &configuration::mqtt_certificate_file, longest_path),
+        text_key({"mqtt.key_file", "", "none", "", next_start,
+                  "Key (PEM, without a passphrase) of mqtt.certificate_file, not accessible to other users."},
+                 &configuration::mqtt_key_file, longest_path),
+        integer_key({"mqtt.queue", "frames", "1024", "", next_start,
+                     "Frames whose messages wait for the broker at most; then the oldest are given up, and counted."},
+                    &configuration::mqtt_queue, 1, most_queued_messages),
+    };
+}
+
+keys log_keys() {
+    return {
         choice_key(
             {"log.level", "", "\"warning\"", "", small_change, "What the plug-in logs."}, &configuration::log_level,
             named_values<std::uint32_t>{{"nothing", 0}, {"error", 1}, {"warning", 2}, {"info", 3}, {"debug", 4}}),
@@ -519,7 +564,7 @@ keys output_and_log_keys() {
 std::vector<configuration_key> all_keys() {
     std::vector<configuration_key> all;
     for (auto const table : {camera_keys, image_keys, transport_and_timing_keys, exposure_and_gain_keys,
-                             memory_and_run_keys, output_and_log_keys}) {
+                             memory_and_run_keys, output_and_control_keys, mqtt_keys, log_keys}) {
         auto some = table();
         std::move(some.begin(), some.end(), std::back_inserter(all));
     }

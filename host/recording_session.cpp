@@ -184,7 +184,8 @@ void recording_session::let_in_onlookers() {
                                   .reload = [this] { return reload_and_wait(); },
                                   .calculate_table = [this](bool in_12_bits) { return calculate_table(in_12_bits); },
                                   .stop = [this] { return stop(); }},
-                     .tone = &context_.tone()});
+                     .tone = &context_.tone(),
+                     .period_us = &progress_.period_us});
 }
 
 recording_status recording_session::status() const {
@@ -308,6 +309,7 @@ exit_status recording_session::finish(exit_status status) {
         pipeline_->hurry();
     }
     exporter_.finish();
+    onlookers_.finish();
     bool const pipeline_ended = pipeline_ == nullptr || pipeline_->finish();
     auto const held = ring_ == nullptr ? frame_ring::figures() : ring_->finish();
     report_.stop();

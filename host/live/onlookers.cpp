@@ -37,10 +37,11 @@ bool is_own_message(std::string_view line) {
 
 onlookers::onlookers(configuration const& chosen)
     : chosen_(chosen),
-      any_(chosen.web_address.has_value() || chosen.ring_socket.has_value()),
+      any_(chosen.web_address.has_value() || chosen.ring_socket.has_value() || chosen.mqtt_broker.has_value()),
       history_(any_ ? frames_remembered : 1),
       log_(lines_remembered),
-      ring_(chosen.ring_socket ? std::make_unique<ring_publisher>(*chosen.ring_socket) : nullptr) {}
+      ring_(chosen.ring_socket ? std::make_unique<ring_publisher>(*chosen.ring_socket) : nullptr),
+      messenger_(chosen.mqtt_broker ? std::make_unique<messenger>(chosen) : nullptr) {}
 
 onlookers::~onlookers() {
     close();
@@ -50,9 +51,12 @@ std::vector<frame_watcher_like*> onlookers::watchers() {
     if (!any_) {
         return {};
     }
-    std::vector<frame_watcher_like*> all{&history_};
+    std::vector<frame_watcher_like*> all{&history_, &metrics_};
     if (ring_ != nullptr) {
         all.push_back(ring_.get());
+    }
+    if (messenger_ != nullptr) {
+        all.push_back(messenger_.get());
     }
     return all;
 }
@@ -82,12 +86,24 @@ void onlookers::listen(std::function<wanted_output()> const& wanted) {
 
 void onlookers::open(recording_access access) {
     access_ = std::move(access);
+    if (access_.period_us != nullptr) {
+        metrics_.measure_against(*access_.period_us);
+    }
+    if (messenger_) {
+        messenger_->begin(access_.status);
+    }
 }
 
 void onlookers::close() {
     hear_log(nullptr);
     plugin_output_.reset();
     error_output_.reset();
+}
+
+void onlookers::finish() {
+    if (messenger_) {
+        messenger_->finish();
+    }
 }
 
 void onlookers::complete(recording_status& status) const {
@@ -97,6 +113,9 @@ void onlookers::complete(recording_status& status) const {
     if (ring_ != nullptr) {
         status.ring_readers = ring_->readers();
         status.ring_overtaken = ring_->overtaken();
+    }
+    if (messenger_ != nullptr) {
+        status.broker = messenger_->status();
     }
 }
 

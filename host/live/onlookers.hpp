@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,6 +16,8 @@
 #include "live/recording_status.hpp"
 #include "live/tone_curve.hpp"
 #include "sharing/ring_publisher.hpp"
+#include "telemetry/messenger.hpp"
+#include "telemetry/metrics.hpp"
 
 namespace mediagrabber {
 
@@ -48,14 +51,19 @@ public:
         std::function<recording_status()> status;
         recording_controls controls;
         tone_curve const* tone = nullptr;
+        std::atomic<std::uint32_t> const* period_us = nullptr;  ///< frame period in force, 0: not known
     };
     /// Lets them in. \throws std::runtime_error with a message for the operator
     void open(recording_access access);
     /// Sends them away. Waits for calls of theirs that have begun; who they call has to see to that.
     void close();
+    /// Tells those who are told of frames that all have been seen. Takes seconds at most.
+    void finish();
 
     frame_history const& history() const { return history_; }
     log_memory const& log() const { return log_; }
+    /// How it goes, as Prometheus reads it; after open().
+    std::string metrics_text() const { return metrics_.text(access_.status()); }
 
     /// Adds what the onlookers themselves know.
     void complete(recording_status& status) const;
@@ -66,6 +74,8 @@ private:
     frame_history history_;
     log_memory log_;
     std::unique_ptr<ring_publisher> ring_;
+    metrics metrics_;
+    std::unique_ptr<messenger> messenger_;
     recording_access access_;
     std::unique_ptr<output_tap> plugin_output_;
     std::unique_ptr<output_tap> error_output_;

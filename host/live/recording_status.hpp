@@ -12,6 +12,13 @@
 
 namespace mediagrabber {
 
+/// How it stands with the broker that messages go to.
+struct broker_status {
+    bool connected = false;
+    std::uint64_t sent = 0;     ///< messages that the broker's connection took; those that it answers: that it answered
+    std::uint64_t dropped = 0;  ///< messages that were given up
+};
+
 /// How a recording goes, at one moment: what its page, its metrics and its messages tell. Counts are since its
 /// beginning.
 struct recording_status {
@@ -27,6 +34,8 @@ struct recording_status {
     std::string plugin_version;
     std::string directory;
     std::uint32_t instance = 0;
+
+    std::optional<broker_status> broker;  ///< nothing: none is configured
 
     std::uint64_t ring_readers = 0;    ///< programs that read frames from memory now
     std::uint64_t ring_overtaken = 0;  ///< frames that were gone when they had read them, as they tell
