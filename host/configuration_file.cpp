@@ -8,6 +8,7 @@
 #include "bounded_file.hpp"
 #include "configuration_schema.hpp"
 #include "lookup_table_file.hpp"
+#include "web/web_address.hpp"
 
 namespace mediagrabber {
 
@@ -62,6 +63,7 @@ private:
     bool read_value(schema_key<target> const& key, toml::node const& node, target& into);
     void refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known);
     void check_together();
+    void check_web();
     void read_files();
     void complain(file_position where, std::string what) { faults_.push_back({where, std::move(what)}); }
 
@@ -113,6 +115,7 @@ void file_reader::read_root(toml::table const& root) {
         }
     }
     check_together();
+    check_web();
     read_files();
 }
 
@@ -201,6 +204,21 @@ void file_reader::check_together() {
     }
 }
 
+/// A command line may still give what is missing, so only the address is looked at.
+void file_reader::check_web() {
+    auto& values = loaded_.values;
+    if (values.web_token_file) {
+        values.web_token_file = std::filesystem::absolute(directory_ / *values.web_token_file).lexically_normal();
+    }
+    try {
+        if (values.web_address) {
+            parse_web_address(*values.web_address);
+        }
+    } catch (std::runtime_error const& error) {
+        complain(loaded_.origins["web.address"], std::string("web.address: ") + error.what());
+    }
+}
+
 void file_reader::read_files() {
     try {
         read_named_files(loaded_.values, directory_);
@@ -276,6 +294,7 @@ std::vector<std::string> unused_values(loaded_configuration const& loaded) {
     remark("tone.gamma", !values.lut_file, "a configuration without tone.lut");
     remark("tone.lut", values.tone_enabled, "tone.enable = true");
     remark("tone.lut", !in_twelve_bits, "an image.format of 8 bits");
+    remark("web.token_file", values.web_address.has_value(), "web.address");
     remark("tone.lut_bits", values.lut_file.has_value(), "tone.lut");
     return remarks;
 }

@@ -66,8 +66,8 @@ recording_session::recording_session(configuration_reader read, configuration fi
     : read_(std::move(read)),
       first_(std::move(first)),
       configurations_(first_),
-      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
       onlookers_(first_),
+      recording_(recording_place(first_.directory, std::chrono::system_clock::now()), file_writer(first_)),
       exporter_(
           recording_, first_.export_buffers,
           [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); },
@@ -145,6 +145,7 @@ recording_status recording_session::status() const {
     found.plugin_version = context_.plugin_version();
     found.directory = recording_.directory().string();
     found.instance = first_.log_instance;
+    found.in_force = &configurations_.in_force();
     onlookers_.complete(found);
     return found;
 }

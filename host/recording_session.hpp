@@ -62,8 +62,8 @@ private:
     grab_progress progress_;
     signal_latch latch_;
     configuration_store configurations_;
+    onlookers onlookers_;  ///< before the recording: one that can't be leaves no directory behind
     recording recording_;
-    onlookers onlookers_;
     frame_exporter exporter_;
     frame_intake intake_;
     host_context context_;

@@ -12,7 +12,9 @@ struct run_options {
     std::filesystem::path configuration;
     std::filesystem::path plugin;  ///< empty: the one that belongs to this program
     std::optional<std::uint32_t> frames;
-    std::filesystem::path output;  ///< empty: as configured
+    std::filesystem::path output;     ///< empty: as configured
+    std::string web;                  ///< ADDRESS:PORT of the live page; empty: as configured
+    std::filesystem::path web_token;  ///< file; empty: as configured
 };
 
 /// `mediagrabber run`: records until the frames asked for are there, or a signal asks for the end.

@@ -39,7 +39,8 @@ onlookers::onlookers(configuration const& chosen)
     : chosen_(chosen),
       any_(chosen.web_address.has_value() || chosen.ring_socket.has_value()),
       history_(any_ ? frames_remembered : 1),
-      log_(lines_remembered) {}
+      log_(lines_remembered),
+      web_(chosen.web_address ? std::make_unique<web_server>(chosen) : nullptr) {}
 
 onlookers::~onlookers() {
     close();
@@ -49,11 +50,15 @@ std::vector<frame_watcher_like*> onlookers::watchers() {
     if (!any_) {
         return {};
     }
-    return {&history_};
+    std::vector<frame_watcher_like*> all{&history_};
+    if (web_) {
+        all.push_back(&web_->watcher());
+    }
+    return all;
 }
 
 std::size_t onlookers::frames_kept() const {
-    return 0;
+    return web_ ? web_->watcher().frames_kept() : 0;
 }
 
 void onlookers::listen(std::function<wanted_output()> wanted) {
@@ -77,9 +82,20 @@ void onlookers::listen(std::function<wanted_output()> wanted) {
 
 void onlookers::open(recording_access access) {
     access_ = std::move(access);
+    if (web_) {
+        web_->open({.status = access_.status,
+                    .controls = access_.controls,
+                    .tone = access_.tone,
+                    .history = &history_,
+                    .log = &log_,
+                    .metrics = {}});
+    }
 }
 
 void onlookers::close() {
+    if (web_) {
+        web_->close();
+    }
     hear_log(nullptr);
     plugin_output_.reset();
     error_output_.reset();

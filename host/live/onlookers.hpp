@@ -14,6 +14,7 @@
 #include "live/recording_controls.hpp"
 #include "live/recording_status.hpp"
 #include "live/tone_curve.hpp"
+#include "web/web_server.hpp"
 
 namespace mediagrabber {
 
@@ -27,6 +28,7 @@ struct wanted_output {
 /// configured, nothing of it is there.
 class onlookers {
 public:
+    /// \throws std::runtime_error with a message for the operator when one that is configured can't be
     explicit onlookers(configuration const& chosen);
     ~onlookers();
     onlookers(onlookers const&) = delete;
@@ -65,6 +67,7 @@ private:
     frame_history history_;
     log_memory log_;
     recording_access access_;
+    std::unique_ptr<web_server> web_;  ///< the page, when one is configured
     std::unique_ptr<output_tap> plugin_output_;
     std::unique_ptr<output_tap> error_output_;
 };

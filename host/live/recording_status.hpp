@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration.hpp"
 #include "frame_record.hpp"
 #include "live/log_memory.hpp"
 #include "progress_report.hpp"
@@ -27,6 +28,7 @@ struct recording_status {
     std::string plugin_version;
     std::string directory;
     std::uint32_t instance = 0;
+    configuration const* in_force = nullptr;  ///< lives as long as the recording
 
     std::uint64_t ring_readers = 0;    ///< programs that read frames from memory now
     std::uint64_t ring_overtaken = 0;  ///< frames that were gone when they had read them, as they tell
