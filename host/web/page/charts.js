@@ -89,17 +89,15 @@ const charts = (() => {
     context.strokeStyle = colours.line;
     context.fillStyle = colours.faint;
     context.lineWidth = 1;
+    context.textBaseline = 'bottom';
     for (const value of [low, high]) {
       const at = Math.round(y(value)) + 0.5;
       context.beginPath();
       context.moveTo(0, at);
       context.lineTo(right, at);
       context.stroke();
-      context.textBaseline = value === low ? 'bottom' : 'bottom';
       context.fillText(options.text(value), 0, at - 1);
     }
-    context.textBaseline = 'bottom';
-    context.textAlign = 'left';
     context.fillText(`${options.seconds / 60} min ago`, 0, height);
     context.textAlign = 'right';
     context.fillText('now', right, height);

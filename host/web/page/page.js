@@ -45,7 +45,7 @@ async function showPicture(response) {
   if (canvas.width !== bitmap.width || canvas.height !== bitmap.height) {
     canvas.width = bitmap.width;
     canvas.height = bitmap.height;
-    canvas.style.aspectRatio = innerWidth < 1000 ? `${bitmap.width} / ${bitmap.height}` : '';
+    canvas.style.aspectRatio = `${bitmap.width} / ${bitmap.height}`;
   }
   canvas.getContext('2d').drawImage(bitmap, 0, 0);
   bitmap.close();
@@ -229,9 +229,8 @@ function showTiming(kind, options) {
   const last = all[all.length - 1];
   if (!last) return;
   charts.band($(kind), all, {seconds: chartSeconds, end: last.t + 1, text: span, ...options});
-  const text = kind === 'error' ? `${span(last.low)} … ${span(last.high)}` : `${span(last.mean)} (${span(last.low)} … ${span(last.high)})`;
-  put(`${kind}-now`, text);
-  $(kind).setAttribute('aria-label', `Last second: ${text}`);
+  put(`${kind}-now`, span(kind === 'error' && -last.low > last.high ? last.low : kind === 'error' ? last.high : last.mean));
+  $(kind).setAttribute('aria-label', `Last second: ${span(last.low)} to ${span(last.high)}, mean ${span(last.mean)}`);
 }
 
 // Only the last stretch still grows: what is before it is kept.
@@ -281,9 +280,11 @@ function offer(id, value) {
   if ($(id).value !== text) $(id).value = text;
 }
 
+let configured = null;  // what is in force
+
 function fillControls(status) {
   const newest = status.newest;
-  const configured = status.configured;
+  configured = status.configured;
   const rateNow = status.period_us ? 1e6 / status.period_us : configured?.frame_rate;
   offer('gain', newest?.gain_db);
   offer('gain-slider', newest?.gain_db);
@@ -366,10 +367,12 @@ function pair(id, settings, what, {toSlider = (x) => x, fromSlider = (x) => x} =
   });
 }
 
-pair('gain', (value) => ['gain.mode=manual', `gain.db=${value}`], 'Gain');
-pair('exposure', (value) => ['exposure.mode=manual', `exposure.time_us=${value}`], 'Exposure',
+// What a value needs goes along unless it is so already.
+const unless = (so, setting) => (so ? [] : [setting]);
+pair('gain', (value) => [...unless(configured?.gain_mode === 'manual', 'gain.mode=manual'), `gain.db=${value}`], 'Gain');
+pair('exposure', (value) => [...unless(configured?.exposure_mode === 'manual', 'exposure.mode=manual'), `exposure.time_us=${value}`], 'Exposure',
   {toSlider: Math.log10, fromSlider: (value) => Number((10 ** value).toPrecision(3))});
-pair('gamma', (value) => ['tone.enable=true', `tone.gamma=${value}`], 'Gamma');
+pair('gamma', (value) => [...unless(configured?.tone, 'tone.enable=true'), `tone.gamma=${value}`], 'Gamma');
 
 $('rate-form').addEventListener('submit', async (event) => {
   event.preventDefault();
