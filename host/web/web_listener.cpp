@@ -168,6 +168,7 @@ void web_listener::stop() {
     }
     threads_.clear();
     waiting_.clear();
+    listening_ = file_handle();  // who comes now is told at once that nobody is there
 }
 
 }  // namespace mediagrabber

@@ -4,6 +4,7 @@ import pathlib
 import tempfile
 
 from selenium import webdriver
+from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
@@ -58,8 +59,14 @@ class Browser:
                                     {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
 
     def press(self, *keys):
-        """Keys to whatever has the focus."""
-        self.driver.switch_to.active_element.send_keys(*keys)
+        """Keys to whatever has the focus, as a keyboard has them."""
+        ActionChains(self.driver, duration=0).send_keys(*keys).perform()
+
+    def fill(self, name, value):
+        """Goes to a field and writes over what is in it."""
+        self.tab_to(name)
+        ActionChains(self.driver, duration=0).key_down(Keys.CONTROL).send_keys("a").key_up(Keys.CONTROL).perform()
+        self.press(value)
 
     def focused(self):
         return self.run("return document.activeElement.id || document.activeElement.getAttribute('aria-label')"
