@@ -66,6 +66,7 @@ const charts = (() => {
     return (up ? Math.ceil(value / size) : Math.floor(value / size)) * size;
   }
 
+  // What is above `highest` times the middle is cut off at the upper edge, so that one pause does not flatten the rest.
   // Where least, mean and greatest of each second lie. Points: {t, low, mean, high}, t in seconds; gaps stay gaps.
   function band(canvas, points, options) {
     const {context, width, height} = prepare(canvas);
@@ -80,12 +81,17 @@ const charts = (() => {
       low = Math.min(low, point.low);
       high = Math.max(high, point.high);
     }
+    if (options.highest && inside.length) {
+      const means = inside.map((point) => point.mean).sort((a, b) => a - b);
+      high = Math.min(high, options.highest * means[Math.floor(means.length / 2)]);
+    }
     if (!Number.isFinite(low) || !Number.isFinite(high)) { low = 0; high = 1; }
     const margin = Math.max((high - low) * 0.1, options.least || 0);
     high = rounded(high + margin, true);
     low = options.zero ? 0 : rounded(low - margin, false);
+    if (options.positive) low = Math.max(low, 0);
     const x = (t) => (t - begin) / options.seconds * right;
-    const y = (value) => bottom - (value - low) / (high - low || 1) * (bottom - 12);
+    const y = (value) => bottom - (Math.min(value, high) - low) / (high - low || 1) * (bottom - 12);
     context.strokeStyle = colours.line;
     context.fillStyle = colours.faint;
     context.lineWidth = 1;

@@ -1,7 +1,7 @@
 'use strict';
 
 const $ = (id) => document.getElementById(id);
-const chartSeconds = 300;
+const chartSeconds = [60, 300];  // the shortest that all of it has room in
 const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
 
 // --- What comes from the recording
@@ -194,7 +194,7 @@ async function followStatus() {
   const status = await (await get('/status.json')).json();
   showState(status);
   put('running', time(status.running_s));
-  put('directory', status.directory);
+  put('directory', status.directory.split('/').pop());
   showCamera(status);
   showCounts(status);
   showNewest(status.newest);
@@ -228,7 +228,9 @@ function showTiming(kind, options) {
   const all = points(kind);
   const last = all[all.length - 1];
   if (!last) return;
-  charts.band($(kind), all, {seconds: chartSeconds, end: last.t + 1, text: span, ...options});
+  const length = last.t + 1 - all[0].t;
+  const seconds = chartSeconds.find((one) => one >= length) || chartSeconds[chartSeconds.length - 1];
+  charts.band($(kind), all, {seconds, end: last.t + 1, text: span, ...options});
   put(`${kind}-now`, span(kind === 'error' && -last.low > last.high ? last.low : kind === 'error' ? last.high : last.mean));
   $(kind).setAttribute('aria-label', `Last second: ${span(last.low)} to ${span(last.high)}, mean ${span(last.mean)}`);
 }
@@ -240,10 +242,10 @@ async function followTiming() {
   if (stretches.length && after > stretches[stretches.length - 1].last) timing.done = [];
   timing.current = stretches.slice(-1);
   timing.done.push(...stretches.slice(0, -1));
-  timing.done = timing.done.slice(-2 * chartSeconds);
-  showTiming('interval', {least: 50});
+  timing.done = timing.done.slice(-600);
+  showTiming('interval', {least: 50, positive: true, highest: 3});
   showTiming('error', {least: 5});
-  showTiming('delay', {zero: true, least: 5});
+  showTiming('delay', {zero: true, least: 5, highest: 6});
 }
 
 // --- The log

@@ -23,7 +23,7 @@ mode = "manual"
 db = 0
 [exposure]
 mode = "manual"
-time_us = 1500
+time_us = 1000
 [tone]
 enable = true
 [output]
@@ -80,7 +80,7 @@ class LivePage(unittest.TestCase):
         self.browser.wait(lambda: self.browser.text("rate").startswith(("49.", "50.")), "the frame rate")
         self.assertIn("GO-5100M-PGE", self.browser.text("camera-name"))
         self.assertEqual(self.browser.text("gain-now"), "0.0 dB")
-        self.assertEqual(self.browser.text("exposure-now"), "1.50 ms")
+        self.assertEqual(self.browser.text("exposure-now"), "1.00 ms")
         self.assertRegex(self.browser.text("temperature"), r"^\d+\.\d °C$")
         self.assertEqual(self.browser.text("overrun"), "0")
         self.browser.wait(lambda: self.page in self.browser.run("return document.getElementById('log').textContent"),
@@ -158,6 +158,9 @@ class LivePage(unittest.TestCase):
         self.assertEqual(self.browser.element("answer").get_attribute("aria-live"), "polite")
 
     def test_11_light_dark_and_phone(self):
+        self.browser.fill("gamma", "0.75")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait(lambda: self.browser.text("tone") == "gamma 0.75", "a curve")
         grounds = {}
         for scheme in ("light", "dark"):
             self.browser.prefer(scheme)
