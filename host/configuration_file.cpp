@@ -12,6 +12,7 @@
 #include "telemetry/broker_address.hpp"
 #include "telemetry/broker_login.hpp"
 #include "telemetry/messenger.hpp"
+#include "web/web_address.hpp"
 
 namespace mediagrabber {
 
@@ -67,6 +68,7 @@ private:
     void refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known);
     void check_together();
     void check_broker();
+    void check_web();
     void read_files();
     void check_file(char const* key, std::optional<std::string>& name,
                     std::function<void(std::string const&)> const& check);
@@ -121,6 +123,7 @@ void file_reader::read_root(toml::table const& root) {
     }
     check_together();
     check_broker();
+    check_web();
     read_files();
 }
 
@@ -206,6 +209,21 @@ void file_reader::check_together() {
         complain(loaded_.origins["image.convert_to"],
                  "image.convert_to: a monochrome picture has no colours to make \"bayer_rg8\" of, expected a"
                  " monochrome format");
+    }
+}
+
+/// A command line may still give what is missing, so only the address is looked at.
+void file_reader::check_web() {
+    auto& values = loaded_.values;
+    if (values.web_token_file) {
+        values.web_token_file = std::filesystem::absolute(directory_ / *values.web_token_file).lexically_normal();
+    }
+    try {
+        if (values.web_address) {
+            parse_web_address(*values.web_address);
+        }
+    } catch (std::runtime_error const& error) {
+        complain(loaded_.origins["web.address"], std::string("web.address: ") + error.what());
     }
 }
 
@@ -330,6 +348,7 @@ std::vector<std::string> unused_values(loaded_configuration const& loaded) {
     bool const in_tiff = values.output == output_format::tiff || values.output == output_format::bigtiff;
     remark("output.compression", in_tiff, "output.format = \"tiff\" or \"bigtiff\"");
     remark("output.keep_when_lost", values.keep_s > 0.0, "output.keep_s above 0");
+    remark("web.token_file", values.web_address.has_value(), "web.address");
     remark("tone.lut_bits", values.lut_file.has_value(), "tone.lut");
     for (char const* const path :
          {"mqtt.topic", "mqtt.frames", "mqtt.health_interval_s", "mqtt.username", "mqtt.password_file", "mqtt.ca_file",

@@ -68,6 +68,9 @@ void declare(CLI::App& app, command_line& line) {
     run->add_option("--frames", line.run.frames, "Frames to record, 0 for no limit; instead of run.frames")
         ->check(CLI::Range(std::uint32_t{0}, std::uint32_t{4'294'967'294}));
     run->add_option("--output", line.run.output, "Directory to record to; instead of output.directory");
+    run->add_option("--web", line.run.web, "ADDRESS:PORT of the live page, 127.0.0.1:8080; instead of web.address");
+    run->add_option("--web-token", line.run.web_token,
+                    "File with the token that the page asks for; instead of web.token_file");
 
     run->add_option("--pipeline", line.run.pipeline,
                     "GStreamer pipeline that gets every frame, too; instead of output.pipeline");

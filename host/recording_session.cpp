@@ -65,12 +65,12 @@ recording_session::recording_session(configuration_reader read, configuration fi
     : read_(std::move(read)),
       first_(std::move(first)),
       configurations_(first_),
+      onlookers_(first_),
       place_(recording_place(first_.directory, std::chrono::system_clock::now())),
       pipeline_(make_pipeline()),
       ring_(make_ring()),
       recording_(ring_ == nullptr ? std::make_unique<recording>(place_, format_of(first_)) : nullptr),
       sinks_({{"files", &files()}, {"pipeline", pipeline_.get()}}),
-      onlookers_(first_),
       exporter_(
           sink(), first_.export_buffers,
           [this](frame_record const& frame, std::string const& why) { report_failure(frame, why); },
@@ -204,6 +204,7 @@ recording_status recording_session::status() const {
     found.plugin_version = context_.plugin_version();
     found.directory = place_.string();
     found.instance = first_.log_instance;
+    found.in_force = &configurations_.in_force();
     onlookers_.complete(found);
     return found;
 }

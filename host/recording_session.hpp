@@ -70,12 +70,12 @@ private:
     grab_progress progress_;
     signal_latch latch_;
     configuration_store configurations_;
+    onlookers onlookers_;  ///< before the recording: one that can't be leaves no directory behind
     std::filesystem::path const place_;
     std::unique_ptr<pipeline_sink> const pipeline_;  ///< before the recording: one that can't be leaves no trace
     std::unique_ptr<frame_ring> const ring_;         ///< instead of the recording, where frames are held
     std::unique_ptr<recording> const recording_;     ///< where frames are written as they come
     combined_sink sinks_;
-    onlookers onlookers_;
     frame_exporter exporter_;
     frame_intake intake_;
     host_context context_;

@@ -8,6 +8,7 @@
 #include "recording_session.hpp"
 #include "service/journal.hpp"
 #include "signal_watch.hpp"
+#include "web/access_token.hpp"
 
 namespace mediagrabber {
 
@@ -27,6 +28,13 @@ loaded_configuration read_configuration(run_options const& options) {
     if (options.pipeline) {
         loaded.values.pipeline = options.pipeline->empty() ? std::nullopt : options.pipeline;
     }
+    if (!options.web.empty()) {
+        loaded.values.web_address = options.web;
+    }
+    if (!options.web_token.empty()) {
+        loaded.values.web_token_file = options.web_token.string();
+    }
+    check_web_values(loaded.values);
     if (goes_to_journal(STDOUT_FILENO) && !loaded.origins.contains("log.sinks")) {
         loaded.values.log_sinks = system_log;  // which keeps the levels of what the plug-in says
     }

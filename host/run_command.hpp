@@ -14,6 +14,8 @@ struct run_options {
     std::optional<std::uint32_t> frames;
     std::filesystem::path output;         ///< empty: as configured
     std::optional<std::string> pipeline;  ///< empty text: none
+    std::string web;                      ///< ADDRESS:PORT of the live page; empty: as configured
+    std::filesystem::path web_token;      ///< file; empty: as configured
 };
 
 /// `mediagrabber run`: records until the frames asked for are there, or a signal asks for the end.

@@ -41,7 +41,8 @@ onlookers::onlookers(configuration const& chosen)
       history_(any_ ? frames_remembered : 1),
       log_(lines_remembered),
       ring_(chosen.ring_socket ? std::make_unique<ring_publisher>(*chosen.ring_socket) : nullptr),
-      messenger_(chosen.mqtt_broker ? std::make_unique<messenger>(chosen) : nullptr) {}
+      messenger_(chosen.mqtt_broker ? std::make_unique<messenger>(chosen) : nullptr),
+      web_(chosen.web_address ? std::make_unique<web_server>(chosen) : nullptr) {}
 
 onlookers::~onlookers() {
     close();
@@ -58,11 +59,14 @@ std::vector<frame_watcher_like*> onlookers::watchers() {
     if (messenger_ != nullptr) {
         all.push_back(messenger_.get());
     }
+    if (web_ != nullptr) {
+        all.push_back(&web_->watcher());
+    }
     return all;
 }
 
 std::size_t onlookers::frames_kept() const {
-    return 0;
+    return web_ ? web_->watcher().frames_kept() : 0;
 }
 
 void onlookers::listen(std::function<wanted_output()> const& wanted) {
@@ -89,19 +93,30 @@ void onlookers::open(recording_access access) {
     if (access_.period_us != nullptr) {
         metrics_.measure_against(*access_.period_us);
     }
-    if (messenger_) {
+    if (messenger_ != nullptr) {
         messenger_->begin(access_.status);
+    }
+    if (web_ != nullptr) {
+        web_->open({.status = access_.status,
+                    .controls = access_.controls,
+                    .tone = access_.tone,
+                    .history = &history_,
+                    .log = &log_,
+                    .metrics = [this] { return metrics_text(); }});
     }
 }
 
 void onlookers::close() {
+    if (web_ != nullptr) {
+        web_->close();
+    }
     hear_log(nullptr);
     plugin_output_.reset();
     error_output_.reset();
 }
 
 void onlookers::finish() {
-    if (messenger_) {
+    if (messenger_ != nullptr) {
         messenger_->finish();
     }
 }

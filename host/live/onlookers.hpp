@@ -18,6 +18,7 @@
 #include "sharing/ring_publisher.hpp"
 #include "telemetry/messenger.hpp"
 #include "telemetry/metrics.hpp"
+#include "web/web_server.hpp"
 
 namespace mediagrabber {
 
@@ -31,6 +32,7 @@ struct wanted_output {
 /// configured, nothing of it is there.
 class onlookers {
 public:
+    /// \throws std::runtime_error with a message for the operator when one that is configured can't be
     explicit onlookers(configuration const& chosen);
     ~onlookers();
     onlookers(onlookers const&) = delete;
@@ -77,6 +79,7 @@ private:
     metrics metrics_;
     std::unique_ptr<messenger> messenger_;
     recording_access access_;
+    std::unique_ptr<web_server> web_;  ///< the page, when one is configured
     std::unique_ptr<output_tap> plugin_output_;
     std::unique_ptr<output_tap> error_output_;
 };

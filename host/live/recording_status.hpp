@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "configuration.hpp"
 #include "frame_record.hpp"
 #include "live/log_memory.hpp"
 #include "progress_report.hpp"
@@ -34,6 +35,7 @@ struct recording_status {
     std::string plugin_version;
     std::string directory;
     std::uint32_t instance = 0;
+    configuration const* in_force = nullptr;  ///< lives as long as the recording
 
     std::optional<broker_status> broker;  ///< nothing: none is configured
 

@@ -307,6 +307,23 @@ TEST(ConfigurationFile, DoubtsATableThatMakesEverythingBlack) {
 
 // ---- Values without effect ----------------------------------------------------------------------
 
+TEST(ConfigurationFile, SaysWhereAnAddressOfThePageIsNone) {
+    EXPECT_THAT(complaint("[web]\naddress = \"8080\""),
+                StartsWith("run.toml:2:11: web.address: \"8080\" is refused, expected ADDRESS:PORT"));
+}
+
+TEST(ConfigurationFile, MeansATokenFileRelativeToItself) {
+    auto const values =
+        parse_configuration("[web]\naddress = \"127.0.0.1:80\"\ntoken_file = \"token\"", "/etc/recorder/run.toml")
+            .values;
+    EXPECT_EQ(values.web_token_file, "/etc/recorder/token");
+}
+
+TEST(UnusedValues, NameATokenWithoutAPage) {
+    EXPECT_THAT(unused_values(parse_configuration("[web]\ntoken_file = \"token\"", "run.toml")),
+                ElementsAre("web.token_file has no effect: it needs web.address"));
+}
+
 TEST(UnusedValues, AreRemarkedUponWithWhatTheyNeed) {
     auto const loaded = parse_configuration(
         "exposure.time_us = 5\nexposure.limits_us = [1, 2]\ngain.db = 1\ngain.limits_db = [1, 2]\n"

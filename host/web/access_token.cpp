@@ -1,0 +1,93 @@
+#include "web/access_token.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "bounded_file.hpp"
+#include "web/web_address.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+constexpr std::size_t longest_token = 4'096;
+constexpr char how_to_make_one[] = "make one: (umask 077; head -c 24 /dev/urandom | base64 >FILE)";
+
+bool is_visible(char c) {
+    return c > ' ' && c < '\x7F';
+}
+
+std::string without_line_end(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+void refuse_readable_file(std::filesystem::path const& file) {
+    struct stat found {};
+    if (stat(file.c_str(), &found) != 0) {
+        throw std::runtime_error(file.string() + ": " + std::generic_category().message(errno) + "; " +
+                                 how_to_make_one);
+    }
+    if ((found.st_mode & (S_IROTH | S_IWOTH)) != 0) {
+        throw std::runtime_error(file.string() + ": other users may read or write the token, run: chmod o-rw " +
+                                 file.string());
+    }
+}
+
+}  // namespace
+
+access_token::access_token(std::string secret) : secret_(std::move(secret)) {
+    if (secret_.size() < shortest_token) {
+        throw std::runtime_error("a token of " + std::to_string(secret_.size()) + " characters is refused, expected " +
+                                 std::to_string(shortest_token) + " or more; " + how_to_make_one);
+    }
+    if (!std::all_of(secret_.begin(), secret_.end(), is_visible)) {
+        throw std::runtime_error(
+            std::string("a token with blanks or other characters that can't be seen is refused; ") + how_to_make_one);
+    }
+}
+
+access_token access_token::read(std::filesystem::path const& file) {
+    refuse_readable_file(file);
+    try {
+        return access_token(without_line_end(read_bounded_file(file, longest_token)));
+    } catch (std::runtime_error const& error) {
+        throw std::runtime_error(file.string() + ": " + error.what());
+    }
+}
+
+bool access_token::is(std::string_view offered) const {
+    return same_in_constant_time(secret_, offered);
+}
+
+bool same_in_constant_time(std::string_view secret, std::string_view offered) {
+    // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): bits are compared, not numbers
+    auto const bits = [](char c) { return static_cast<unsigned char>(c); };
+    unsigned volatile difference = secret.size() == offered.size() ? 0U : 1U;
+    for (std::size_t i = 0; i < offered.size(); ++i) {
+        char const own = secret.empty() ? '\0' : secret[i % secret.size()];
+        difference = difference | static_cast<unsigned>(bits(own) ^ bits(offered[i]));
+    }
+    return difference == 0U && !secret.empty();
+}
+
+void check_web_values(configuration const& values) {
+    if (!values.web_address) {
+        return;
+    }
+    auto const address = parse_web_address(*values.web_address);
+    if (!address.loopback && !values.web_token_file) {
+        throw std::runtime_error(*values.web_address +
+                                 " is reached by other machines, expected web.token_file (--web-token) beside it; " +
+                                 how_to_make_one + ", or use 127.0.0.1:" + std::to_string(address.port));
+    }
+}
+
+}  // namespace mediagrabber

@@ -1,0 +1,135 @@
+'use strict';
+
+// Charts on canvases, in the colours of the style sheet.
+
+const charts = (() => {
+  const colours = {};
+  function readColours() {
+    const style = getComputedStyle(document.documentElement);
+    for (const name of ['data', 'band', 'curve', 'faint', 'line', 'bad', 'ink']) {
+      colours[name] = style.getPropertyValue(`--${name}`).trim();
+    }
+  }
+  readColours();
+  matchMedia('(prefers-color-scheme: dark)').addEventListener('change', readColours);
+
+  // The canvas gets as many pixels as the screen shows. The context then counts in CSS pixels.
+  function prepare(canvas) {
+    const scale = window.devicePixelRatio || 1;
+    const width = canvas.clientWidth;
+    const height = canvas.clientHeight;
+    if (canvas.width !== Math.round(width * scale) || canvas.height !== Math.round(height * scale)) {
+      canvas.width = Math.round(width * scale);
+      canvas.height = Math.round(height * scale);
+    }
+    const context = canvas.getContext('2d');
+    context.setTransform(scale, 0, 0, scale, 0, 0);
+    context.clearRect(0, 0, width, height);
+    context.font = '11px system-ui, sans-serif';
+    return {context, width, height};
+  }
+
+  // Counts by the square root, so that what is rare is seen beside what is frequent; the curve over them.
+  function histogram(canvas, counts, curve) {
+    const {context, width, height} = prepare(canvas);
+    context.strokeStyle = colours.line;
+    context.lineWidth = 1;
+    for (let quarter = 0; quarter <= 4; ++quarter) {
+      const x = Math.round(quarter * (width - 1) / 4) + 0.5;
+      context.beginPath();
+      context.moveTo(x, 0);
+      context.lineTo(x, height);
+      context.stroke();
+    }
+    const tallest = Math.sqrt(Math.max(1, ...counts));
+    context.fillStyle = colours.data;
+    const step = width / counts.length;
+    counts.forEach((count, i) => {
+      const bar = Math.sqrt(count) / tallest * (height - 4);
+      context.fillRect(i * step, height - bar, Math.max(step - 0.3, 0.7), bar);
+    });
+    if (curve.length > 1) {
+      context.strokeStyle = colours.curve;
+      context.lineWidth = 2;
+      context.beginPath();
+      curve.forEach((value, i) => {
+        const x = i * (width - 1) / (curve.length - 1);
+        const y = height - 1 - value * (height - 2);
+        if (i === 0) context.moveTo(x, y); else context.lineTo(x, y);
+      });
+      context.stroke();
+    }
+  }
+
+  function rounded(value, up) {
+    const size = 10 ** Math.floor(Math.log10(Math.abs(value) || 1)) / 2;
+    return (up ? Math.ceil(value / size) : Math.floor(value / size)) * size;
+  }
+
+  // What is above `highest` times the middle is cut off at the upper edge, so that one pause does not flatten the rest.
+  // Where least, mean and greatest of each second lie. Points: {t, low, mean, high}, t in seconds; gaps stay gaps.
+  function band(canvas, points, options) {
+    const {context, width, height} = prepare(canvas);
+    const right = width - 1;
+    const bottom = height - 14;
+    const end = options.end;
+    const begin = end - options.seconds;
+    const inside = points.filter((point) => point.t >= begin);
+    let low = options.zero ? 0 : Infinity;
+    let high = -Infinity;
+    for (const point of inside) {
+      low = Math.min(low, point.low);
+      high = Math.max(high, point.high);
+    }
+    if (options.highest && inside.length) {
+      const means = inside.map((point) => point.mean).sort((a, b) => a - b);
+      high = Math.min(high, options.highest * means[Math.floor(means.length / 2)]);
+    }
+    if (!Number.isFinite(low) || !Number.isFinite(high)) { low = 0; high = 1; }
+    const margin = Math.max((high - low) * 0.1, options.least || 0);
+    high = rounded(high + margin, true);
+    low = options.zero ? 0 : rounded(low - margin, false);
+    if (options.positive) low = Math.max(low, 0);
+    const x = (t) => (t - begin) / options.seconds * right;
+    const y = (value) => bottom - (Math.min(value, high) - low) / (high - low || 1) * (bottom - 12);
+    context.strokeStyle = colours.line;
+    context.fillStyle = colours.faint;
+    context.lineWidth = 1;
+    context.textBaseline = 'bottom';
+    for (const value of [low, high]) {
+      const at = Math.round(y(value)) + 0.5;
+      context.beginPath();
+      context.moveTo(0, at);
+      context.lineTo(right, at);
+      context.stroke();
+      context.fillText(options.text(value), 0, at - 1);
+    }
+    context.fillText(`${options.seconds / 60} min ago`, 0, height);
+    context.textAlign = 'right';
+    context.fillText('now', right, height);
+    context.textAlign = 'left';
+
+    const widest = Math.max(right / options.seconds, 1.5);
+    context.fillStyle = colours.band;
+    for (const point of inside) {
+      const top = y(point.high);
+      context.fillRect(x(point.t), top, widest, Math.max(y(point.low) - top, 1));
+    }
+    context.strokeStyle = colours.data;
+    context.lineWidth = 1.5;
+    context.beginPath();
+    let last = -Infinity;
+    for (const point of inside) {
+      const middle = x(point.t) + widest / 2;
+      if (point.t - last > 2.5) context.moveTo(middle, y(point.mean)); else context.lineTo(middle, y(point.mean));
+      last = point.t;
+    }
+    context.stroke();
+    context.fillStyle = colours.bad;
+    for (const point of inside) {
+      if (point.lost) context.fillRect(x(point.t), 0, widest, 5);
+    }
+  }
+
+  return {histogram, band};
+})();
