@@ -113,22 +113,21 @@ void pipeline_sink::end_for(geometry const& wanted) {
     end_running();
 }
 
-bool pipeline_sink::end_running() {
+void pipeline_sink::end_running() {
     if (running_ == nullptr) {
-        return failure_.empty();
+        return;
     }
-    bool ended = false;
     try {
-        ended = running_->finish(chosen_.longest_end);
-        if (!ended) {
+        if (!running_->finish(chosen_.longest_end)) {
+            all_ended_ = false;
             log_error("the pipeline has not come to its end within " + seconds_text(chosen_.longest_end) +
                       "; what it writes may lack its last frames");
         }
     } catch (std::runtime_error const& error) {
+        all_ended_ = false;
         log_error(std::string("pipeline: ") + error.what());
     }
     running_.reset();
-    return ended;
 }
 
 void pipeline_sink::hurry() {
@@ -143,7 +142,10 @@ bool pipeline_sink::out_of_patience() const {
 
 bool pipeline_sink::finish() {
     std::lock_guard const lock(mutex_);
-    return std::exchange(finished_, true) || end_running();
+    if (!std::exchange(finished_, true)) {
+        end_running();
+    }
+    return all_ended_ && failure_.empty();
 }
 
 }  // namespace mediagrabber

@@ -44,7 +44,8 @@ public:
     /// The end is near: once the pipeline has taken no frame for as long as its end may take, frames are refused. May
     /// be called by any thread.
     void hurry();
-    /// The last frame was kept. \return whether the pipeline has made its end of it, in time; why not is in the log
+    /// The last frame was kept. \return whether the pipeline, each time that it was begun, has made its end of it in
+    /// time; why not is in the log
     bool finish();
 
 private:
@@ -60,7 +61,7 @@ private:
 
     void begin(frame_record const& first, geometry const& wanted);
     void end_for(geometry const& wanted);
-    bool end_running();
+    void end_running();
     bool out_of_patience() const;
     [[noreturn]] void fail(std::string const& why);
     std::unique_ptr<running_pipeline> put_together(std::uint64_t start) const;
@@ -77,6 +78,7 @@ private:
     bool pushed_ = false;
     std::string failure_;  ///< why it is not running; empty: it has not failed
     clock::time_point next_start_;
+    bool all_ended_ = true;  ///< those that were to, in time
     bool finished_ = false;
 
     clock::time_point last_push_;
