@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "frame_journal.hpp"
+#include "recording/frame_journal.hpp"
 #include "host_log.hpp"
 #include "telemetry/health_message.hpp"
 
