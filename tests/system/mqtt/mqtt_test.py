@@ -113,7 +113,7 @@ class Farewell(BrokerTest):
             recording.signal(signal.SIGTERM)
             asked = time.monotonic()
             self.assertEqual(recording.finish(seconds=20), SUCCESS, recording.log)
-            self.assertLess(time.monotonic() - asked, 6, recording.log)  # of which the messages may take 2.5
+            self.assertLess(time.monotonic() - asked, 9, recording.log)  # of which the messages may take 2.5
             self.assertGreaterEqual(len(recording.journal()), 50)
             return recording.log
 
@@ -284,7 +284,8 @@ class LostBroker(BrokerTest):
                 recording.wait_for_frames(2000)
                 frames, settled = len(recording.journal()), resident_bytes(recording.process.pid)
                 recording.wait_for_frames(frames + 20000)  # 6 MB of messages
-                self.assertLess(resident_bytes(recording.process.pid) - settled, 3_000_000)
+                if not os.environ["SANITIZE"]:  # sanitizers keep what is given back
+                    self.assertLess(resident_bytes(recording.process.pid) - settled, 3_000_000)
                 recording.signal(signal.SIGTERM)
                 self.assertEqual(recording.finish(), SUCCESS, recording.log)
                 numbers = [line["frame"] for line in recording.journal()]
