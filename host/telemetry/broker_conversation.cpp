@@ -146,7 +146,7 @@ void broker_conversation::tell_waiting(broker_connection& connection) {
         if (!record) {
             return;
         }
-        auto line = journal_line(*record, std::nullopt);
+        auto line = journal_line(*record, {});
         line.pop_back();
         connection.publish({.topic = plan_.topic + "/frame",
                             .text = std::move(line),

@@ -123,7 +123,7 @@ json configured(configuration const* values) {
             {"offset_y", or_null(values->offset_y)},
             {"width", or_null(values->width)},
             {"height", or_null(values->height)},
-            {"files", values->files}};
+            {"files", values->output != output_format::none}};
 }
 
 json histogram_of(live_picture::picture const* shown) {
