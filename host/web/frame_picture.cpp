@@ -29,15 +29,18 @@ void read_line(frame_view const& frame, std::uint32_t y, std::vector<std::uint16
         case 12:
             for (std::uint32_t x = 0; x < width; ++x) {
                 std::size_t const pair = std::size_t{x} / 2 * 3;
-                unsigned const low_bits = byte_at(pair + 1);
-                values[x] = static_cast<std::uint16_t>(x % 2 == 0 ? byte_at(pair) << 4U | (low_bits & 0xFU)
-                                                                  : byte_at(pair + 2) << 4U | low_bits >> 4U);
+                bool const second = x % 2 != 0;
+                unsigned const upper_bits = byte_at(second ? pair + 2 : pair);
+                unsigned const shared = byte_at(pair + 1);
+                unsigned const lower_bits = second ? shared >> 4U : shared & 0xFU;
+                values[x] = static_cast<std::uint16_t>(upper_bits << 4U | lower_bits);
             }
             break;
         default:
             for (std::uint32_t x = 0; x < width; ++x) {
-                values[x] =
-                    static_cast<std::uint16_t>(byte_at(std::size_t{x} * 2) | byte_at(std::size_t{x} * 2 + 1) << 8U);
+                unsigned const low_byte = byte_at(std::size_t{x} * 2);
+                unsigned const high_byte = byte_at(std::size_t{x} * 2 + 1);
+                values[x] = static_cast<std::uint16_t>(high_byte << 8U | low_byte);
             }
     }
 }

@@ -158,6 +158,8 @@ class LivePage(unittest.TestCase):
         self.assertEqual(self.browser.element("answer").get_attribute("aria-live"), "polite")
 
     def test_11_light_dark_and_phone(self):
+        if SCREENSHOTS:  # with something to see in the charts
+            self.browser.wait(lambda: self.browser.text("running") >= "0:01:20", "a minute", seconds=120)
         self.browser.fill("gamma", "0.75")
         self.browser.press(Keys.ENTER)
         self.browser.wait(lambda: self.browser.text("tone") == "gamma 0.75", "a curve")
