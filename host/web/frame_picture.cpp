@@ -3,6 +3,7 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <stdexcept>
@@ -28,15 +29,18 @@ void read_line(frame_view const& frame, std::uint32_t y, std::vector<std::uint16
         case 12:
             for (std::uint32_t x = 0; x < width; ++x) {
                 std::size_t const pair = std::size_t{x} / 2 * 3;
-                unsigned const low_bits = byte_at(pair + 1);
-                values[x] = static_cast<std::uint16_t>(x % 2 == 0 ? byte_at(pair) << 4U | (low_bits & 0xFU)
-                                                                  : byte_at(pair + 2) << 4U | low_bits >> 4U);
+                bool const second = x % 2 != 0;
+                unsigned const upper_bits = byte_at(second ? pair + 2 : pair);
+                unsigned const shared = byte_at(pair + 1);
+                unsigned const lower_bits = second ? shared >> 4U : shared & 0xFU;
+                values[x] = static_cast<std::uint16_t>(upper_bits << 4U | lower_bits);
             }
             break;
         default:
             for (std::uint32_t x = 0; x < width; ++x) {
-                values[x] =
-                    static_cast<std::uint16_t>(byte_at(std::size_t{x} * 2) | byte_at(std::size_t{x} * 2 + 1) << 8U);
+                unsigned const low_byte = byte_at(std::size_t{x} * 2);
+                unsigned const high_byte = byte_at(std::size_t{x} * 2 + 1);
+                values[x] = static_cast<std::uint16_t>(high_byte << 8U | low_byte);
             }
     }
 }
@@ -78,8 +82,21 @@ std::uint32_t divided_up(std::uint32_t value, std::uint32_t by) {
     return (value + by - 1) / by;
 }
 
+/// Every pixel as it is.
+shown_pixels grey(frame_view const& frame, value_window const& window) {
+    shown_pixels made{.width = frame.record.width, .height = frame.record.height, .channels = 1, .values = {}};
+    made.values.reserve(std::size_t{made.width} * made.height);
+    shaded_lines lines(frame, window);
+    std::vector<std::uint8_t> line;
+    for (std::uint32_t y = 0; y < made.height; ++y) {
+        lines.read(y, line);
+        made.values.insert(made.values.end(), line.begin(), line.end());
+    }
+    return made;
+}
+
 /// Each pixel the average of `factor` by `factor`; the last ones of fewer where the sides are no multiple.
-shown_pixels grey(frame_view const& frame, value_window const& window, std::uint32_t factor) {
+shown_pixels averaged_grey(frame_view const& frame, value_window const& window, std::uint32_t factor) {
     auto const& record = frame.record;
     shown_pixels made{.width = divided_up(record.width, factor),
                       .height = divided_up(record.height, factor),
@@ -94,17 +111,28 @@ shown_pixels grey(frame_view const& frame, value_window const& window, std::uint
         std::uint32_t const end = std::min(record.height, (row + 1) * factor);
         for (std::uint32_t y = row * factor; y < end; ++y) {
             lines.read(y, line);
-            for (std::uint32_t x = 0; x < record.width; ++x) {
-                sums[x / factor] += line[x];
+            std::uint8_t const* at = line.data();
+            std::uint8_t const* const line_end = at + line.size();
+            for (auto& sum : sums) {
+                auto const* const behind = at + std::min<std::ptrdiff_t>(factor, line_end - at);
+                sum = std::accumulate(at, behind, sum);
+                at = behind;
             }
         }
         for (std::uint32_t x = 0; x < made.width; ++x) {
             std::uint32_t const columns = std::min(record.width, (x + 1) * factor) - x * factor;
-            std::uint32_t const pixels = columns * (end - row * factor);
+            std::uint32_t const pixels = std::max(1U, columns * (end - row * factor));
             made.values[std::size_t{row} * made.width + x] = static_cast<std::uint8_t>(sums[x] / pixels);
         }
     }
     return made;
+}
+
+/// The neighbour of a pixel or a line; at an edge the one on the other side, which has the same colour.
+std::uint32_t mirrored(std::uint32_t at, int step, std::uint32_t length) {
+    bool const outside = step < 0 ? at == 0 : at + 1 == length;
+    auto const there = static_cast<std::int64_t>(at) + (outside ? -step : step);
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(there, 0, std::int64_t{length} - 1));
 }
 
 /// Colours of a mosaic in full resolution: what a pixel has not itself is the average of its neighbours that have it.
@@ -114,20 +142,15 @@ shown_pixels bilinear_colours(frame_view const& frame, value_window const& windo
     shown_pixels made{.width = width, .height = height, .channels = 3, .values = {}};
     made.values.resize(std::size_t{3} * width * height);
     shaded_lines lines(frame, window);
-    std::array<std::vector<std::uint8_t>, 3> near;  // lines y - 1, y, y + 1, mirrored at the edges
-    auto const mirrored = [](std::uint32_t at, int step, std::uint32_t length) {
-        bool const below = step < 0 && at == 0;
-        bool const above = step > 0 && at + 1 == length;
-        auto const back = static_cast<std::int64_t>(at) + (below || above ? -step : step);
-        return static_cast<std::uint32_t>(std::clamp<std::int64_t>(back, 0, std::int64_t{length} - 1));
-    };
+    std::vector<std::uint8_t> up;  // lines y - 1, y, y + 1, mirrored at the edges
+    std::vector<std::uint8_t> here;
+    std::vector<std::uint8_t> down;
+    lines.read(mirrored(0, 1, height), here);
+    lines.read(0, down);
     for (std::uint32_t y = 0; y < height; ++y) {
-        for (int dy = -1; dy <= 1; ++dy) {
-            lines.read(dy == 0 ? y : mirrored(y, dy, height), near[static_cast<std::size_t>(dy + 1)]);
-        }
-        auto const& up = near[0];
-        auto const& here = near[1];
-        auto const& down = near[2];
+        std::swap(up, here);
+        std::swap(here, down);
+        lines.read(mirrored(y, 1, height), down);
         for (std::uint32_t x = 0; x < width; ++x) {
             auto const left = mirrored(x, -1, width);
             auto const right = mirrored(x, 1, width);
@@ -164,8 +187,12 @@ shown_pixels binned_colours(frame_view const& frame, value_window const& window,
         std::fill(sums.begin(), sums.end(), 0U);
         for (std::uint32_t y = 0; y < side; ++y) {
             lines.read(row * side + y, line);
-            for (std::uint32_t x = 0; x < made.width * side; ++x) {
-                sums[std::size_t{3} * (x / side) + x % 2 + y % 2] += line[x];
+            auto const* at = line.data();
+            for (std::size_t colour = y % 2; colour < sums.size(); colour += 3) {
+                for (std::uint32_t cell = 0; cell < cells; ++cell, at += 2) {
+                    sums[colour] += at[0];
+                    sums[colour + 1] += at[1];
+                }
             }
         }
         for (std::size_t i = 0; i < sums.size(); ++i) {
@@ -181,13 +208,20 @@ shown_pixels binned_colours(frame_view const& frame, value_window const& window,
 value_histogram count_frame(frame_view const& frame) {
     auto const bits = frame.record.format->significant_bits;
     std::vector<std::uint32_t> counts(std::size_t{1} << bits);
+    std::vector<std::uint32_t> of_odd(counts.size());  // neighbours are alike: so no count waits for the one before
+    auto const largest_value = static_cast<std::uint16_t>(counts.size() - 1);
     std::vector<std::uint16_t> line;
     for (std::uint32_t y = 0; y < frame.record.height; ++y) {
         read_line(frame, y, line);
-        for (auto const value : line) {
-            ++counts[std::min<std::size_t>(value, counts.size() - 1)];
+        for (std::size_t x = 0; x + 1 < line.size(); x += 2) {
+            ++counts[std::min(line[x], largest_value)];
+            ++of_odd[std::min(line[x + 1], largest_value)];
+        }
+        if (line.size() % 2 != 0) {
+            ++counts[std::min(line.back(), largest_value)];
         }
     }
+    std::transform(counts.begin(), counts.end(), of_odd.begin(), counts.begin(), std::plus());
     value_histogram histogram;
     histogram.pixels = std::uint64_t{frame.record.width} * frame.record.height;
     histogram.black = counts.front();
@@ -220,7 +254,7 @@ shown_pixels shown(frame_view const& frame, value_window const& window, std::uin
     auto const factor = std::max(1U, divided_up(longer, largest_side));
     bool const has_cells = frame.record.width > 1 && frame.record.height > 1;
     if (!frame.record.format->bayer || !has_cells) {
-        return grey(frame, window, factor);
+        return factor == 1 ? grey(frame, window) : averaged_grey(frame, window, factor);
     }
     auto const cells = divided_up(factor, 2);
     bool const fits = frame.record.width >= 2 * cells && frame.record.height >= 2 * cells;

@@ -37,7 +37,7 @@ std::string random_id() {
 }  // namespace
 
 std::string login_sessions::begin(clock::time_point now) {
-    auto const id = random_id();
+    auto id = random_id();
     std::lock_guard const lock(mutex_);
     if (sessions_.size() == most_sessions) {
         sessions_.pop_front();

@@ -5,7 +5,9 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -20,6 +22,7 @@ namespace {
 constexpr int backlog = 64;
 constexpr std::size_t most_waiting = 128;  ///< connections without a thread
 constexpr int patience_with_idle_s = 3;    ///< connections that send nothing are not even accepted so long
+constexpr int behind_the_recording = 5;    ///< the niceness of a thread: where processors are short, frames go first
 constexpr int pause_ms = 50;               ///< when descriptors have run out
 
 [[noreturn]] void refuse(web_address const& at, int error) {
@@ -97,7 +100,7 @@ web_listener::~web_listener() {
     stop();
 }
 
-void web_listener::serve(std::size_t threads, server serve_one) {
+void web_listener::serve(std::size_t threads, server const& serve_one) {
     threads_.emplace_back([this] { accept_all(); });
     for (std::size_t i = 0; i < threads; ++i) {
         threads_.emplace_back([this, serve_one] { serve_all(serve_one); });
@@ -137,6 +140,7 @@ void web_listener::take(visitor one) {
 }
 
 void web_listener::serve_all(server const& serve_one) {
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), behind_the_recording);
     std::unique_lock lock(mutex_);
     while (true) {
         changed_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });

@@ -32,7 +32,7 @@ public:
     web_address const& at() const { return at_; }
 
     /// Serves those who have come and those to come.
-    void serve(std::size_t threads, server serve_one);
+    void serve(std::size_t threads, server const& serve_one);
     /// Takes nobody any more, and waits for those who are served; they get nothing more to read.
     void stop();
 

@@ -75,7 +75,7 @@ const charts = (() => {
     const end = options.end;
     const begin = end - options.seconds;
     const inside = points.filter((point) => point.t >= begin);
-    let low = options.zero ? 0 : Infinity;
+    let low = Infinity;
     let high = -Infinity;
     for (const point of inside) {
       low = Math.min(low, point.low);
@@ -88,8 +88,8 @@ const charts = (() => {
     if (!Number.isFinite(low) || !Number.isFinite(high)) { low = 0; high = 1; }
     const margin = Math.max((high - low) * 0.1, options.least || 0);
     high = rounded(high + margin, true);
-    low = options.zero ? 0 : rounded(low - margin, false);
-    if (options.positive) low = Math.max(low, 0);
+    const least = options.zero ? Math.min(low, 0) : rounded(low - margin, false);
+    low = low >= 0 ? Math.max(least, 0) : rounded(least, false);
     const x = (t) => (t - begin) / options.seconds * right;
     const y = (value) => bottom - (Math.min(value, high) - low) / (high - low || 1) * (bottom - 12);
     context.strokeStyle = colours.line;

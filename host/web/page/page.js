@@ -1,7 +1,7 @@
 'use strict';
 
 const $ = (id) => document.getElementById(id);
-const chartSeconds = [60, 300];  // the shortest that all of it has room in
+const chartSeconds = [60, 120, 300];  // the shortest that all of it has room in
 const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
 
 // --- What comes from the recording
@@ -243,7 +243,7 @@ async function followTiming() {
   timing.current = stretches.slice(-1);
   timing.done.push(...stretches.slice(0, -1));
   timing.done = timing.done.slice(-600);
-  showTiming('interval', {least: 50, positive: true, highest: 3});
+  showTiming('interval', {least: 50, highest: 3});
   showTiming('error', {least: 5});
   showTiming('delay', {zero: true, least: 5, highest: 6});
 }

