@@ -29,7 +29,7 @@ export_buffers = 64
 [run]
 frames = {frames}
 [output]
-files = "{files}"
+format = "{files}"
 """
 BROKER = "listener 1883 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\nlog_dest none\n"
 MESSAGES = "[mqtt]\nbroker = \"mqtt://127.0.0.1\"\nframes = true\n"

@@ -27,7 +27,7 @@ time_us = 1000
 [tone]
 enable = true
 [output]
-files = "none"
+format = "none"
 [web]
 address = "127.0.0.1:0"
 [log]

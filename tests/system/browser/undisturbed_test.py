@@ -25,7 +25,7 @@ frame_rate = 100.0
 [web]
 address = "127.0.0.1:0"
 [output]
-files = "none"
+format = "none"
 """
 
 FRAMES = 800

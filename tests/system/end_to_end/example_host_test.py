@@ -36,9 +36,9 @@ class ExampleHost(unittest.TestCase):
             self.assertEqual(len(lines), FRAMES)
             with (directory / "frames.jsonl").open("w") as journal:
                 for number, (name, _, ticks) in enumerate(lines):
-                    self.rewrite(directory / name, directory / f"{number}.tif")
-                    journal.write(json.dumps({"file": f"{number}.tif", "frame": number, "format": "MONO8T", "significant_bits": 8,
-                                              "ticks": int(ticks)}) + "\n")
+                    width, height = self.rewrite(directory / name, directory / f"{number}.tif")
+                    journal.write(json.dumps({"file": f"{number}.tif", "frame": number, "width": width, "height": height,
+                                              "format": "MONO8T", "significant_bits": 8, "ticks": int(ticks)}) + "\n")
             times = [int(time) for _, time, _ in lines]
             self.assertEqual(times, sorted(times))
             self.expect_identical(directory, camera.truth_path)
@@ -49,6 +49,7 @@ class ExampleHost(unittest.TestCase):
         self.assertEqual((kind, most, len(pixels)), (b"P5", b"255", width * height))
         write_tiff(tiff, width, height, pixels)
         pgm.unlink()
+        return width, height
 
     def expect_identical(self, directory, truth_path):
         judged = subprocess.run([VERIFY_RECORDING, str(directory), str(truth_path)], capture_output=True, text=True, timeout=120)

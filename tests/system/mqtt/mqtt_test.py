@@ -278,7 +278,7 @@ class LostBroker(BrokerTest):
         for buffers in ("tcp_wmem", "tcp_rmem"):
             pathlib.Path("/proc/sys/net/ipv4", buffers).write_text("4096 16384 65536")
         with Broker(self.directory) as broker:
-            configuration = PLAIN + "mqtt.frames = true\nmqtt.queue = 10\noutput.files = \"none\"\n"
+            configuration = PLAIN + "mqtt.frames = true\nmqtt.queue = 10\noutput.format = \"none\"\n"
             with Recording("grab 0", configuration=configuration) as recording:
                 recording.wait_for_log("messages go to the broker")
                 broker.process.send_signal(signal.SIGSTOP)
