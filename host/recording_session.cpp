@@ -14,6 +14,7 @@
 #include "host_log.hpp"
 #include "recording_place.hpp"
 #include "running_change.hpp"
+#include "thread_pace.hpp"
 
 namespace mediagrabber {
 
@@ -68,8 +69,8 @@ recording_session::recording_session(configuration_reader read, configuration fi
       onlookers_(first_),
       place_(recording_place(first_.directory, std::chrono::system_clock::now())),
       pipeline_(make_pipeline()),
-      ring_(make_ring()),
-      recording_(ring_ == nullptr ? std::make_unique<recording>(place_, format_of(first_)) : nullptr),
+      held_(make_held_frames()),
+      recording_(held_ == nullptr ? std::make_unique<recording>(place_, format_of(first_)) : nullptr),
       sinks_({{"files", &files()}, {"pipeline", pipeline_.get()}}),
       exporter_(
           sink(), first_.export_buffers,
@@ -94,12 +95,12 @@ std::unique_ptr<pipeline_sink> recording_session::make_pipeline() const {
 }
 
 /// \return nothing when frames are written as they come
-std::unique_ptr<frame_ring> recording_session::make_ring() {
+std::unique_ptr<held_frames> recording_session::make_held_frames() {
     if (first_.keep_s == 0.0) {
         return nullptr;
     }
-    return std::make_unique<frame_ring>(
-        frame_ring::settings{
+    return std::make_unique<held_frames>(
+        held_frames::settings{
             .directory = place_,
             .make_recording = [this](std::filesystem::path const& place) -> std::unique_ptr<frame_sink_like> {
                 return std::make_unique<recording>(place, format_of(first_));
@@ -113,16 +114,16 @@ std::unique_ptr<frame_ring> recording_session::make_ring() {
 
 /// On the thread of the signals.
 void recording_session::keep_frames() {
-    if (ring_ == nullptr) {
+    if (held_ == nullptr) {
         log_warning("frames can't be kept: they are written as they come, output.keep_s is 0");
         return;
     }
-    ring_->ask("asked for");
+    held_->ask("asked for");
 }
 
 frame_sink_like& recording_session::files() const {
-    if (ring_ != nullptr) {
-        return *ring_;
+    if (held_ != nullptr) {
+        return *held_;
     }
     return *recording_;
 }
@@ -139,6 +140,7 @@ exit_status recording_session::run() {
     log_info("recording to " + place_.string() + " with plug-in " + context_.plugin_version());
     listen();
     let_in_onlookers();
+    work_promptly();
     exit_status const status = run_until_decided();
     signal_watch::restore_default();
     return finish(status);
@@ -312,10 +314,10 @@ exit_status recording_session::finish(exit_status status) {
     exporter_.finish();
     onlookers_.finish();
     bool const pipeline_ended = pipeline_ == nullptr || pipeline_->finish();
-    auto const held = ring_ == nullptr ? frame_ring::figures() : ring_->finish();
+    auto const held = held_ == nullptr ? held_frames::figures() : held_->finish();
     report_.stop();
     auto figures = report_.figures();
-    if (ring_ != nullptr) {
+    if (held_ != nullptr) {
         figures.kept_where = "held, " + std::to_string(held.kept) + " of them kept in " +
                              std::to_string(held.recordings) + " recordings";
         figures.bytes = held.bytes;
@@ -377,7 +379,7 @@ void recording_session::report_failure(frame_record const& frame, std::string co
     }
     next_failure_report_ = ticks + std::chrono::nanoseconds(failure_report_interval).count();
     log_error("frame " + std::to_string(frame.number) +
-              (pipeline_ == nullptr && ring_ == nullptr ? " is not on disk: " : " is not kept: ") + why);
+              (pipeline_ == nullptr && held_ == nullptr ? " is not on disk: " : " is not kept: ") + why);
 }
 
 }  // namespace mediagrabber

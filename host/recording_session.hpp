@@ -18,13 +18,13 @@
 #include "frame_intake.hpp"
 #include "grab_progress.hpp"
 #include "host_context.hpp"
+#include "keeping/held_frames.hpp"
 #include "live/onlookers.hpp"
 #include "pipeline/pipeline_sink.hpp"
 #include "plugin_library.hpp"
 #include "progress_report.hpp"
 #include "recording/recording.hpp"
 #include "restart_policy.hpp"
-#include "ring/frame_ring.hpp"
 #include "service/service_manager.hpp"
 #include "signal_latch.hpp"
 #include "signal_watch.hpp"
@@ -59,7 +59,7 @@ private:
     host_context::ended_run run_once();
     bool go_back(host_context::ended_run const& ended);
     std::unique_ptr<pipeline_sink> make_pipeline() const;
-    std::unique_ptr<frame_ring> make_ring();
+    std::unique_ptr<held_frames> make_held_frames();
     frame_sink_like& files() const;
     frame_sink_like& sink();
     void keep_frames();
@@ -73,7 +73,7 @@ private:
     onlookers onlookers_;  ///< before the recording: one that can't be leaves no directory behind
     std::filesystem::path const place_;
     std::unique_ptr<pipeline_sink> const pipeline_;  ///< before the recording: one that can't be leaves no trace
-    std::unique_ptr<frame_ring> const ring_;         ///< instead of the recording, where frames are held
+    std::unique_ptr<held_frames> const held_;        ///< instead of the recording, where frames are held
     std::unique_ptr<recording> const recording_;     ///< where frames are written as they come
     combined_sink sinks_;
     frame_exporter exporter_;

@@ -80,13 +80,12 @@ void onlookers::listen(std::function<wanted_output()> const& wanted) {
         }
         return true;
     });
-    plugin_output_ =
-        std::make_unique<output_tap>(STDOUT_FILENO, [this, wanted = std::move(wanted)](std::string_view line) {
-            auto const heard = read_plugin_line(line);
-            log_.add(heard.severity, heard.text);
-            auto const shown = wanted();
-            return shown.any && static_cast<std::uint32_t>(heard.severity) <= shown.level;
-        });
+    plugin_output_ = std::make_unique<output_tap>(STDOUT_FILENO, [this, wanted](std::string_view line) {
+        auto const heard = read_plugin_line(line);
+        log_.add(heard.severity, heard.text);
+        auto const shown = wanted();
+        return shown.any && static_cast<std::uint32_t>(heard.severity) <= shown.level;
+    });
 }
 
 void onlookers::open(recording_access access) {

@@ -5,7 +5,6 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "thread_pace.hpp"
+
 namespace mediagrabber {
 
 namespace {
@@ -22,7 +23,6 @@ namespace {
 constexpr int backlog = 64;
 constexpr std::size_t most_waiting = 128;  ///< connections without a thread
 constexpr int patience_with_idle_s = 3;    ///< connections that send nothing are not even accepted so long
-constexpr int behind_the_recording = 5;    ///< the niceness of a thread: where processors are short, frames go first
 constexpr int pause_ms = 50;               ///< when descriptors have run out
 
 [[noreturn]] void refuse(web_address const& at, int error) {
@@ -140,7 +140,7 @@ void web_listener::take(visitor one) {
 }
 
 void web_listener::serve_all(server const& serve_one) {
-    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), behind_the_recording);
+    work_when_idle();
     std::unique_lock lock(mutex_);
     while (true) {
         changed_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });

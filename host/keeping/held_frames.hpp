@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "frame_sink_like.hpp"
-#include "ring/ring_memory.hpp"
+#include "keeping/held_memory.hpp"
 
 namespace mediagrabber {
 
@@ -22,7 +22,7 @@ namespace mediagrabber {
 /// A frame is written once. While frames wait to be written, the others of the memory are there for those that come;
 /// one that finds only such frames is lost. Memory is taken with the first frame, for as many frames as come in the
 /// time at the rate that is in force then, and anew when a frame is larger.
-class frame_ring final : public frame_sink_like {
+class held_frames final : public frame_sink_like {
 public:
     struct settings {
         std::filesystem::path directory;
@@ -42,10 +42,10 @@ public:
     /// Creates the directory where it is missing.
     /// \param period_us  between two frames, 0: not known \param lost  frames so far, of whatever kind
     /// \throws std::runtime_error with a message for the operator
-    frame_ring(settings chosen, std::function<std::uint32_t()> period_us, std::function<std::uint64_t()> lost);
-    ~frame_ring() override;
-    frame_ring(frame_ring const&) = delete;
-    frame_ring& operator=(frame_ring const&) = delete;
+    held_frames(settings chosen, std::function<std::uint32_t()> period_us, std::function<std::uint64_t()> lost);
+    ~held_frames() override;
+    held_frames(held_frames const&) = delete;
+    held_frames& operator=(held_frames const&) = delete;
 
     /// Holds a copy. \return 0: nothing is written \throws std::runtime_error when there is no room
     std::size_t keep(frame_view const& frame) override;
@@ -62,7 +62,7 @@ private:
 
     /// Frames that are to be written: [next, end) of a memory.
     struct job {
-        std::shared_ptr<ring_memory> memory;
+        std::shared_ptr<held_memory> memory;
         std::uint64_t next = 0;
         std::uint64_t end = 0;
         std::filesystem::path directory;
@@ -91,7 +91,7 @@ private:
 
     mutable std::mutex mutex_;  ///< of all that follows but the frames' pixels
     std::condition_variable changed_;
-    std::shared_ptr<ring_memory> memory_;
+    std::shared_ptr<held_memory> memory_;
     std::uint64_t first_ = 0;  ///< the oldest frame that is held
     std::uint64_t next_ = 0;   ///< the one to come
     std::uint64_t asked_ = 0;  ///< frames before this one are written, or wait to be

@@ -1,4 +1,4 @@
-#include "ring/frame_ring.hpp"
+#include "keeping/held_frames.hpp"
 
 #include <unistd.h>
 
@@ -55,18 +55,18 @@ std::filesystem::path usable(std::filesystem::path directory) {
 
 }  // namespace
 
-frame_ring::frame_ring(settings chosen, std::function<std::uint32_t()> period_us, std::function<std::uint64_t()> lost)
+held_frames::held_frames(settings chosen, std::function<std::uint32_t()> period_us, std::function<std::uint64_t()> lost)
     : chosen_(std::move(chosen)), period_us_(std::move(period_us)), lost_(std::move(lost)) {
     usable(chosen_.directory);
     thread_ = std::thread([this] { run(); });
 }
 
-frame_ring::~frame_ring() {
+held_frames::~held_frames() {
     finish();
 }
 
 /// The pixels are copied without the mutex: nobody reads the frame to come, and nobody else writes one.
-std::size_t frame_ring::keep(frame_view const& frame) {
+std::size_t held_frames::keep(frame_view const& frame) {
     {
         std::lock_guard const lock(mutex_);
         make_room(frame.pixels.size());
@@ -82,7 +82,7 @@ std::size_t frame_ring::keep(frame_view const& frame) {
 }
 
 /// Called with the mutex locked.
-void frame_ring::make_room(std::size_t frame_bytes) {
+void held_frames::make_room(std::size_t frame_bytes) {
     if (memory_ == nullptr || frame_bytes > memory_->frame_bytes()) {
         if (std::ranges::any_of(jobs_, [this](job const& one) { return one.memory != memory_; })) {
             throw std::runtime_error("frames have become larger twice while others wait to be written");
@@ -90,7 +90,7 @@ void frame_ring::make_room(std::size_t frame_bytes) {
         std::uint32_t const known = period_us_();
         std::uint32_t const period = known == 0 ? assumed_period_us : known;
         auto const in_time = static_cast<std::size_t>(std::ceil(chosen_.time.count() * 1e6 / period)) + 1;
-        memory_ = std::make_shared<ring_memory>(frame_bytes, in_time + chosen_.spare_frames);
+        memory_ = std::make_shared<held_memory>(frame_bytes, in_time + chosen_.spare_frames);
         if (next_ > asked_) {
             log_warning("frames are larger now; " + std::to_string(next_ - std::max(first_, asked_)) +
                         " smaller ones that were held are gone");
@@ -109,13 +109,13 @@ void frame_ring::make_room(std::size_t frame_bytes) {
     ++first_;
 }
 
-bool frame_ring::is_waiting(std::uint64_t number) const {
+bool held_frames::is_waiting(std::uint64_t number) const {
     return std::ranges::any_of(
         jobs_, [&](job const& one) { return one.memory == memory_ && number >= one.next && number < one.end; });
 }
 
 /// The frame after a loss is written with those before it. Losses that follow one another closely are kept together.
-void frame_ring::ask_when_lost() {
+void held_frames::ask_when_lost() {
     if (!chosen_.keep_when_lost) {
         return;
     }
@@ -129,7 +129,7 @@ void frame_ring::ask_when_lost() {
     }
 }
 
-void frame_ring::ask(std::string const& why) {
+void held_frames::ask(std::string const& why) {
     std::lock_guard const lock(mutex_);
     std::uint64_t const begin = memory_ == nullptr ? next_ : first_within_time();
     if (begin == next_) {
@@ -146,7 +146,7 @@ void frame_ring::ask(std::string const& why) {
 }
 
 /// Called with the mutex locked.
-std::uint64_t frame_ring::first_within_time() const {
+std::uint64_t held_frames::first_within_time() const {
     auto const time_us = static_cast<std::uint64_t>(chosen_.time.count() * 1e6);
     std::uint64_t begin = std::max(first_, asked_);
     while (begin < next_ && memory_->record(begin).timestamp_us + time_us < memory_->record(next_ - 1).timestamp_us) {
@@ -156,7 +156,7 @@ std::uint64_t frame_ring::first_within_time() const {
 }
 
 /// Called with the mutex locked. Two within a millisecond are told apart by a number.
-std::filesystem::path frame_ring::new_directory() {
+std::filesystem::path held_frames::new_directory() {
     std::string const name = "kept-" + utc_text(std::chrono::system_clock::now());
     std::filesystem::path directory = chosen_.directory / name;
     std::error_code ignored;
@@ -168,7 +168,7 @@ std::filesystem::path frame_ring::new_directory() {
     return directory;
 }
 
-void frame_ring::run() {
+void held_frames::run() {
     std::unique_lock lock(mutex_);
     while (true) {
         changed_.wait(lock, [this] { return !jobs_.empty() || finishing_; });
@@ -188,7 +188,7 @@ void frame_ring::run() {
     }
 }
 
-frame_ring::outcome frame_ring::write(job& work) {
+held_frames::outcome held_frames::write(job& work) {
     outcome result;
     try {
         auto const into = chosen_.make_recording(work.directory);
@@ -203,7 +203,7 @@ frame_ring::outcome frame_ring::write(job& work) {
 }
 
 /// A frame keeps its place in memory until it is written. Those that could not be are given up: others come.
-void frame_ring::write_next(frame_sink_like& into, job& work, outcome& result) {
+void held_frames::write_next(frame_sink_like& into, job& work, outcome& result) {
     frame_record const record = work.memory->record(work.next);
     auto const pixels = work.memory->pixels(work.next).first(record.bytes());
     try {
@@ -217,7 +217,7 @@ void frame_ring::write_next(frame_sink_like& into, job& work, outcome& result) {
     ++work.next;
 }
 
-void frame_ring::report(job const& work, outcome const& result) {
+void held_frames::report(job const& work, outcome const& result) {
     std::string const kept = "kept " + std::to_string(result.kept) + " frames, " +
                              decimal(static_cast<double>(result.bytes) / 1e6, 1) + " MB, in " + work.directory.string();
     if (result.refused == 0) {
@@ -227,7 +227,7 @@ void frame_ring::report(job const& work, outcome const& result) {
     }
 }
 
-frame_ring::figures frame_ring::finish() {
+held_frames::figures held_frames::finish() {
     {
         std::lock_guard const lock(mutex_);
         finishing_ = true;

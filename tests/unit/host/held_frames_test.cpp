@@ -1,4 +1,4 @@
-#include "ring/frame_ring.hpp"
+#include "keeping/held_frames.hpp"
 
 #include <gmock/gmock.h>
 
@@ -23,11 +23,11 @@ namespace {
 constexpr std::uint32_t period_us = 100'000;
 
 /// Frames at 10 a second, of which a second is held, and two may come while others are written.
-class FrameRing : public testing::Test {
+class HeldFrames : public testing::Test {
 protected:
-    std::unique_ptr<frame_ring> make(bool keep_when_lost = false, output_format kind = output_format::tiff) {
-        return std::make_unique<frame_ring>(
-            frame_ring::settings{
+    std::unique_ptr<held_frames> make(bool keep_when_lost = false, output_format kind = output_format::tiff) {
+        return std::make_unique<held_frames>(
+            held_frames::settings{
                 .directory = directory.path() / "out",
                 .make_recording = [kind](auto const& place) -> std::unique_ptr<frame_sink_like> {
                     return std::make_unique<recording>(
@@ -39,7 +39,7 @@ protected:
             [] { return period_us; }, [this] { return lost.load(); });
     }
     /// Frames number `from` to `to`.
-    static void hold(frame_ring& ring, std::uint64_t from, std::uint64_t to, std::uint32_t width = 16) {
+    static void hold(held_frames& ring, std::uint64_t from, std::uint64_t to, std::uint32_t width = 16) {
         for (std::uint64_t number = from; number <= to; ++number) {
             ring.keep(numbered(number, width).view());
         }
@@ -74,14 +74,14 @@ protected:
 
 }  // namespace
 
-TEST_F(FrameRing, WritesNothingUnlessItIsAsked) {
+TEST_F(HeldFrames, WritesNothingUnlessItIsAsked) {
     auto const ring = make();
     hold(*ring, 1, 100);
     EXPECT_EQ(ring->finish().kept, 0U);
     EXPECT_TRUE(kept().empty());
 }
 
-TEST_F(FrameRing, WritesTheFramesOfTheTimeBeforeTheLastOneInEveryFormat) {
+TEST_F(HeldFrames, WritesTheFramesOfTheTimeBeforeTheLastOneInEveryFormat) {
     for (auto const kind : {output_format::tiff, output_format::bigtiff, output_format::raw}) {
         auto const ring = make(false, kind);
         hold(*ring, 1, 100);
@@ -95,7 +95,7 @@ TEST_F(FrameRing, WritesTheFramesOfTheTimeBeforeTheLastOneInEveryFormat) {
     }
 }
 
-TEST_F(FrameRing, WritesNoFrameTwice) {
+TEST_F(HeldFrames, WritesNoFrameTwice) {
     auto const ring = make();
     hold(*ring, 1, 3);
     ring->ask("test");
@@ -109,16 +109,16 @@ TEST_F(FrameRing, WritesNoFrameTwice) {
     EXPECT_THAT(found, testing::UnorderedElementsAre(ElementsAre(1, 2, 3), ElementsAre(4, 5)));
 }
 
-TEST_F(FrameRing, HasNothingToWriteBeforeThereIsAFrame) {
+TEST_F(HeldFrames, HasNothingToWriteBeforeThereIsAFrame) {
     auto const ring = make();
     ring->ask("test");
     EXPECT_EQ(ring->finish().recordings, 0U);
 }
 
-TEST_F(FrameRing, LosesAFrameThatFindsOnlySuchAsWaitToBeWritten) {
+TEST_F(HeldFrames, LosesAFrameThatFindsOnlySuchAsWaitToBeWritten) {
     collecting_sink slow;
     slow.hold();
-    frame_ring ring(
+    held_frames ring(
         {.directory = directory.path(),
          .make_recording =
              [&slow](auto const&) {
@@ -144,7 +144,7 @@ TEST_F(FrameRing, LosesAFrameThatFindsOnlySuchAsWaitToBeWritten) {
     EXPECT_THAT(numbers, ElementsAre(10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22));
 }
 
-TEST_F(FrameRing, GivesFramesUpThatCantBeWritten) {
+TEST_F(HeldFrames, GivesFramesUpThatCantBeWritten) {
     auto const ring = make();
     hold(*ring, 1, 13);
     std::filesystem::remove(directory.path() / "out");
@@ -155,7 +155,7 @@ TEST_F(FrameRing, GivesFramesUpThatCantBeWritten) {
     EXPECT_EQ(figures.not_written, 11U);
 }
 
-TEST_F(FrameRing, WritesTheFramesBeforeALossWithTheOneAfterIt) {
+TEST_F(HeldFrames, WritesTheFramesBeforeALossWithTheOneAfterIt) {
     auto const ring = make(true);
     hold(*ring, 1, 20);
     ++lost;
@@ -167,14 +167,14 @@ TEST_F(FrameRing, WritesTheFramesBeforeALossWithTheOneAfterIt) {
     EXPECT_THAT(kept(), ElementsAre(ElementsAre(11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21)));
 }
 
-TEST_F(FrameRing, DoesNotCareForLossesUnlessItIsTo) {
+TEST_F(HeldFrames, DoesNotCareForLossesUnlessItIsTo) {
     auto const ring = make(false);
     ++lost;
     hold(*ring, 1, 20);
     EXPECT_EQ(ring->finish().recordings, 0U);
 }
 
-TEST_F(FrameRing, TakesOtherMemoryForLargerFramesAndStillWritesTheSmallerOnesThatWait) {
+TEST_F(HeldFrames, TakesOtherMemoryForLargerFramesAndStillWritesTheSmallerOnesThatWait) {
     auto const ring = make();
     hold(*ring, 1, 3);
     ring->ask("test");
@@ -185,9 +185,9 @@ TEST_F(FrameRing, TakesOtherMemoryForLargerFramesAndStillWritesTheSmallerOnesTha
     EXPECT_THAT(kept(), testing::UnorderedElementsAre(ElementsAre(1, 2, 3), ElementsAre(4, 5, 6)));
 }
 
-TEST_F(FrameRing, CantBeWhereNothingCanBeWritten) {
+TEST_F(HeldFrames, CantBeWhereNothingCanBeWritten) {
     try {
-        frame_ring const ring(
+        held_frames const ring(
             {.directory = "/proc/self/nothing",
              .make_recording = {},
              .time = 1s,
@@ -201,7 +201,7 @@ TEST_F(FrameRing, CantBeWhereNothingCanBeWritten) {
 }
 
 TEST(RingMemory, HoldsAsManyFramesAsItWasMadeFor) {
-    ring_memory memory(100, 3);
+    held_memory memory(100, 3);
     EXPECT_EQ(memory.capacity(), 3U);
     for (std::uint64_t number = 0; number < 5; ++number) {
         memory.pixels(number)[99] = static_cast<std::byte>(number);
@@ -214,7 +214,7 @@ TEST(RingMemory, HoldsAsManyFramesAsItWasMadeFor) {
 
 TEST(RingMemory, IsRefusedWhereTheMachineHasNotThatMuch) {
     try {
-        ring_memory const memory(std::size_t{1} << 30U, std::size_t{1} << 20U);
+        held_memory const memory(std::size_t{1} << 30U, std::size_t{1} << 20U);
         FAIL() << "it was had";
     } catch (std::runtime_error const& error) {
         EXPECT_THAT(error.what(), HasSubstr("make output.keep_s smaller"));

@@ -10,14 +10,14 @@
 namespace mediagrabber {
 
 /// Memory for the frames that came last, which are counted from 0. It is taken once.
-class ring_memory {
+class held_memory {
 public:
     /// \param frame_bytes  of the largest frame \param capacity  frames
     /// \throws std::runtime_error when the machine has not that much memory left
-    ring_memory(std::size_t frame_bytes, std::size_t capacity);
-    ~ring_memory();
-    ring_memory(ring_memory const&) = delete;
-    ring_memory& operator=(ring_memory const&) = delete;
+    held_memory(std::size_t frame_bytes, std::size_t capacity);
+    ~held_memory();
+    held_memory(held_memory const&) = delete;
+    held_memory& operator=(held_memory const&) = delete;
 
     std::size_t frame_bytes() const { return frame_bytes_; }
     std::size_t capacity() const { return records_.size(); }

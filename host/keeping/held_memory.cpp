@@ -1,4 +1,4 @@
-#include "ring/ring_memory.hpp"
+#include "keeping/held_memory.hpp"
 
 #include <sys/mman.h>
 
@@ -30,7 +30,7 @@ std::string megabytes(double bytes) {
 
 }  // namespace
 
-ring_memory::ring_memory(std::size_t frame_bytes, std::size_t capacity) : frame_bytes_(frame_bytes) {
+held_memory::held_memory(std::size_t frame_bytes, std::size_t capacity) : frame_bytes_(frame_bytes) {
     double const wanted = static_cast<double>(frame_bytes) * static_cast<double>(capacity);
     double const available = available_bytes();
     std::string const refusal = "the memory of " + std::to_string(capacity) + " frames, " + megabytes(wanted) +
@@ -53,11 +53,11 @@ ring_memory::ring_memory(std::size_t frame_bytes, std::size_t capacity) : frame_
     }
 }
 
-ring_memory::~ring_memory() {
+held_memory::~held_memory() {
     munmap(block_, frame_bytes_ * records_.size());
 }
 
-std::span<std::byte> ring_memory::pixels(std::uint64_t number) {
+std::span<std::byte> held_memory::pixels(std::uint64_t number) {
     return {block_ + number % records_.size() * frame_bytes_, frame_bytes_};
 }
 
