@@ -11,7 +11,7 @@
 #include "lookup_table_file.hpp"
 #include "telemetry/broker_address.hpp"
 #include "telemetry/broker_login.hpp"
-#include "telemetry/messenger.hpp"
+#include "telemetry/topic.hpp"
 #include "web/web_address.hpp"
 
 namespace mediagrabber {

@@ -3,10 +3,8 @@
 #include <systemd/sd-daemon.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 
 namespace mediagrabber {
@@ -58,14 +56,12 @@ service_manager::~service_manager() {
     }
 }
 
-void service_manager::run(std::stop_token const& stop, milliseconds interval) const {
-    std::mutex mutex;
-    std::condition_variable_any changed;
-    std::unique_lock lock(mutex);
+void service_manager::run(std::stop_token const& stop, milliseconds interval) {
+    std::unique_lock lock(mutex_);
     std::uint64_t seen = 0;
     say_("STATUS=waiting for the camera");
     auto next_line = std::chrono::steady_clock::now();
-    while (!changed.wait_for(lock, stop, interval, [] { return false; }) && !stop.stop_requested()) {
+    while (!changed_.wait_for(lock, stop, interval, [] { return false; }) && !stop.stop_requested()) {
         std::uint64_t const frames = progress_.good_frames;
         if (frames != seen) {
             say_(seen == 0 ? "READY=1\nWATCHDOG=1" : "WATCHDOG=1");

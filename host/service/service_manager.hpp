@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <stop_token>
 #include <string>
 #include <thread>
@@ -26,11 +28,13 @@ public:
     service_manager& operator=(service_manager const&) = delete;
 
 private:
-    void run(std::stop_token const& stop, std::chrono::milliseconds interval) const;
+    void run(std::stop_token const& stop, std::chrono::milliseconds interval);
 
     grab_progress const& progress_;
     std::function<std::string()> const describe_;
     tell const say_;
+    std::mutex mutex_;  ///< of nothing: the thread's pauses end when it is to stop
+    std::condition_variable_any changed_;
     std::jthread thread_;
 };
 

@@ -1,13 +1,12 @@
 #include "telemetry/messenger.hpp"
 
-#include <mosquitto.h>
-
 #include <chrono>
 #include <csignal>
 #include <stdexcept>
 #include <utility>
 
 #include "host_log.hpp"
+#include "telemetry/topic.hpp"
 
 namespace mediagrabber {
 
@@ -76,25 +75,6 @@ void messenger::finish() {
     if (status.dropped != 0) {
         log_warning(std::to_string(status.dropped) + " messages were given up, " + std::to_string(status.sent) +
                     " were sent");
-    }
-}
-
-std::string topic_of(configuration const& chosen) {
-    constexpr std::string_view placeholder = "{instance}";
-    std::string topic = chosen.mqtt_topic;
-    for (auto at = topic.find(placeholder); at != topic.npos; at = topic.find(placeholder, at)) {
-        topic.replace(at, placeholder.size(), std::to_string(chosen.log_instance));
-    }
-    return topic;
-}
-
-void check_topic(std::string const& topic) {
-    bool const plain = mosquitto_pub_topic_check2(topic.data(), topic.size()) == MOSQ_ERR_SUCCESS &&
-                       mosquitto_validate_utf8(topic.data(), static_cast<int>(topic.size())) == MOSQ_ERR_SUCCESS;
-    if (!plain || topic.front() == '$' || topic.back() == '/') {
-        throw std::invalid_argument(
-            "\"" + topic + R"(" is no topic to send to, expected one in UTF-8 without +, # and control characters,)" +
-            " neither beginning with $ nor ending with /");
     }
 }
 

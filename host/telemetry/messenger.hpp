@@ -38,9 +38,4 @@ private:
     std::thread thread_;
 };
 
-/// The topic that all of a recording's topics begin with.
-std::string topic_of(configuration const& chosen);
-/// Sees to it that messages can be sent under a topic. \throws std::invalid_argument with what is wrong
-void check_topic(std::string const& topic);
-
 }  // namespace mediagrabber

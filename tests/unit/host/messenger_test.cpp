@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "configuration_file.hpp"
+#include "telemetry/topic.hpp"
 
 using namespace mediagrabber;
 using testing::HasSubstr;
