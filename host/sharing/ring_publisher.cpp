@@ -26,10 +26,9 @@ bool told(file_handle const& connection, mg_ring_message const& message) {
 }  // namespace
 
 ring_publisher::ring_publisher(std::filesystem::path path)
-    : listener_("ring socket", std::move(path), SOCK_SEQPACKET),
-      end_(eventfd(0, EFD_CLOEXEC)),
-      thread_([this] { run(); }) {
+    : listener_("ring socket", std::move(path), SOCK_SEQPACKET), end_(eventfd(0, EFD_CLOEXEC)) {
     readers_.reserve(most_readers);
+    thread_ = std::thread([this] { run(); });
 }
 
 ring_publisher::~ring_publisher() {
