@@ -1,14 +1,17 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 class PvGenParameterArray;
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
-/// Gives parameters and feature blocks access to the connected device's features.
+/// Gives parameter wrappers and feature blocks access to the connected camera's features.
 class param_provider_like {
 public:
     virtual ~param_provider_like() = default;
-    /// \return the device's features, or null when there is no configured device yet
+
+    /// Call it for each access: a reconnection replaces the features.
+    /// \return the camera's features, or null: no camera is configured yet
     virtual PvGenParameterArray* getDevParams() = 0;
 };
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "conf_unpack.hpp"
 
 #include <algorithm>
@@ -15,33 +16,39 @@ static constexpr char _S_logTag[] = "JAI_CONF";
 
 namespace {
 
-// What the host returns for a value that is not configured.
+using mg_host_api::value_of;
+
+// Values that the host returns for what is not configured.
 constexpr int32_t _S_noPixels = -1;
 constexpr float _S_noFraction = -1.0F;
 constexpr float _S_noMicroseconds = -1.0F;
 constexpr float _S_noDecibels = -100.0F;
 
-/// Names of the host's pins, by pin number.
+/// Names of the host's pins for messages, by pin number.
 constexpr char MgCfgIoPinMapT[][132] = {"None", "Line1", "Line2", "Line3", "Line4", "Out1", "Out2",
                                         "Out3", "Out4",  "Gpio0", "Gpio1", "Gpio2", "Gpio3"};
 
-constexpr uint32_t _S_maxIoLines = 3;
+constexpr uint32_t _S_maxIoLines = 3;  ///< that are read; the host may have more
+
+// The host's pin numbers that the camera has lines for.
+constexpr uint32_t _S_pinOut1 = 5;
+constexpr uint32_t _S_pinOut2 = 6;
 
 char const* _T_pin_name(uint32_t pin) {
     return pin < std::size(MgCfgIoPinMapT) ? MgCfgIoPinMapT[pin] : MgCfgIoPinMapT[0];
 }
 
-/// Writes the keys of one of the host's I/O lines. A source that can't be used leaves the line alone; an inverter that
-/// can't leaves the line's source configured.
+/// Unpacks one of the host's I/O lines. An unsupported source leaves the line unconfigured; an unsupported inverter
+/// leaves the line's source configured.
 void _T_unpack_io_line(property_bag& bag, uint32_t index) {
     mg_log_operation const mgLogFunction{"Conf__UnpackGpio"};
     uint32_t const pin = MgGiMainCtx__GetIoboxPin(index);
     property source{};
     property inverter{};
-    if (pin == 5) {
+    if (pin == _S_pinOut1) {
         source = property::line2_source;
         inverter = property::line2_inverter;
-    } else if (pin == 6) {
+    } else if (pin == _S_pinOut2) {
         source = property::line3_source;
         inverter = property::line3_inverter;
     } else {
@@ -51,9 +58,9 @@ void _T_unpack_io_line(property_bag& bag, uint32_t index) {
 
     uint32_t const hostSource = MgGiMainCtx__GetIoboxSrc(index);
     if (hostSource == 1) {
-        bag.setInt64(source, 2);
+        bag.setInt64(source, value_of(line_source::low));
     } else if (hostSource == 2 || hostSource == 3) {
-        bag.setInt64(source, 1);
+        bag.setInt64(source, value_of(line_source::exposure_active));
     } else {
         MG_LOG_W("fail: unsupported (pin:%s, source:%u)\n", _T_pin_name(pin), hostSource);
         return;
@@ -61,9 +68,9 @@ void _T_unpack_io_line(property_bag& bag, uint32_t index) {
 
     uint32_t const hostInverter = MgGiMainCtx__GetIoboxInv(index);
     if (hostInverter == 1) {
-        bag.setInt64(inverter, 2);
+        bag.setInt64(inverter, value_of(line_inverter::off));
     } else if (hostInverter == 2) {
-        bag.setInt64(inverter, 1);
+        bag.setInt64(inverter, value_of(line_inverter::on));
     } else {
         MG_LOG_W("fail: unsupported (pin:%s, inverter:%u)\n", _T_pin_name(pin), hostInverter);
     }
@@ -71,8 +78,8 @@ void _T_unpack_io_line(property_bag& bag, uint32_t index) {
 
 }  // namespace
 
-/// The host gives the brightness as a fraction, the camera wants hundredths. Of a pair of limits the low one alone
-/// decides whether the pair is configured.
+/// The host's brightness is a fraction, the camera's is in hundredths. The lower limit of a pair decides whether the
+/// pair is configured.
 void Conf__UnpackAutoFn(property_bag& bag) {
     float const brightness = MgGiMainCtx__GetAtbright();
     if (brightness != _S_noFraction) {

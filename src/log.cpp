@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdarg>
 #include <cstdio>
 
@@ -8,7 +9,7 @@ uint32_t gMgLogLevelLib = 0;
 uint32_t gMgLogModeLib = 0;
 
 void _T_set_log_mode(unsigned int instance, char const* program) {
-    // openlog keeps the pointer, so the ident lives as long as the process; the log is opened once and never closed.
+    // openlog keeps the pointer: the ident must live as long as the process.
     static char _s_sysLogIdBuf[272];
     static bool _s_syslog_active = false;
     if (_s_syslog_active) {

@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: MIT
 #include <PvDeviceInfo.h>
 #include <PvInterface.h>
 #include <PvSystem.h>
 
-#include <optional>
 #include <vector>
 
 #include "jai_kernel/kernel_run.hpp"
@@ -16,13 +16,14 @@ static constexpr char _S_logTag[] = "MG_JAI_MAIN";
 
 namespace {
 
-constexpr int32_t _S_noDevice = 2;
-constexpr int32_t _S_noTarget = 3;
-constexpr int32_t _S_reloadSignal = 2;
-constexpr uint32_t _S_infoLevel = 3;
+using mg_host_api::exit_code;
+using mg_host_api::signal_code;
+
+constexpr uint32_t _S_infoLevel = 3;  ///< of `gMgLogLevelLib`
 
 using device_list = std::vector<PvDeviceInfo const*>;
 
+/// Queries the SDK's texts only if the message is not filtered.
 void _T_report_device(uint32_t interfaceIndex, PvInterface const& interface, PvDeviceInfo const& device) {
     if (gMgLogLevelLib < _S_infoLevel) {
         return;
@@ -54,7 +55,7 @@ device_list _T_list_devices(PvSystem const& system) {
     return devices;
 }
 
-/// The camera that the host wants. Texts may be null.
+/// The host's camera selection. Texts may be null.
 struct target {
     char const* model = MgGiMainCtx__GetModelStr();
     char const* id = MgGiMainCtx__GetIdStr();
@@ -68,7 +69,7 @@ struct target {
     bool selects(size_t index) const { return ((mask >> (index % 32)) & 1U) != 0; }
 };
 
-/// The first device that matches by name, or that the mask selects; null when there is none.
+/// \return the first device that matches by model and serial number or that the mask selects; null: none does
 PvDeviceInfo const* _T_choose(device_list const& devices, target const& wanted) {
     for (size_t i = 0; i < devices.size(); ++i) {
         PvDeviceInfo const* const device = devices[i];
@@ -90,8 +91,9 @@ char const* _T_printable(char const* text) {
     return text == nullptr ? "(null)" : text;
 }
 
-/// Finds the target camera and runs it. The counters advance inside the log calls: once for each sink that the message
-/// reaches, so they number the messages that were written.
+/// Finds the target camera and runs it. The counters advance inside the log calls, once for each active sink, so they
+/// count written messages.
+/// \return result of the run, an `mg_host_api::exit_code`
 int32_t _T_find_and_run() {
     static uint32_t _s_device_absent_count = 0;
     static uint32_t _s_target_device_absent_count = 0;
@@ -101,22 +103,22 @@ int32_t _T_find_and_run() {
     auto const devices = _T_list_devices(system);
     if (devices.empty()) {
         MG_LOG_I("fail: any device not found (times:%u)\n", _s_device_absent_count++);
-        return _S_noDevice;
+        return value_of(exit_code::no_device);
     }
     target const wanted;
     PvDeviceInfo const* const device = _T_choose(devices, wanted);
     if (device == nullptr) {
         MG_LOG_I("fail: target device not found (model:%s, id:%s, times:%u)\n", _T_printable(wanted.model),
                  _T_printable(wanted.id), _s_target_device_absent_count++);
-        return _S_noTarget;
+        return value_of(exit_code::no_target);
     }
     _s_target_device_absent_count = 0;
     return Kernel__Run(device);
 }
 
-/// A reload that came while no run could take it.
+/// Handles a reload signal that the run has not handled.
 void _T_follow_pending_reload() {
-    if (MgUtl__CheckSignal() != _S_reloadSignal) {
+    if (MgUtl__CheckSignal() != value_of(signal_code::reload)) {
         return;
     }
     uint32_t exitRequested = 0;
@@ -142,6 +144,6 @@ int32_t MgLibProc() {
 }
 
 char const* MgLibGetVer() {
-    static char const _s_version_info[] = "0.37.28-" MG_SOURCE_REVISION;
+    static char const _s_version_info[] = MG_VERSION "-" MG_SOURCE_REVISION;
     return _s_version_info;
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bool_param.hpp"
 
 #include <PvGenParameterArray.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <PvString.h>
 
@@ -5,12 +6,19 @@
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
-/// A switch that the camera carries as an enumeration of two entries.
+/// A switch of the camera that is an enumeration of two entries, for example "Continuous" and "Off".
+///
+/// Lives in a feature block and must not outlive its provider. It reads nothing and remembers nothing.
 class bool_enum_param {
 public:
+    /// \param provider gives access to the camera's features
+    /// \param name of the feature
+    /// \param trueText entry for true
+    /// \param falseText entry for false
     bool_enum_param(param_provider_like* provider, char const* name, char const* trueText, char const* falseText);
 
-    /// Writes the entry for `value`, each time. Throws `internal_error` when the device refuses it.
+    /// Writes the entry for `value`, also if the camera has it already.
+    /// \throws internal_error no camera is configured, or the camera refuses the entry
     void setValue(bool value);
 
 private:

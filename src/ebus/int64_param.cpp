@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "int64_param.hpp"
 
 #include <PvGenInteger.h>
@@ -14,7 +15,7 @@ static constexpr char _S_logTag[] = "JAI_PARAMS";
 
 namespace {
 
-/// Is `value` an exact multiple of `step`? In 128 bits, where no difference of 64-bit numbers overflows.
+/// \return whether `value` is a multiple of `step`. In 128 bits, differences of 64-bit numbers do not overflow.
 bool _T_is_multiple(int128 value, int64_t step) {
     return value % step == 0;
 }
@@ -53,7 +54,6 @@ int64_t rw_int64_param::getHardInc() {
     return limitOnce(hardInc_, 0, &PvGenInteger::GetIncrement, "getHardInc", "GetIncrement", "hard-inc");
 }
 
-/// The effective increment: the soft one, but never finer than the device's.
 int64_t rw_int64_param::getInc() {
     int64_t const hard = getHardInc();
     if (hard > 0) {
@@ -65,7 +65,7 @@ int64_t rw_int64_param::getInc() {
     return softInc_;
 }
 
-/// A soft increment is a coarser multiple of the device's; the device's own is refused, since it narrows nothing.
+/// The camera's own increment is refused, because it would not restrict anything.
 void rw_int64_param::setInc(int64_t value) {
     int64_t const hard = getHardInc();
     bool const coarser = (hard > 0 && value > hard) || (hard < 0 && value < hard);
@@ -81,7 +81,7 @@ bool rw_int64_param::validate(int64_t value) {
     return isWithinLimits(value) && isAligned(value);
 }
 
-/// Alignment counts from the device's minimum; when that is unknown nothing can be said about alignment.
+/// Alignment counts from the camera's minimum. If that is unknown, every value counts as aligned.
 bool rw_int64_param::isAligned(int64_t value) {
     mg_log_operation const mgLogFunction{"validate"};
     int64_t const increment = getInc();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "number_param.hpp"
 
 #include <PvGenParameterArray.h>
@@ -17,7 +18,7 @@ static constexpr char _S_logTag[] = "JAI_PARAMS";
 
 namespace {
 
-/// The SDK's operations on a kind of number, and what messages call them.
+/// The SDK's operations on a kind of number, and their names in messages.
 template <typename number>
 struct sdk_operations;
 
@@ -45,7 +46,7 @@ struct sdk_operations<double> {
     static constexpr char writtenName[] = "PvGenParameterArray::SetFloatValue";
 };
 
-/// A number as messages print it.
+/// A number as text for messages; does not allocate.
 class number_text {
 public:
     explicit number_text(int64_t value) { std::snprintf(text_.data(), text_.size(), "%li", value); }
@@ -53,7 +54,7 @@ public:
     char const* get() const { return text_.data(); }
 
 private:
-    std::array<char, 320> text_;  ///< the largest double has 309 digits before the point and 6 behind it
+    std::array<char, 320> text_;  ///< the largest double has 309 digits, a point, 6 decimals and a sign
 };
 
 }  // namespace
@@ -159,7 +160,7 @@ void rw_number_param<readable, number>::setMax(number value) {
     softMax_ = value;
 }
 
-/// Written so that not-a-number, which compares with nothing, is refused too.
+/// Not-a-number fails both comparisons, so it is refused, too.
 template <typename readable, typename number>
 bool rw_number_param<readable, number>::isWithinLimits(number value) {
     mg_log_operation const mgLogFunction{"validate"};

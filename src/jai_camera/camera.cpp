@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "camera.hpp"
 
 #include "errors.hpp"
@@ -42,7 +43,7 @@ void camera::setupGpio(property_bag const& bag) {
         try {
             line->setup(bag);
         } catch (generic_error const&) {
-            // The line has logged what failed; the other line is configured all the same.
+            // Logged where it was thrown.
         }
     }
 }
@@ -68,7 +69,7 @@ int camera::ExStartCapture() {
     return 0;
 }
 
-/// The mirror of starting: the command first, then the stream channel. The codes follow the step, not its place.
+/// The reverse order of starting: first the command, then the stream channel. A code stands for the same step in both.
 int camera::ExStopCapture() {
     if (deviceParams == nullptr || device == nullptr || stream == nullptr) {
         MG_LOG_W("Can't get contexts to stop capture\n");

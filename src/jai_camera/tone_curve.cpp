@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <locale.h>
 #include <PvGenParameterArray.h>
 #include <stdlib.h>
@@ -17,10 +18,10 @@ namespace {
 
 constexpr char _S_lutMode[] = "JAILUTMode";
 
-/// How far from a gamma value of the camera a wanted gamma may lie.
+/// Largest difference between a requested gamma and one that the camera offers.
 constexpr double _S_gammaTolerance = 0.06;
 
-/// The number in an entry's name: its digits, the first one before the decimal point. "Gamma045" is "0.45".
+/// \return the number in an entry's name: its digits with a decimal point after the first one. "Gamma045" gives "0.45".
 std::string _T_number_text(char const* name) {
     std::string number;
     for (char const* at = name; *at != '\0'; ++at) {
@@ -34,7 +35,7 @@ std::string _T_number_text(char const* name) {
     return number;
 }
 
-/// `strtof` with a decimal point whatever locale the host has set.
+/// `strtof` with a decimal point, independent of the host's locale.
 float _T_to_float(char const* text, char** end) {
     static locale_t const _s_plain = newlocale(LC_NUMERIC_MASK, "C", nullptr);
     errno = 0;
@@ -117,7 +118,7 @@ int camera::ExPropertySetLUTChannel(int channel, int channels) {
     return 0;
 }
 
-/// The range is that of the first and the last entry, not of the smallest and the largest.
+/// The range extends from the first to the last entry, even if they are not sorted.
 int camera::ExPropertyGetGammaRange(float* min, float* max) {
     if (!gammaRangeKnown) {
         if (ExPropertyGetLUTMode() == lg_error) {
@@ -145,8 +146,9 @@ int camera::ExPropertyGetGammaRange(float* min, float* max) {
     return 0;
 }
 
-/// Fills `gammaValues` from the names of the feature's entries. A name that is no number keeps the values before it.
-/// \return 0, -3 no entries, -5 an entry and -7 its name could not be read, -9 the name is no number
+/// Fills `gammaValues` from the names of the feature's entries. A name that can't be converted ends the reading; the
+/// values before it stay.
+/// \return 0, -3 no entries, -5 an entry can't be read, -7 its name can't be read, -9 the name can't be converted
 int camera::readGammaValues(PvGenEnum& feature) {
     mg_log_operation const mgLogFunction{"ExPropertyGetGammaRange"};
     int64_t count = 0;
@@ -224,15 +226,16 @@ int camera::ExPropertySetGamma(float gamma) {
     return 0;
 }
 
-/// The nearer of the first two neighbouring values that `gamma` lies between, a tie going to the later one.
-/// \return its position, -1 when there is no such pair; a single value has no neighbour and never matches
+/// Finds the first pair of neighbouring values between which `gamma` lies. A single value has no neighbour and never
+/// matches.
+/// \return index of the nearer value, of the later one for a tie; -1: no pair matches
 int camera::findGammaEntry(float gamma) const {
-    double const wanted{gamma};
+    double const requested{gamma};
     for (size_t i = 0; i + 1 < gammaValues.size(); ++i) {
         double const low{gammaValues[i]};
         double const high{gammaValues[i + 1]};
-        if (low - _S_gammaTolerance <= wanted && wanted < high + _S_gammaTolerance) {
-            return static_cast<int>(high - wanted <= wanted - low ? i + 1 : i);
+        if (low - _S_gammaTolerance <= requested && requested < high + _S_gammaTolerance) {
+            return static_cast<int>(high - requested <= requested - low ? i + 1 : i);
         }
     }
     return -1;

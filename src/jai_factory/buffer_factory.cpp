@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "buffer_factory.hpp"
 
 #include <PvStream.h>
@@ -16,11 +17,10 @@ buffer_factory mgBufFactory;
 
 namespace {
 
-/// Distance between the host's buffers: 0 for a single buffer, nothing when they are not one flat block of equally
-/// spaced buffers of at least `size` bytes, rising from index to index.
+/// Layout of the host's buffers.
 struct flat_block {
-    bool valid;
-    uint64_t stride;
+    bool valid;       ///< the addresses rise with the index, at equal distances that a frame fits in
+    uint64_t stride;  ///< distance from buffer to buffer in bytes, 0 for a single buffer
 };
 
 flat_block _T_measure_host_buffers(uint32_t size, uint32_t count) {
@@ -40,13 +40,13 @@ flat_block _T_measure_host_buffers(uint32_t size, uint32_t count) {
         }
         previous = address;
     }
-    // The stride is handed back in 32 bits.
+    // `GetBuffer` returns the stride in 32 bits.
     return {.valid = stride <= std::numeric_limits<uint32_t>::max(), .stride = stride};
 }
 
 }  // namespace
 
-/// A single host buffer has no spacing: it is returned, but nothing is wrapped or queued.
+/// A single host buffer has no stride: it is returned, but not wrapped and queued.
 void* buffer_factory::GetBuffer(PvStream* stream, uint32_t* size, uint32_t count) {
     if (size == nullptr || *size == 0 || count == 0) {
         MG_LOG_W("Incorrect input params detected\n");

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <PvGenParameterArray.h>
 #include <PvString.h>
 
@@ -15,13 +16,15 @@ static constexpr char _S_logTag[] = "JAI_GPIO";
 
 namespace {
 
-/// A line's code from the bag: its low 8 bits.
+using mg_host_api::value_of;
+
+/// \return a line's code from the bag, of which only the low 8 bits count
 std::optional<uint8_t> _T_code(property_bag const& bag, property key) {
     int64_t value = 0;
     return bag.getInt64(key, value) ? std::optional(static_cast<uint8_t>(value)) : std::nullopt;
 }
 
-/// One output line. It remembers what it applied last and touches the camera only for something else.
+/// Implementation of an output line; see `gpio_like`.
 class gpio : public gpio_like {
 public:
     gpio(param_provider_like* provider, char const* selector, property sourceKey, property inverterKey)
@@ -51,7 +54,7 @@ struct line3_gpio final : gpio {
         : gpio(provider, "Line3", property::line3_source, property::line3_inverter) {}
 };
 
-/// Once anything has changed both settings are written, the unchanged one too.
+/// A change of one setting writes both.
 void gpio::setup(property_bag const& bag) {
     auto const source = _T_code(bag, sourceKey_);
     auto const inverter = _T_code(bag, inverterKey_);
@@ -84,7 +87,9 @@ void gpio::selectLine(PvGenParameterArray& params) {
 
 void gpio::writeSource(PvGenParameterArray& params, uint8_t code) {
     mg_log_operation const mgLogFunction{"setup"};
-    char const* const source = code == 1 ? "ExposureActive" : code == 2 ? "Low" : nullptr;
+    char const* const source = code == value_of(line_source::exposure_active) ? "ExposureActive"
+                               : code == value_of(line_source::low)           ? "Low"
+                                                                              : nullptr;
     if (source == nullptr) {
         return;
     }
@@ -100,7 +105,7 @@ void gpio::writeSource(PvGenParameterArray& params, uint8_t code) {
 
 void gpio::writeInverter(PvGenParameterArray& params, uint8_t code) {
     mg_log_operation const mgLogFunction{"setup"};
-    bool const inverted = code == 1;
+    bool const inverted = code == value_of(line_inverter::on);
     char const* const text = inverted ? "true" : "false";
     PvResult const result = params.SetBooleanValue("LineInverter", inverted);
     if (!result.IsOK()) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <PvGenParameterArray.h>
 
 #include <cmath>
@@ -45,17 +46,17 @@ struct manual_exposure_param : rw_double_param {
     explicit manual_exposure_param(param_provider_like* provider) : rw_double_param(provider, "ExposureTime") {}
 };
 
-/// The linear gain factor of a gain in dB, in single precision as the camera computes it.
+/// \return linear gain factor of a gain in dB, in single precision
 float _T_gain_factor(double db) {
-    return powf(10.0F, static_cast<float>(db) / 20.0F);
+    return powf(10.0F, saturating_cast<float>(db) / 20.0F);
 }
 
-/// The camera's raw automatic-gain limit, hundredths of the linear factor, of a gain in dB.
+/// \return the camera's raw limit of the automatic gain, in hundredths of the linear factor, of a gain in dB
 int64_t _T_raw_gain(double db) {
     return saturating_cast<int64_t>(double{_T_gain_factor(db)} * 100.0);
 }
 
-/// The configured part of the settings; what is absent stays as the camera has it. Gain limits are raw.
+/// The configured part of the settings. Absent values leave the camera unchanged. Gain limits are raw.
 struct requested_settings {
     std::optional<bool> autoGain, autoExposure, autoAreaEnable;
     std::optional<int64_t> autoTarget;
@@ -87,6 +88,7 @@ private:
     }
 };
 
+/// Implementation of the gain and exposure control; see `grabcontrol_like`.
 class grabcontrol final : public grabcontrol_like {
 public:
     explicit grabcontrol(param_provider_like* provider)
@@ -125,7 +127,7 @@ private:
     manual_exposure_param manualExposure_;
 };
 
-/// All limits are checked before anything is written, so a refused set leaves the camera as it was.
+/// Completes all checks of limits before the first write, so that refused limits leave the camera unchanged.
 void grabcontrol::setup(property_bag const& bag) {
     requested_settings const settings(bag);
     validateGainLimits(settings);
@@ -190,9 +192,9 @@ void grabcontrol::writeAutomatic(requested_settings const& settings) {
     put(autoExposureMax_, settings.autoExposureMax);
 }
 
-/// "Gain" is several gains behind a selector; the plug-in means the analogue one of all channels.
+/// "Gain" stands for several gains behind a selector. The plug-in uses the analogue gain of all channels.
 void grabcontrol::selectAnalogGain() {
-    // Called for every frame: the texts are made once.
+    // Called for every frame: the texts are allocated once.
     static PvString const _s_selector("GainSelector");
     static PvString const _s_entry("AnalogAll");
     auto* const params = provider_->getDevParams();
@@ -210,7 +212,7 @@ void grabcontrol::selectAnalogGain() {
 
 double grabcontrol::getManualGainDb() {
     selectAnalogGain();
-    return double{20.0F * log10f(static_cast<float>(manualGain_.getValue()))};
+    return double{20.0F * log10f(saturating_cast<float>(manualGain_.getValue()))};
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
+// SPDX-License-Identifier: MIT
 #include <PvBuffer.h>
 #include <PvDeviceInfo.h>
 #include <PvGenParameterArray.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -15,6 +17,7 @@
 #include "jai_property_bag/property_bag.hpp"
 #include "mg_host_api.hpp"
 #include "mg_log.hpp"
+#include "mg_log_records.hpp"
 #include "pixel_format.hpp"
 #include "saturating_cast.hpp"
 
@@ -24,27 +27,37 @@ static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
 namespace {
 
+using mg_host_api::param_number;
+
 constexpr char _S_rule[] = "===================================";
 
-// The host's modes of gain and exposure.
-constexpr int32_t _S_manual = 1;
-constexpr int32_t _S_automatic = 2;
+// Values of the host's sweep settings.
+constexpr int32_t _S_manual = 1;         ///< gain or exposure
+constexpr int32_t _S_automatic = 2;      ///< gain or exposure
+constexpr int32_t _S_cameraArea = 1;     ///< profile: measure brightness in the camera's own area
+constexpr int32_t _S_lutConfigured = 1;  ///< LUT and gamma
 
-constexpr float _S_noFps = -1.0F;
-constexpr double _S_sentinelTolerance = 0.001;
+constexpr float _S_noFps = -1.0F;               ///< frame rate is not configured
+constexpr double _S_sentinelTolerance = 0.001;  ///< within which a frame rate counts as `_S_noFps`
 
-/// Runs a step whose failure leaves the camera as it is and never ends the configuration; the feature block that
-/// refused has logged why.
+// Bytes that a camera needs behind the image for chunks. The image is a chunk, too.
+constexpr uint32_t _S_imagePadding = 3;  ///< at most: chunks begin at a multiple of four bytes
+constexpr uint32_t _S_chunkTrailer = 8;  ///< ID and length, behind each chunk
+constexpr uint32_t _S_chunkData = 8;     ///< the largest value of the chunks that `ProcSetCamConfigChunks` enables
+
+/// Runs a step whose failure leaves the camera unchanged and does not end the configuration.
+/// \return whether it succeeded
 template <typename step>
-void _T_optional(step&& run) {
+bool _T_optional(step&& run) {
     try {
         run();
+        return true;
     } catch (generic_error const&) {
-        // Logged where it happened.
+        return false;  // logged where it was thrown
     }
 }
 
-/// Prints the temperature in the form that the camera's feature has.
+/// Logs the temperature. Camera models have the feature as a text, a float or an integer.
 void _T_report_temperature(PvGenParameterArray* params) {
     static PvString const _s_name("DeviceTemperature");
     auto* const feature = params == nullptr ? nullptr : params->Get(_s_name);
@@ -76,12 +89,19 @@ uint32_t _T_saturated_32(uint128 value) {
     return static_cast<uint32_t>(std::min(value, static_cast<uint128>(std::numeric_limits<uint32_t>::max())));
 }
 
-/// Whole microseconds of a frame at `rate` frames a second.
+/// \return frame period in whole microseconds at `rate` frames per second, 0: the rate is not a positive number
 uint32_t _T_period(float rate) {
-    return saturating_cast<uint32_t>(roundf(1e6F / rate));
+    return rate > 0.0F ? saturating_cast<uint32_t>(roundf(1e6F / rate)) : 0;
 }
 
-/// Bytes of a frame in the host's format `code`, 0 for no format.
+/// \param mask chunks that are enabled, `chunk_bit` values
+/// \return bytes that they need at most behind the image
+uint32_t _T_chunk_bytes(uint32_t mask) {
+    auto const chunks = static_cast<uint32_t>(std::popcount(mask));
+    return chunks == 0 ? 0 : _S_imagePadding + _S_chunkTrailer + chunks * (_S_chunkData + _S_chunkTrailer);
+}
+
+/// \return bytes of a frame in the format `code`, 0 if the code stands for none
 uint32_t _T_frame_bytes(uint8_t code, uint32_t width, uint32_t height) {
     auto const* const format = PixelFormat__Find(code);
     return format == nullptr ? 0 : _T_saturated_32(static_cast<uint128>(format->lineBytes(width)) * height);
@@ -98,6 +118,7 @@ int CCamProc::ProcSetCamConfig(camera* cam, PvDeviceInfo const* info, unsigned* 
     }
     configureRegion(cam);
     ProcSetCamConfigChunks(cam, cam->getDevParams());
+    readFrameRate(cam);
     computeFrameSize(cam);
     capBufferCount(cam, bufferCountInOut);
     computeGeometry(cam);
@@ -123,8 +144,8 @@ void CCamProc::reportDevice(camera* cam, PvDeviceInfo const* info) {
     _T_report_temperature(cam->getDevParams());
 }
 
-/// Reads the values in force before anything is configured, each on its own: one that is missing hides no other. The
-/// rate in force also serves the loop when the host configures none.
+/// Reads and logs the camera's values before the configuration. Each has its own guard, so that a missing one does not
+/// prevent the others from being read. The frame rate is also the loop's if the host configures none.
 void CCamProc::reportCurrentSettings(camera* cam) {
     MG_LOG_I("~~ Camera Device Current Settings ~~\n");
     MG_LOG_I("%s\n", _S_rule);
@@ -144,10 +165,7 @@ void CCamProc::reportCurrentSettings(camera* cam) {
     }
     cam->ExPropertyGetGamma(currentGamma);
     readTickFrequency(params);
-    if (rate > 0.0) {
-        frameRate = static_cast<float>(rate);
-        framePeriod = _T_period(frameRate);
-    }
+    takeFrameRate(rate);
 
     MG_LOG_I("ResultingFrameRate  : %.1f\n", rate);
     MG_LOG_I("Gain, dB            : %.1f\n", gain);
@@ -156,14 +174,14 @@ void CCamProc::reportCurrentSettings(camera* cam) {
     MG_LOG_I("PixelFormat         : 0x%08X\n", static_cast<unsigned>(format));
 }
 
-/// A camera without a usable counter is stamped with host time.
+/// If the camera has no usable counter, frames are stamped with host time. If the frequency can't be read, that of an
+/// earlier loop run is kept: it is the same camera.
 void CCamProc::readTickFrequency(PvGenParameterArray* params) {
     mg_log_operation const mgLogFunction{"ProcSetCamConfig"};
     int64_t frequency = 0;
-    if (params != nullptr) {
-        params->GetIntegerValue("GevTimestampTickFrequency", frequency);
+    if (params != nullptr && params->GetIntegerValue("GevTimestampTickFrequency", frequency).IsOK()) {
+        tickFrequency = static_cast<uint32_t>(std::clamp<int64_t>(frequency, 0, std::numeric_limits<uint32_t>::max()));
     }
-    tickFrequency = static_cast<uint32_t>(std::clamp<int64_t>(frequency, 0, std::numeric_limits<uint32_t>::max()));
     if (tickFrequency == 0) {
         MG_LOG_W("The camera's timestamp frequency is 0 or can't be read: frames are stamped with host time\n");
     }
@@ -176,7 +194,7 @@ bool CCamProc::selectPixelFormat(camera* cam) {
         MG_LOG_E("The asked pixel format is not supported by device!\n");
         return false;
     }
-    isColor = formatCode == BAYER_RG8 ? 1 : 0;
+    isColor = PixelFormat__Find(formatCode)->filter == color_filter::none ? 0 : 1;
     lutBits = significantBits;
     cdfBits = significantBits;
     return true;
@@ -196,10 +214,10 @@ bool CCamProc::testCamSensorChanged(camera* cam, property_bag const& bag) {
     return cam->sensor->testChanged(bag);
 }
 
-/// One buffer holds the payload, chunks included, or the bare image where that is larger; what the device says of
-/// itself when neither can be told.
+/// A buffer must hold the larger of the payload, chunks included, and the image alone. If the payload can't be read, it
+/// must hold the image and the enabled chunks; if neither can be read, the device's own payload size is used.
 void CCamProc::computeFrameSize(camera* cam) {
-    constexpr uint128 largest = 2'147'483'646;
+    constexpr uint128 maxBytes = 2'147'483'646;  // one less than the maximum of a signed 32-bit size
     auto* const params = cam->getDevParams();
     int64_t payload = 0;
     int64_t format = 0;
@@ -213,9 +231,9 @@ void CCamProc::computeFrameSize(camera* cam) {
     if (hasFormat) {
         auto const bits = PvImage::GetPixelSize(static_cast<PvPixelType>(format));
         auto const image = static_cast<uint128>(bits) * cam->sensor->getW() * cam->sensor->getH() / 8;
-        size = std::max(size, image);
+        size = std::max(size, hasPayload ? image : image + _T_chunk_bytes(chunkMask));
     }
-    frameSize = size >= 1 && size <= largest ? static_cast<uint32_t>(size) : cam->device->GetPayloadSize();
+    frameSize = size >= 1 && size <= maxBytes ? static_cast<uint32_t>(size) : cam->device->GetPayloadSize();
 }
 
 void CCamProc::capBufferCount(camera* cam, unsigned* bufferCountInOut) {
@@ -225,7 +243,7 @@ void CCamProc::capBufferCount(camera* cam, unsigned* bufferCountInOut) {
     MG_LOG_I("Set gBufferFrameSize to %u, bufNum to %u (old %u)\n", frameSize, bufferCount, requested);
 }
 
-/// Instance 1 is set up for the frame as it comes or as it is converted, whichever is larger.
+/// Instance 1 is set up for the larger of the raw and the converted frame.
 void CCamProc::computeGeometry(camera* cam) {
     uint32_t const width = cam->sensor->getW();
     uint32_t const height = cam->sensor->getH();
@@ -239,9 +257,9 @@ void CCamProc::computeGeometry(camera* cam) {
 void CCamProc::publishGeometry(camera* cam) {
     uint32_t const width = cam->sensor->getW();
     uint32_t const height = cam->sensor->getH();
-    MgSc__SetParamVal(8, &stride);
-    MgSc__SetParamVal(1, &width);
-    MgSc__SetParamVal(2, &height);
+    MgSc__SetParamVal(value_of(param_number::stride), &stride);
+    MgSc__SetParamVal(value_of(param_number::width), &width);
+    MgSc__SetParamVal(value_of(param_number::height), &height);
     MgGiMemInst__SetActFsize(0, fullFrameSize);
 }
 
@@ -250,11 +268,13 @@ int CCamProc::setupCam(camera* cam, bool restartCapture, bool full) {
         return -1;
     }
     if (full) {
-        _T_optional([&] { configureFrameRate(cam); });
+        if (!_T_optional([&] { configureFrameRate(cam); })) {
+            readFrameRate(cam);
+        }
         ProcParametrizeCamRotate(cam);
     }
     _T_optional([&] { setupCamGrabControl(cam); });
-    if (MgGiMainCtx__GetSweepLutMod() == 1 && setupCamLutManual(cam, false, restartCapture) == 0) {
+    if (MgGiMainCtx__GetSweepLutMod() == _S_lutConfigured && setupCamLutManual(cam, false, restartCapture) == 0) {
         SetupCamGamma(cam, restartCapture);
     }
     setupCamGpio(cam);
@@ -263,7 +283,7 @@ int CCamProc::setupCam(camera* cam, bool restartCapture, bool full) {
     return 0;
 }
 
-/// A camera that was lost is connected again; it has forgotten its settings, so all of them count as new.
+/// Connects a lost camera again. A camera that was lost may have lost its settings, so the remembered modes are reset.
 bool CCamProc::ensureConnected(camera* cam) {
     mg_log_operation const mgLogFunction{"setupCam"};
     if (cam->device->IsConnected()) {
@@ -282,25 +302,42 @@ bool CCamProc::ensureConnected(camera* cam) {
 }
 
 void CCamProc::configureFrameRate(camera* cam) {
-    float const asked = MgGiMainCtx__GetFps();
-    if (std::abs(double{asked} - double{_S_noFps}) <= _S_sentinelTolerance) {
+    float const requested = MgGiMainCtx__GetFps();
+    if (std::abs(double{requested} - double{_S_noFps}) <= _S_sentinelTolerance) {
         MG_LOG_I("  Fps config is skipped\n");
         return;
     }
-    cam->frameRate.setValue(double{asked});
-    auto const inForce = static_cast<float>(cam->frameRate.getValue());
-    frameRate = inForce;
-    framePeriod = _T_period(inForce);
+    cam->frameRate.setValue(double{requested});
+    auto const active = saturating_cast<float>(cam->frameRate.getValue());
+    frameRate = active;
+    framePeriod = _T_period(active);
     MgGi__SetCurrFpsUs(framePeriod);
 }
 
-/// A mode is written only when it differs from the one applied last; the modes applied are remembered once the camera
-/// has taken them.
+/// Reads the rate that the camera has after settings that may have changed it: format, region, chunks, a refused rate.
+/// Neither the value nor a failure is logged.
+void CCamProc::readFrameRate(camera* cam) {
+    auto* const params = cam->getDevParams();
+    double rate = 0.0;
+    if (params != nullptr && params->GetFloatValue("AcquisitionFrameRate", rate).IsOK()) {
+        takeFrameRate(rate);
+    }
+}
+
+/// Takes a rate as the loop's, unless it is not above 0: then the previous one counts.
+void CCamProc::takeFrameRate(double rate) {
+    if (rate > 0.0) {
+        frameRate = saturating_cast<float>(rate);
+        framePeriod = _T_period(frameRate);
+    }
+}
+
+/// Writes a mode only if it differs from the one applied last. Remembers the modes after the camera has accepted them.
 void CCamProc::setupCamGrabControl(camera* cam) {
-    int32_t const askedGainMode = MgGiMainCtx__GetSweepGainMod();
-    int32_t const askedExposureMode = MgGiMainCtx__GetSweepEtimeMod();
+    int32_t const requestedGainMode = MgGiMainCtx__GetSweepGainMod();
+    int32_t const requestedExposureMode = MgGiMainCtx__GetSweepEtimeMod();
     property_bag bag;
-    if (MgGiMainCtx__GetSweepProf() == 1) {
+    if (MgGiMainCtx__GetSweepProf() == _S_cameraArea) {
         bag.setBool(property::auto_area_enable, true);
     }
     auto const putSwitch = [&bag](property key, int32_t mode, int32_t remembered) {
@@ -308,20 +345,20 @@ void CCamProc::setupCamGrabControl(camera* cam) {
             bag.setBool(key, mode == _S_automatic);
         }
     };
-    putSwitch(property::auto_gain, askedGainMode, gainMode);
-    putSwitch(property::auto_exposure, askedExposureMode, exposureMode);
-    if (askedGainMode == _S_automatic || askedExposureMode == _S_automatic) {
+    putSwitch(property::auto_gain, requestedGainMode, gainMode);
+    putSwitch(property::auto_exposure, requestedExposureMode, exposureMode);
+    if (requestedGainMode == _S_automatic || requestedExposureMode == _S_automatic) {
         Conf__UnpackAutoFn(bag);
     }
-    if (askedGainMode == _S_manual) {
+    if (requestedGainMode == _S_manual) {
         Conf__UnpackManualGainDb(bag);
     }
-    if (askedExposureMode == _S_manual) {
+    if (requestedExposureMode == _S_manual) {
         Conf__UnpackManualExposure(bag);
     }
     cam->grabControl->setup(bag);
-    gainMode = askedGainMode;
-    exposureMode = askedExposureMode;
+    gainMode = requestedGainMode;
+    exposureMode = requestedExposureMode;
     gainDb = static_cast<float>(cam->grabControl->getManualGainDb());
     exposure = cam->grabControl->getManualExposure();
 }
@@ -335,7 +372,7 @@ void CCamProc::setupCamGpio(camera* cam) {
 void CCamProc::reportNewSettings(camera* cam) {
     MG_LOG_I("~~ Camera Device New Settings ~~\n");
     MG_LOG_I("%s\n", _S_rule);
-    MG_LOG_I("ROI OffsX x OffsY   : %u x %u\n", cam->sensor->getX(), cam->sensor->getY());
+    MG_LOG_I("%s%u x %u\n", mg_log_records::region_offsets, cam->sensor->getX(), cam->sensor->getY());
     MG_LOG_I("ROI Width x Height  : %u x %u\n", cam->sensor->getW(), cam->sensor->getH());
     MG_LOG_I("ResultingFrameRate  : %f\n", double{frameRate});
     MG_LOG_I("Gain, dB            : %f\n", double{gainDb});

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <PvGenParameterArray.h>
 #include <PvStream.h>
 
@@ -14,30 +15,33 @@ namespace {
 /// A kind of chunk that the camera can append to its frames.
 struct chunk_kind {
     char const* selector;
-    uint32_t bit;  ///< of the chunk mask
-    char const* description;
+    chunk_bit bit;
+    char const* description;  ///< in messages
 };
 constexpr chunk_kind _S_chunkKinds[] = {
-    {.selector = "GainAll", .bit = 1, .description = "gain"},
-    {.selector = "ExposureTime", .bit = 2, .description = "exposure time"},
-    {.selector = "Timestamp", .bit = 4, .description = "timestamp"},
-    {.selector = "ExposureStartCounter", .bit = 8, .description = "counter value"},
+    {.selector = "GainAll", .bit = chunk_bit::gain, .description = "gain"},
+    {.selector = "ExposureTime", .bit = chunk_bit::exposure, .description = "exposure time"},
+    {.selector = "Timestamp", .bit = chunk_bit::timestamp, .description = "timestamp"},
+    {.selector = "ExposureStartCounter", .bit = chunk_bit::counter, .description = "counter value"},
 };
 
-constexpr uint32_t _S_forEver = 0xFFFFFFFF;
+constexpr uint32_t _S_noTimeoutMs = 0xFFFFFFFF;  ///< waits without a limit
 
-/// Selects one kind of chunk and switches it. \return whether the camera did both
+/// Selects a kind of chunk and enables or disables it.
+/// \return whether the camera accepted both writes
 bool _T_switch_chunk(PvGenParameterArray& params, PvGenEnum& selector, chunk_kind const& kind, bool on) {
     return selector.SetValue(PvString(kind.selector)).IsOK() && params.SetBooleanValue("ChunkEnable", on).IsOK();
 }
 
-/// Finishes every queued buffer and takes all of them out. The memory is the host's; nobody wants the buffers back.
+/// Aborts all queued buffers and removes them from the stream. The buffer factory keeps owning them. A stream that no
+/// longer returns its buffers is left as it is.
 void _T_drain(PvStream& stream) {
     stream.AbortQueuedBuffers();
-    while (stream.GetQueuedBufferCount() != 0) {
+    bool retrieved = true;
+    while (retrieved && stream.GetQueuedBufferCount() != 0) {
         PvBuffer* buffer = nullptr;
         PvResult operation;
-        stream.RetrieveBuffer(&buffer, &operation, _S_forEver);
+        retrieved = stream.RetrieveBuffer(&buffer, &operation, _S_noTimeoutMs).IsOK();
     }
 }
 
@@ -67,7 +71,7 @@ void CCamProc::ProcSetCamConfigChunks(camera* /*cam*/, PvGenParameterArray* para
     for (auto const& kind : _S_chunkKinds) {
         if (_T_switch_chunk(*params, *selector, kind, true)) {
             MG_LOG_I("  Enabled %s chunks sending\n", kind.description);
-            chunkMask |= kind.bit;
+            chunkMask |= value_of(kind.bit);
         }
     }
     MG_LOG_I("Chunks enabling is finished (0x%08X)\n", chunkMask);
@@ -82,11 +86,11 @@ void CCamProc::ProcSetCamConfigEnd(camera* cam) {
     MG_LOG_I("Camera config restore is done\n");
 }
 
-/// Chunk mode that was active in the camera stays active: only what was switched on is switched off.
-/// \return whether the mask could be cleared
+/// Disables the enabled kinds of chunk. Chunk mode that reads active stays active.
+/// \return whether the mask was cleared
 bool CCamProc::disableChunks(PvGenParameterArray* params) {
     mg_log_operation const mgLogFunction{"ProcSetCamConfigEnd"};
-    // A camera that was connected again during the run may have come back without features.
+    // A camera that was connected again during the run may have no features.
     auto* const active = params == nullptr ? nullptr : params->GetBoolean("ChunkModeActive");
     if (active == nullptr) {
         MG_LOG_W("Chunks can't be disabled: missing configuration param1\n");
@@ -103,7 +107,7 @@ bool CCamProc::disableChunks(PvGenParameterArray* params) {
         return false;
     }
     for (auto const& kind : _S_chunkKinds) {
-        if ((chunkMask & kind.bit) != 0 && _T_switch_chunk(*params, *selector, kind, false)) {
+        if ((chunkMask & value_of(kind.bit)) != 0 && _T_switch_chunk(*params, *selector, kind, false)) {
             MG_LOG_I("  Disabled %s chunks sending\n", kind.description);
         }
     }

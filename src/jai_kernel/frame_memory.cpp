@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 
 #include "cam_proc.hpp"
@@ -10,9 +11,11 @@
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
+using mg_host_api::param_number;
+
 static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
-/// The first run receives into the host's plain memory; once a conversion is known, later runs receive into instance 0.
+/// The first run receives into the host's plain memory. Once a conversion is known, later runs receive into instance 0.
 void CCamProc::ProcInitMem(camera* cam, uint32_t size) {
     if (conversionFormat != 0) {
         instanceIndex = 0;
@@ -30,11 +33,11 @@ void CCamProc::ProcInitMem(camera* cam, uint32_t size) {
         initConversion();
     }
     if (conversionActive) {
-        prepareConversion(cam);
+        prepareConversion(cam, size);
     }
 }
 
-/// Chooses the format that frames are converted to and sets up the memory instance that receives them.
+/// Selects the format to convert to and sets up the memory instance for converted frames.
 void CCamProc::initConversion() {
     mg_log_operation const mgLogFunction{"ProcInitMem"};
     MG_LOG_I("Conv: asking convertion from %i -> %i\n", int{formatCode}, int{conversionFormat});
@@ -43,7 +46,7 @@ void CCamProc::initConversion() {
         MG_LOG_W("The asked pixel conversion way is not supported (rc=%i)\n", -1);
         return;
     }
-    if (target->code == BAYER_RG8) {
+    if (target->filter == color_filter::bayerRg) {
         MG_LOG_I("BAYER_TILE_MAPPING value: meta codec chosen '%s'\n", target->name);
     }
     conversionPixelType = target->type;
@@ -57,13 +60,20 @@ void CCamProc::initConversion() {
         instance1FrameSize = instance0FrameSize;
         MgGiMemInst__Init(1, instance1SetupSize, 0);
         MgGiMemInst__SetActFsize(1, instance1FrameSize);
+        MgSc__InstSetParamVal(1, value_of(param_number::format_name), target->name);
+        return;
     }
-    MgSc__InstSetParamVal(static_cast<uint32_t>(instanceIndex), 4, target->name);
+    // Instance 0 receives the frames without conversion if the formats cannot be converted.
+    auto const* const source = PixelFormat__Find(formatCode);
+    auto const* const announced = source == nullptr || PixelConversion__IsPossible(*source, *target) ? target : source;
+    MgSc__InstSetParamVal(0, value_of(param_number::format_name), announced->name);
 }
 
-/// Makes the buffer that frames are converted into. A conversion that makes no sense is refused once for the run; the
-/// host then gets the frames as they come.
-void CCamProc::prepareConversion(camera* cam) {
+/// Allocates the buffer for converted frames, once per run. It holds each size that was announced for its instance, so
+/// that a host that copies as much reads the plug-in's memory only. If the formats cannot be converted, logs it once
+/// per run; the host then receives the frames without conversion.
+/// \param size announced for instance 0 on a later run
+void CCamProc::prepareConversion(camera* cam, uint32_t size) {
     mg_log_operation const mgLogFunction{"ProcInitMem"};
     auto const* const source = PixelFormat__Find(formatCode);
     auto const* const target = PixelFormat__Find(conversionFormat);
@@ -73,22 +83,24 @@ void CCamProc::prepareConversion(camera* cam) {
                  int{conversionFormat});
         return;
     }
-    convertedFrame.assign(target->frameBytes(cam->sensor->getW(), cam->sensor->getH()), 0);
+    uint64_t const converted = target->frameBytes(cam->sensor->getW(), cam->sensor->getH());
+    uint32_t const announced =
+        instanceIndex == 1 ? std::max(instance1SetupSize, instance1FrameSize) : std::max(size, instance0FrameSize);
+    convertedFrame.assign(std::max<uint64_t>(converted, announced), 0);
 }
 
-/// A frame is turned first, so that what is converted from it is turned, too.
+/// Rotates the frame before the conversion, so that the converted frame is rotated, too.
 void CCamProc::ProcLoadFrames(camera* cam) {
     auto const* const format = PixelFormat__Find(formatCode);
     auto* const pixels = static_cast<uint8_t*>(frameData);
     if (swRotate != 0 && format != nullptr) {
-        Rotation__TurnBy180(*format, {pixels, std::min(frameSize, fullFrameSize)}, cam->sensor->getW(),
-                            cam->sensor->getH());
+        Rotation__TurnBy180(*format, {pixels, frameSize}, cam->sensor->getW(), cam->sensor->getH());
     }
     instance0Frame = frameData;
     if (!convertFrame(cam)) {
         return;
     }
-    // What a run triggers on an instance is in the codec that was announced for it.
+    // Each instance must receive frames in the codec announced for it: see `initConversion`.
     if (instanceIndex == 1) {
         instance1Frame = convertedFrame.data();
     } else {
@@ -96,19 +108,18 @@ void CCamProc::ProcLoadFrames(camera* cam) {
     }
 }
 
-/// \return whether `convertedFrame` holds the current frame
+/// \return whether `convertedFrame` now holds the current frame
 bool CCamProc::convertFrame(camera* cam) {
     auto const* const source = PixelFormat__Find(formatCode);
     auto const* const target = PixelFormat__Find(conversionFormat);
     if (!conversionActive || convertedFrame.empty() || source == nullptr || target == nullptr) {
         return false;
     }
-    return PixelConversion__Convert(*source, *target,
-                                    {static_cast<uint8_t const*>(frameData), std::min(frameSize, fullFrameSize)},
+    return PixelConversion__Convert(*source, *target, {static_cast<uint8_t const*>(frameData), frameSize},
                                     convertedFrame, cam->sensor->getW(), cam->sensor->getH());
 }
 
-/// A host that refuses the frame of instance 1 is not given the one of instance 0 either: they belong together.
+/// If the host refuses the frame of instance 1, the one of instance 0 is dropped: they are two forms of one frame.
 int CCamProc::ProcLoopMem(uint64_t timestamp, uint32_t flag) {
     auto const trigger = [&](uint32_t instance, void const*& frame) {
         int const result = MgGiMemInst__Trigger(instance, 0, timestamp, frame, static_cast<uint8_t>(flag));

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "cam_proc.hpp"
 #include "jai_camera/camera.hpp"
 #include "mg_host_api.hpp"
@@ -9,17 +10,17 @@ static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
 namespace {
 
-constexpr double _S_sentinelTolerance = 0.001;
-constexpr double _S_rangeTolerance = 0.01;
-constexpr double _S_noGamma = -1.0;
-constexpr double _S_gammaOff = 1.0;
-constexpr int32_t _S_turnBy180 = 2;
+constexpr double _S_sentinelTolerance = 0.001;  ///< within which a value counts as a sentinel, for both sentinels below
+constexpr double _S_noGamma = -1.0;             ///< not configured
+constexpr double _S_gammaOff = 1.0;             ///< no gamma
+constexpr double _S_rangeTolerance = 0.01;      ///< by which a gamma may lie outside the camera's range
+constexpr int32_t _S_rotateBy180 = 2;           ///< value of the host's rotation setting
 
 bool _T_is(double value, double sentinel) {
     return value >= sentinel - _S_sentinelTolerance && value <= sentinel + _S_sentinelTolerance;
 }
 
-/// Stops capture for the time of a write that the camera refuses while it captures.
+/// Stops capture for the lifetime of the object: the camera refuses some writes while it captures.
 class capture_pause {
 public:
     capture_pause(camera& cam, bool wanted) : cam_(wanted ? &cam : nullptr) {
@@ -42,8 +43,8 @@ private:
 }  // namespace
 
 void CCamProc::SetupCamGamma(camera* cam, bool restartCapture) {
-    float const asked = MgGiMainCtx__GetGamma();
-    double const gamma{asked};
+    float const requested = MgGiMainCtx__GetGamma();
+    double const gamma{requested};
     MG_LOG_I("Gamma settings handler entry val: Gamma %f\n", gamma);
     if (_T_is(gamma, _S_noGamma)) {
         MG_LOG_I("  Gamma config is skipped\n");
@@ -56,7 +57,7 @@ void CCamProc::SetupCamGamma(camera* cam, bool restartCapture) {
         return;
     }
     MG_LOG_I("  cur Gamma val is %f (min %f, max %f)\n", double{currentGamma}, double{min}, double{max});
-    if (min > asked) {
+    if (min > requested) {
         MG_LOG_W("  asked Gamma val %f is not allowed, skipped\n", gamma);
         return;
     }
@@ -77,13 +78,13 @@ void CCamProc::SetupCamGamma(camera* cam, bool restartCapture) {
         return;
     }
     capture_pause const pause(*cam, restartCapture);
-    if (cam->ExPropertySetGamma(asked) != 0) {
+    if (cam->ExPropertySetGamma(requested) != 0) {
         return;
     }
-    float inForce = 0.0F;
-    cam->ExPropertyGetGamma(inForce);
+    float readBack = 0.0F;  // read for its log line only
+    cam->ExPropertyGetGamma(readBack);
     MG_LOG_I("  new Gamma val is %f\n", gamma);
-    currentGamma = asked;
+    currentGamma = requested;
 }
 
 void CCamProc::ProcParametrizeCamRotate(camera* /*cam*/) {
@@ -94,7 +95,7 @@ void CCamProc::ProcParametrizeCamRotate(camera* /*cam*/) {
         return;
     }
     MG_LOG_I("  cur swRotate val is: %i\n", int{swRotate});
-    swRotate = rotate == _S_turnBy180 ? 1 : 0;
+    swRotate = rotate == _S_rotateBy180 ? 1 : 0;
     MG_LOG_I("  new swRotate val is: %i\n", int{swRotate});
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <PvBuffer.h>
 #include <PvGenParameterArray.h>
 #include <PvStream.h>
@@ -12,6 +13,7 @@
 #include "jai_factory/buffer_factory.hpp"
 #include "mg_host_api.hpp"
 #include "mg_log.hpp"
+#include "mg_log_records.hpp"
 #include "profile_ring.hpp"
 #include "saturating_cast.hpp"
 #include "timestamp_sync.hpp"
@@ -22,45 +24,47 @@ static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
 namespace {
 
-// ---- Statics of the loop: they survive from one run to the next ---------------------------------
+using mg_host_api::exit_code;
+using mg_host_api::param_number;
+
+// ---- Statics: they keep their values from one run to the next -----------------------------------
 
 profile_ring _S_arProfResult;  ///< of the stream fetch, waiting included
-profile_ring _S_arProfWrite;   ///< of handing a frame to the host's memory
+profile_ring _S_arProfWrite;   ///< of triggering a frame into the host's memory
 
 timeval _S_gtv1;   ///< trigger start
-timeval _S_gtv2;   ///< end of whatever is being measured
+timeval _S_gtv2;   ///< end of the current measurement
 timeval _S_gtv3;   ///< loop start
 timeval _S_gtvr1;  ///< fetch start
 timeval _S_gtvr2;  ///< fetch end
 timeval _S_gtvd;   ///< last difference
 
-/// Where sustained loss is counted from.
+/// Start of the interval that decides about sustained loss.
 struct drop_checkpoint {
-    uint32_t _s_loopsLast;
-    uint32_t _s_dropCntrLast;
+    uint32_t _s_loopsLast;     ///< fetches up to it
+    uint32_t _s_dropCntrLast;  ///< drops up to it
 };
 drop_checkpoint _S_checkpoint;
 
 /// The interval over which the rate of fetches is reported.
 struct rate_report {
-    time_t start_timeretres;
-    time_t curnt_timeretres;
-    int32_t frame_countretres;
+    time_t start_timeretres;    ///< start of the interval, seconds since the epoch
+    time_t curnt_timeretres;    ///< time of the last fetch
+    int32_t frame_countretres;  ///< fetches in the interval
 };
 rate_report _S_rateReport;
 
 // ---- Constants ----------------------------------------------------------------------------------
 
-constexpr uint32_t _S_fetchTimeoutMs = 1000;
-constexpr time_t _S_rateReportSeconds = 60;
-constexpr uint32_t _S_dropReportStep = 1000;
-constexpr uint32_t _S_dropLossStep = 5000;
-constexpr int _S_exitLoss = -10;
-constexpr int32_t _S_framesArrive = 4;  ///< grab state for the host
-constexpr double _S_noTemperature = -321.0;
-constexpr uint32_t _S_userSignal2 = 4;
+constexpr uint32_t _S_fetchTimeoutMs = 1000;  ///< longest wait for a frame
+constexpr time_t _S_rateReportSeconds = 60;   ///< length of a rate report's interval
+constexpr uint32_t _S_dropReportStep = 1000;  ///< drops from one report to the next
+constexpr uint32_t _S_dropLossStep = 5000;    ///< drops from one check for sustained loss to the next
+constexpr int32_t _S_framesArrive = 4;        ///< grab state "frames are arriving"
+constexpr double _S_noTemperature = -321.0;   ///< degrees Celsius, below absolute zero: the temperature is unknown
+constexpr float _S_livenessSeconds = 0.6F;    ///< between two liveness reports
 
-/// A 64-bit value as the messages' formats take it.
+/// Converts a 64-bit value to the type of the format "%llu".
 constexpr unsigned long long _T_print(uint64_t value) {
     return value;
 }
@@ -69,8 +73,8 @@ uint64_t _T_microseconds(timeval const& time) {
     return static_cast<uint64_t>(time.tv_sec) * 1'000'000 + static_cast<uint64_t>(time.tv_usec);
 }
 
-/// The microseconds part of `later` minus `earlier`. All time budgets judge by it, so a delay of whole seconds counts
-/// by its remainder only.
+/// \return the microseconds part of `later` minus `earlier`, without its seconds. All time budgets are checked against
+///         this part.
 uint32_t _T_spent(timeval const& later, timeval const& earlier) {
     _S_gtvd = MgUtl__TimeValDiff(&later, &earlier);
     return static_cast<uint32_t>(_S_gtvd.tv_usec);
@@ -88,10 +92,11 @@ void _T_print_profile(profile_ring const& ring) {
     MG_LOG_I("\n");
 }
 
-/// One run of the loop over a configured camera. All messages carry the name of the operation that it is the body of.
+/// One run of the grabbing loop on a configured camera: the body of `CCamProc::ProcLoop`, under whose name it logs.
 ///
-/// The camera is asked for its features each time they are needed: a reload may have connected a lost camera again, and
-/// a new connection has features of its own, or none.
+/// `CCamProc::ProcLoop` makes one object per run, calls `run` once and discards it. The kernel and the camera must
+/// outlive it. It runs on the calling thread and does not throw. It must not keep pointers to the camera's features: a
+/// reload may connect a lost camera again, and a new connection has its own features, or none.
 class grab_loop {
 public:
     grab_loop(CCamProc& kernel, camera& cam, uint32_t frameLimit, uint32_t bufferCount)
@@ -102,18 +107,19 @@ public:
           livenessDivisor_(livenessDivisor(kernel.frameRate)),
           sync_(kernel.framePeriod) {}
 
-    /// Starts capture, grabs until told to stop, and reports. \return the run's exit code
+    /// Starts capture, grabs until the run ends, restores the camera and logs a summary.
+    /// \return exit code of the run
     int run();
 
 private:
     static constexpr mg_log_operation mgLogFunction{"ProcLoop"};
 
-    /// A fetched block. Only with OK as the call's result is there a buffer.
+    /// A fetched block. It has a buffer only if the result of the call is OK.
     struct fetched {
         PvResult call;
         PvResult operation;
         PvBuffer* buffer = nullptr;
-        PvImage* image = nullptr;  ///< null: no usable image
+        PvImage* image = nullptr;  ///< null: the image is not usable
         uint64_t ticks = 0;        ///< the camera's counter after the fetch, 0 when it can't be read
     };
 
@@ -129,11 +135,12 @@ private:
     void calibrate(timestamp_sync::arrival const& arrival, uint64_t ticks);
     void stamp(timestamp_sync::arrival const& arrival);
     void deliver();
-    void judgePace();
+    void evaluatePace();
     void announce();
     void runDynamicLut();
-    bool followSignal(fetched const& block);
+    bool handleSignal(fetched const& block);
     float temperature();
+    bool exceedsBudget(uint32_t microseconds) const;
     timestamp_settings settings() const;
     void endWithException(char const* text);
     void finish();
@@ -147,15 +154,16 @@ private:
     uint32_t startTime_ = 0;   ///< low 32 bits of microseconds
     uint32_t iterations_ = 0;  ///< fetches, good or not
     uint32_t goodFrames_ = 0;
-    uint32_t drops_ = 0;
-    uint64_t frameTimestamp_ = 0;  ///< of the frame being handled; 0 for the first one, which has none
-    bool depthSwitch_ = false;     ///< the run ends for a dynamic look-up table's switch of depth
+    uint32_t drops_ = 0;           ///< fetches without a usable image
+    uint64_t frameTimestamp_ = 0;  ///< of the current frame; 0 for the first one, which has none
+    bool depthSwitch_ = false;     ///< the run ends because a dynamic LUT cycle switches the depth
     int exitCode_ = 0;
 };
 
-/// The host is told about 5 times in 3 seconds that frames arrive, or for every frame where they are rarer than that.
+/// The host gets a liveness report about every 0.6 seconds, or for each good frame if frames are rarer.
+/// \return good frames from one report to the next, at least 1
 uint32_t grab_loop::livenessDivisor(float frameRate) {
-    return frameRate <= 1.0F ? 1 : std::max(saturating_cast<uint32_t>(frameRate * 0.6F), 1U);
+    return frameRate <= 1.0F ? 1 : std::max(saturating_cast<uint32_t>(frameRate * _S_livenessSeconds), 1U);
 }
 
 int grab_loop::run() {
@@ -173,6 +181,9 @@ int grab_loop::run() {
 }
 
 void grab_loop::start() {
+    if (kernel_.framePeriod == 0) {
+        MG_LOG_W("The camera's frame rate is 0 or can't be read: time budgets are not checked\n");
+    }
     MG_LOG_I("START GRABBING (bufferFrameSize %u, bNum %u, fNum %u, PID %u) ...\n", kernel_.frameSize, bufferCount_,
              frameLimit_, static_cast<unsigned>(getpid()));
     gettimeofday(&_S_gtv3, nullptr);
@@ -181,9 +192,9 @@ void grab_loop::start() {
     MgGi__ResetTermSigProc();
 }
 
-/// The frames can't be trusted after an exception; capture is stopped, if the camera still listens.
+/// Logs the exception, sets the exit code and tries to stop capture.
 void grab_loop::endWithException(char const* text) {
-    exitCode_ = _S_exitLoss;
+    exitCode_ = value_of(exit_code::grabbing_failed);
     MG_LOG_W("An unhandled exception occured (%i): %s\n", exitCode_, text);
     try {
         cam_.ExStopCapture();
@@ -194,7 +205,7 @@ void grab_loop::endWithException(char const* text) {
     }
 }
 
-/// \return whether to go on
+/// \return whether the run continues
 bool grab_loop::iterate() {
     fetched block;
     fetch(block);
@@ -239,15 +250,16 @@ void grab_loop::reportRate() {
     report.start_timeretres = now;
 }
 
-/// A fetch that gave no usable image. \return whether to go on
+/// Handles a fetch without a usable image.
+/// \return whether the run continues
 bool grab_loop::handleDrop(fetched const& block) {
     MgGi__HaltUpdate(cam_.sensor->getW(), cam_.sensor->getH(), temperature());
     ++drops_;
     if (drops_ % _S_dropReportStep == 0) {
-        MG_LOG_W("Frames Drop trigger: Loop_%u(ok_%u dropCntr_%u)\n", iterations_, goodFrames_, drops_);
+        MG_LOG_W("%s: Loop_%u(ok_%u dropCntr_%u)\n", mg_log_records::drop_report, iterations_, goodFrames_, drops_);
         if (drops_ % _S_dropLossStep == 0 && isSustainedLoss(block)) {
             cam_.ExStopCapture();
-            exitCode_ = _S_exitLoss;
+            exitCode_ = value_of(exit_code::grabbing_failed);
             return false;
         }
         _S_checkpoint = {._s_loopsLast = iterations_, ._s_dropCntrLast = drops_};
@@ -258,7 +270,8 @@ bool grab_loop::handleDrop(fetched const& block) {
     return true;
 }
 
-/// Has every fetch since the checkpoint been a drop?
+/// Logs the cause of the last drop.
+/// \return whether each fetch since the checkpoint was a drop
 bool grab_loop::isSustainedLoss(fetched const& block) {
     PvResult const& failed = !block.call.IsOK() ? block.call : block.operation;
     PvString const description = failed.IsOK() ? PvString("non image payload") : failed.GetCodeString();
@@ -266,7 +279,7 @@ bool grab_loop::isSustainedLoss(fetched const& block) {
     return iterations_ - _S_checkpoint._s_loopsLast <= drops_ - _S_checkpoint._s_dropCntrLast;
 }
 
-/// \return whether to go on
+/// \return whether the run continues
 bool grab_loop::handleFrame(fetched const& block) {
     MgGi__HaltStop(block.image->GetWidth(), block.image->GetHeight(), temperature());
     if (goodFrames_ % livenessDivisor_ == 0) {
@@ -281,11 +294,11 @@ bool grab_loop::handleFrame(fetched const& block) {
     uint64_t const hostTime = _T_microseconds(_S_gtvr2);
     uint64_t const blockTimestamp = kernel_.ProcFrameChunks(&cam_, block.buffer);
     processFrame({.hostTime = hostTime, .blockTimestamp = blockTimestamp}, ticks);
-    return followSignal(block);
+    return handleSignal(block);
 }
 
-/// The first good frame only calibrates: it is neither handed to the host nor judged, and announces the next one only
-/// where the host's clock alone tells when that will be.
+/// The first good frame only calibrates: it is neither delivered to the host nor checked for its pace. It announces the
+/// next frame only in host time, because in camera time the interval is still unknown.
 void grab_loop::processFrame(timestamp_sync::arrival const& arrival, uint64_t ticks) {
     if (goodFrames_ == 1) {
         calibrate(arrival, ticks);
@@ -296,7 +309,7 @@ void grab_loop::processFrame(timestamp_sync::arrival const& arrival, uint64_t ti
     }
     stamp(arrival);
     deliver();
-    judgePace();
+    evaluatePace();
     announce();
 }
 
@@ -322,7 +335,7 @@ void grab_loop::stamp(timestamp_sync::arrival const& arrival) {
     frameTimestamp_ = stamped.timestamp;
 }
 
-/// Hands the frame to the host's memory and has it exported.
+/// Triggers the frame into the host's memory and exports it.
 void grab_loop::deliver() {
     uint64_t const timestamp = frameTimestamp_;
     kernel_.ProcLoadFrames(&cam_);
@@ -330,23 +343,23 @@ void grab_loop::deliver() {
     int const triggered = kernel_.ProcLoopMem(timestamp, kernel_.triggerFlag);
     uint32_t const triggerTime = _T_spent_since(_S_gtv1);
     _S_arProfWrite.add(triggerTime);
-    if (triggerTime >= kernel_.framePeriod) {
-        MG_LOG_W("Loop_%u(%u): Frame %llu export time budget is over (%uus >= %uus)\n", iterations_, goodFrames_,
-                 _T_print(timestamp), triggerTime, kernel_.framePeriod);
+    if (exceedsBudget(triggerTime)) {
+        MG_LOG_W("Loop_%u(%u): Frame %llu export %s (%uus >= %uus)\n", iterations_, goodFrames_, _T_print(timestamp),
+                 mg_log_records::budget_exceeded, triggerTime, kernel_.framePeriod);
     }
-    MgSc__SetParamVal(12, &timestamp);
+    MgSc__SetParamVal(value_of(param_number::timestamp_us), &timestamp);
     if (triggered == 0) {
         MgSc__ProcExport(timestamp);
     }
     uint32_t const sceneTime = _T_spent_since(_S_gtvr2);
-    if (sceneTime >= kernel_.framePeriod) {
-        MG_LOG_I("Loop_%u(%u): Scene %llu export time budget is over (%uus >= %uus)\n", iterations_, goodFrames_,
-                 _T_print(timestamp), sceneTime, kernel_.framePeriod);
+    if (exceedsBudget(sceneTime)) {
+        MG_LOG_I("Loop_%u(%u): Scene %llu export %s (%uus >= %uus)\n", iterations_, goodFrames_, _T_print(timestamp),
+                 mg_log_records::budget_exceeded, sceneTime, kernel_.framePeriod);
     }
 }
 
-void grab_loop::judgePace() {
-    auto const pace = sync_.judgePace(settings());
+void grab_loop::evaluatePace() {
+    auto const pace = sync_.evaluatePace(settings());
     if (pace.fast) {
         MG_LOG_I("Loop_%u(%u): cam is Fast (%uus < %uus), TS readjusting...\n", iterations_, goodFrames_,
                  static_cast<unsigned>(pace.fast->delay), static_cast<unsigned>(pace.fast->bound));
@@ -371,25 +384,25 @@ void grab_loop::announce() {
     MgGi__CommTriggerAll(next.timestamp, kernel_.latencyAdjustment, kernel_.secondAdjustment);
 }
 
-/// An armed cycle begins with the next good frame.
+/// An armed cycle starts with the next good frame.
 void grab_loop::runDynamicLut() {
-    bool const armed = kernel_.dynLutStep == 1;
+    bool const armed = kernel_.dynLutStep == dyn_lut_step::armed;
     kernel_.ProcDynamLut(&cam_);
     if (armed) {
-        kernel_.dynLutStep = 2;
+        kernel_.dynLutStep = dyn_lut_step::wait_two_frames;
     }
 }
 
-/// Lets the pending signal act, then queues the buffer again. The buffer of the run's last frame stays out.
-/// \return whether to go on
-bool grab_loop::followSignal(fetched const& block) {
+/// Handles the pending signal, then queues the buffer again. The buffer of the run's last frame is not queued.
+/// \return whether the run continues
+bool grab_loop::handleSignal(fetched const& block) {
     bool stop = false;
-    bool const depthSwitch = kernel_.signalCode == _S_userSignal2;
+    bool const depthSwitch = kernel_.signalCode == signal_code::user_2;
     exitCode_ = static_cast<int>(kernel_.ProcSignal(&cam_, goodFrames_, &stop));
     uint32_t const totalTime = _T_spent_since(_S_gtvr2);
-    if (totalTime >= kernel_.framePeriod) {
-        MG_LOG_I("total time budget is over (%uus >= %uus), frame %llu\n", totalTime, kernel_.framePeriod,
-                 _T_print(frameTimestamp_));
+    if (exceedsBudget(totalTime)) {
+        MG_LOG_I("total %s (%uus >= %uus), frame %llu\n", mg_log_records::budget_exceeded, totalTime,
+                 kernel_.framePeriod, _T_print(frameTimestamp_));
     }
     if (stop) {
         depthSwitch_ = depthSwitch;
@@ -403,7 +416,7 @@ bool grab_loop::followSignal(fetched const& block) {
     return true;
 }
 
-/// \return degrees Celsius, or a value that no camera has when it can't be read
+/// \return temperature of the camera in degrees Celsius, or `_S_noTemperature`: it can't be read
 float grab_loop::temperature() {
     static PvString const _s_feature("DeviceTemperature");
     double celsius = _S_noTemperature;
@@ -411,7 +424,12 @@ float grab_loop::temperature() {
     if (params == nullptr || !params->GetFloatValue(_s_feature, celsius).IsOK()) {
         celsius = _S_noTemperature;
     }
-    return static_cast<float>(celsius);
+    return saturating_cast<float>(celsius);
+}
+
+/// \return whether a step took a frame period or more; without a known period no step does
+bool grab_loop::exceedsBudget(uint32_t microseconds) const {
+    return kernel_.framePeriod != 0 && microseconds >= kernel_.framePeriod;
 }
 
 timestamp_settings grab_loop::settings() const {
@@ -427,9 +445,10 @@ void grab_loop::finish() {
     gettimeofday(&_S_gtv2, nullptr);
     MgGi__SetTermSigProc();
     if (!depthSwitch_) {
-        // Whatever else ended the run, it is not answered with another one.
-        kernel_.dynLutStep = 0;
-        kernel_.dynLutMode = 0;
+        // A dynamic LUT cycle continues in the next run only after a switch of depth: see `CCamProc::ProcOnce`.
+        kernel_.abandonDepthSwitch();
+        kernel_.dynLutStep = dyn_lut_step::idle;
+        kernel_.dynLutMode = dyn_lut_mode::native;
     }
     if (frameLimit_ != 0 && exitCode_ == 0) {
         MgGi__SetNewCfgVendor();
@@ -456,13 +475,15 @@ int CCamProc::ProcLoop(camera* cam, PvDeviceInfo const* info, buffer_factory* fa
     uint32_t buffers = MgGiMainCtx__GetBnum();
     if (ProcSetCamConfig(cam, info, &buffers) < 0) {
         MG_LOG_E("Device configuration error, finish loop\n");
-        return -2;
+        abandonDepthSwitch();
+        return value_of(exit_code::configuration_failed);
     }
     MgGiMainCtx__SetBnum(buffers);
     ProcInitMem(cam, frameSize);
     if (MgGiMem__IsFactoryUsed() != 0 && factory->GetBuffer(cam->stream.get(), &frameSize, buffers) == nullptr) {
         MG_LOG_W("SetUserBuffers error (bufferFrameSize %u, bNum %u)\n", frameSize, buffers);
-        return -1;
+        abandonDepthSwitch();
+        return value_of(exit_code::buffers_unusable);
     }
     return grab_loop(*this, *cam, frameLimit, buffers).run();
 }

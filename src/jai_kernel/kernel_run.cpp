@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "kernel_run.hpp"
 
 #include <PvDeviceGEV.h>
@@ -5,6 +6,8 @@
 #include <PvGenParameterArray.h>
 #include <PvStreamGEV.h>
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 
 #include "cam_proc.hpp"
@@ -20,13 +23,16 @@ static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
 namespace {
 
-constexpr int _S_noCamera = -5;
-constexpr uint32_t _S_largestFixedPacket = 9000;
+/// Packet sizes in bytes up to this one are set as configured; on the host interface, a larger one means "negotiate".
+constexpr uint32_t _S_maxFixedPacketBytes = 9000;
 
-/// Every step of the packet-size set-up logs under the set-up's name.
+/// Stream channels that GigE Vision allows a device. A larger count is not believed.
+constexpr int64_t _S_maxChannels = 512;
+
+/// Each step of the packet size set-up logs under this name.
 constexpr mg_log_operation _S_packetSizeSetup{"_T_setup_gev_packet_size"};
 
-/// \return false when the camera streams whatever is asked of it: then no packet size is touched
+/// \return false: the camera streams unconditionally and cannot be stopped, so its packet size must not change
 bool _T_stop_unconditional_streaming(PvGenParameterArray& params) {
     constexpr auto mgLogFunction = _S_packetSizeSetup;
     auto* const feature = params.GetBoolean("GevSCCFGUnconditionalStreaming");
@@ -47,7 +53,7 @@ bool _T_stop_unconditional_streaming(PvGenParameterArray& params) {
     return true;
 }
 
-/// Failures are logged and change nothing else: the packet size is set all the same.
+/// Logs failures; the packet size is set nevertheless.
 void _T_set_auto_negotiation(PvGenParameterArray& communication, bool wanted) {
     constexpr auto mgLogFunction = _S_packetSizeSetup;
     char const* const text = wanted ? "true" : "false";
@@ -71,12 +77,12 @@ void _T_set_auto_negotiation(PvGenParameterArray& communication, bool wanted) {
 void _T_set_fixed_packet_size(PvDeviceGEV& device, PvGenParameterArray& communication, uint32_t size) {
     constexpr auto mgLogFunction = _S_packetSizeSetup;
     _T_set_auto_negotiation(communication, false);
-    int64_t inForce = 0;
-    if (!communication.GetIntegerValue("DefaultPacketSize", inForce).IsOK()) {
+    int64_t active = 0;
+    if (!communication.GetIntegerValue("DefaultPacketSize", active).IsOK()) {
         MG_LOG_W("fail: PvGenParameterArray::GetIntegerValue (name:DefaultPacketSize)\n");
         return;
     }
-    if (inForce != int64_t{size} && !device.SetPacketSize(size, 0).IsOK()) {
+    if (active != int64_t{size} && !device.SetPacketSize(size, 0).IsOK()) {
         MG_LOG_W("fail: PvDeviceGEV::SetPacketSize (value:%u)\n", size);
         return;
     }
@@ -93,7 +99,7 @@ void _T_negotiate_packet_size(PvDeviceGEV& device, PvGenParameterArray& communic
     MG_LOG_I("done: PvDeviceGEV::NegotiatePacketSize\n");
 }
 
-/// Gives the other stream channels the packet size of channel 0.
+/// Sets the packet size of the other stream channels to that of channel 0.
 void _T_propagate_packet_size(PvDeviceGEV& device, PvGenParameterArray& params) {
     constexpr auto mgLogFunction = _S_packetSizeSetup;
     int64_t channels = 0;
@@ -101,11 +107,12 @@ void _T_propagate_packet_size(PvDeviceGEV& device, PvGenParameterArray& params) 
         return;
     }
     int64_t size = 0;
-    if (!params.GetIntegerValue("GevSCPSPacketSize", size).IsOK()) {
+    if (!params.GetIntegerValue("GevSCPSPacketSize", size).IsOK() || size < 0 ||
+        size > std::numeric_limits<uint32_t>::max()) {
         MG_LOG_W("Could not read back streaming channel 0 packet size\n");
         return;
     }
-    for (int64_t channel = 1; channel < channels; ++channel) {
+    for (int64_t channel = 1; channel < std::min(channels, _S_maxChannels); ++channel) {
         if (!device.SetPacketSize(static_cast<uint32_t>(size), static_cast<uint32_t>(channel)).IsOK()) {
             MG_LOG_W("Failed to propagate GevSCPSPacketSize on all streaming channels\n");
             return;
@@ -113,13 +120,13 @@ void _T_propagate_packet_size(PvDeviceGEV& device, PvGenParameterArray& params) 
     }
 }
 
-/// Never ends the run: a step that fails leaves the packet size that is in force.
+/// A step that fails leaves the active packet size; the run continues.
 void _T_setup_gev_packet_size(PvDeviceGEV& device, PvGenParameterArray& params, PvGenParameterArray& communication) {
     if (!_T_stop_unconditional_streaming(params)) {
         return;
     }
     uint32_t const size = MgGiMainCtx__GetDatachunk();
-    if (size <= _S_largestFixedPacket) {
+    if (size <= _S_maxFixedPacketBytes) {
         _T_set_fixed_packet_size(device, communication, size);
     } else {
         _T_negotiate_packet_size(device, communication);
@@ -141,7 +148,7 @@ void _T_setup_packet_size(PvDeviceGEV& device) {
     _T_setup_gev_packet_size(device, *params, *communication);
 }
 
-/// Points the camera's stream at the socket that receives it.
+/// Sets the destination of the camera's stream to the socket that receives it.
 void _T_set_stream_destination(PvDeviceGEV& device, PvStream* stream) {
     auto* const gevStream = dynamic_cast<PvStreamGEV*>(stream);
     if (gevStream != nullptr) {
@@ -158,7 +165,7 @@ int Kernel__Run(PvDeviceInfo const* info) {
     try {
         cam = std::make_shared<camera>(info);
     } catch (internal_error const&) {
-        return _S_noCamera;
+        return value_of(mg_host_api::exit_code::camera_unavailable);
     }
     auto* const device = type == PvDeviceInfoTypeGEV ? dynamic_cast<PvDeviceGEV*>(cam->device.get()) : nullptr;
     if (device != nullptr) {

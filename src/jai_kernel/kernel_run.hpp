@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 class PvDeviceInfo;
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
-/// One whole run on one device: connects the camera, prepares its transport, grabs, disconnects.
-/// \return what `CCamProc::ProcOnce` returned, or -5 when the camera could not be connected
+/// Makes one run on one device: connects the camera, prepares its transport, grabs, disconnects. Blocks for the length
+/// of the run.
+/// \param info the device, which must outlive the call
+/// \return result of `CCamProc::ProcOnce`, or -5: the camera could not be connected
 int Kernel__Run(PvDeviceInfo const* info);
 
 }  // namespace Vorn::Support::MediaGrabber::Jai

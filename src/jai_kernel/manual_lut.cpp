@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <sys/time.h>
 
 #include <array>
@@ -14,8 +15,12 @@ static constexpr char _S_logTag[] = "MG_JAI_PROC";
 
 namespace {
 
+// The camera's LUT: 256 entries, indexed by "LUTIndex", of 12 bits each.
 constexpr unsigned _S_cameraEntries = 256;
 constexpr unsigned _S_cameraBits = 12;
+
+/// A dynamic LUT of this size was measured in 12 bits; an 8-bit image needs every 16th entry of it.
+constexpr unsigned _S_12BitEntries = 4096;
 
 using camera_table = std::array<uint32_t, _S_cameraEntries>;
 
@@ -25,17 +30,17 @@ uint32_t _T_microseconds_now() {
     return static_cast<uint32_t>(now.tv_sec * 1'000'000 + now.tv_usec);
 }
 
-/// Brings a value of `bits` bits to the camera's 12, rounding to nearest.
+/// Scales a value of `bits` bits to the camera's 12 bits, rounding to nearest.
 uint32_t _T_to_camera_scale(uint16_t value, unsigned bits) {
     if (bits <= _S_cameraBits) {
         return uint32_t{value} << (_S_cameraBits - bits);
     }
     unsigned const excess = bits - _S_cameraBits;
-    // From 17 bits of excess on, every 16-bit value rounds to 0.
+    // With more than 16 excess bits, every 16-bit value rounds to 0.
     return excess > 16 ? 0 : (value + (1U << excess) / 2) >> excess;
 }
 
-/// Takes every n-th of the host's `count` entries, 256 in all.
+/// Takes every n-th of the host's `count` entries, 256 altogether.
 camera_table _T_from_host(uint16_t const* data, unsigned count, unsigned bits) {
     unsigned const step = count / _S_cameraEntries;
     camera_table table{};
@@ -45,9 +50,9 @@ camera_table _T_from_host(uint16_t const* data, unsigned count, unsigned bits) {
     return table;
 }
 
-/// A table made for 12-bit pixels is thinned; the one made for 8-bit pixels has an entry for each already.
+/// A LUT measured in 12 bits is thinned; one measured in 8 bits is copied. Entries that are missing become 0.
 camera_table _T_from_dynamic(uint16_t const* data, unsigned count) {
-    unsigned const step = count == 4096 ? 16 : 1;
+    unsigned const step = count == _S_12BitEntries ? _S_12BitEntries / _S_cameraEntries : 1;
     camera_table table{};
     for (unsigned k = 0; k < _S_cameraEntries && k * step < count; ++k) {
         table[k] = data[k * step];
@@ -59,10 +64,10 @@ camera_table _T_from_dynamic(uint16_t const* data, unsigned count) {
 
 int CCamProc::setupCamLutManual(camera* cam, bool fromDynamic, bool restartCapture) {
     uint16_t const* const data = fromDynamic ? dynLut.get() : MgGiMainCtx__GetLutDataU16();
-    // cppcheck-suppress invalidPrintfArgType_p ; it is an address
+    // cppcheck-suppress invalidPrintfArgType_p ; the argument is a pointer
     MG_LOG_I("LUT settings handler entry LUT arr %p\n", static_cast<void const*>(data));
     if (!fromDynamic) {
-        if (dynLutStep != 0) {
+        if (dynLutStep != dyn_lut_step::idle) {
             MG_LOG_I("  LUT configuration from file is skipped (dynamic mode is active)\n");
             return 0;
         }
@@ -128,11 +133,14 @@ int CCamProc::loadDynamicLut(camera* cam, bool restartCapture) {
         MG_LOG_I("  check LUT value[%u] = %u\n", 10U, unsigned{dynLut[10]});
     }
     auto const table = _T_from_dynamic(dynLut.get(), dynLutEntries);
-    return writeLut(cam, table.data(), dynLutMode != 0 ? _S_cameraEntries : 0, start, restartCapture);
+    return writeLut(cam, table.data(), dynLutMode != dyn_lut_mode::native ? _S_cameraEntries : 0, start,
+                    restartCapture);
 }
 
-/// Writes the camera's 256 entries of 12 bits, the same to every channel. A refused value leaves the table partly
-/// written.
+/// Writes the camera's 256 entries of 12 bits to each channel. A refused value leaves the LUT partly written.
+/// \param configuredValues for the message
+/// \param start time at which the load started, in the low 32 bits of microseconds
+/// \return 1, -2 the camera refused a value
 int CCamProc::writeLut(camera* cam, uint32_t const* table, unsigned configuredValues, uint32_t start,
                        bool restartCapture) {
     mg_log_operation const mgLogFunction{"setupCamLutManual"};
@@ -157,7 +165,7 @@ int CCamProc::writeLut(camera* cam, uint32_t const* table, unsigned configuredVa
 }
 
 bool CCamProc::writeLutChannels(camera* cam, uint32_t const* table) {
-    int const channels = isColor == 1 ? 3 : 1;
+    int const channels = isColor == 1 ? 3 : 1;  // R, G and B
     for (int channel = 0; channel < channels; ++channel) {
         cam->ExPropertySetLUTChannel(channel, channels);
         for (unsigned i = 0; i < _S_cameraEntries; ++i) {

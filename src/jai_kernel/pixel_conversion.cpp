@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "pixel_conversion.hpp"
 
 #include <algorithm>
@@ -9,7 +10,7 @@ namespace Vorn::Support::MediaGrabber::Jai {
 
 namespace {
 
-constexpr uint16_t _S_max12 = 4095;
+constexpr uint16_t _S_max12 = 4095;  ///< largest value of 12 bits
 
 uint16_t _T_load16(uint8_t const* line, size_t x) {
     uint16_t value;
@@ -21,7 +22,7 @@ void _T_store16(uint8_t* line, size_t x, uint16_t value) {
     std::memcpy(line + 2 * x, &value, sizeof value);
 }
 
-// ---- Lines: each converts `width` pixels --------------------------------------------------------
+// ---- Line conversions: each converts `width` pixels --------------------------------------------------------
 
 void _T_mono8_to_mono12(uint8_t const* source, uint8_t* target, size_t width) {
     for (size_t x = 0; x < width; ++x) {
@@ -60,7 +61,8 @@ void _T_packed_to_mono8(uint8_t const* source, uint8_t* target, size_t width) {
 /// Packs pixels that have no more than 12 bits.
 void _T_pack(uint16_t const* source, uint8_t* target, size_t width) {
     size_t x = 0;
-    // Eight bytes are stored for six: the ones behind are overwritten by the next, so the last ones need room.
+    // Each store writes eight bytes of which six are valid; the next store overwrites the other two. The last pixels
+    // are packed one by one, so no store reaches beyond the line.
     for (; x + 8 <= width; x += 4) {
         uint64_t pixels;
         std::memcpy(&pixels, source + x, sizeof pixels);
@@ -75,10 +77,11 @@ void _T_pack(uint16_t const* source, uint8_t* target, size_t width) {
     }
 }
 
-/// Runs of pixels that are computed before they are packed; a run is even, so that it ends with a whole group.
+/// Pixels that are computed before they are packed. Even, so that a run ends at the end of a three-byte group; small
+/// enough to stay in the level 1 cache.
 constexpr size_t _S_run = 128;
 
-/// Packs a line whose pixels `compute(first, count, pixels)` gives run by run.
+/// Packs a line whose pixels `compute(first, count, pixels)` provides run by run.
 template <typename function>
 void _T_pack_runs(uint8_t* target, size_t width, function&& compute) {
     uint16_t pixels[_S_run];
@@ -112,15 +115,17 @@ void _T_packed_to_mono12(uint8_t const* source, uint8_t* target, size_t width) {
 
 using line_conversion = void (*)(uint8_t const*, uint8_t*, size_t);
 
-line_conversion _T_line_conversion(uint8_t from, uint8_t to) {
+/// \return null if `from` cannot be converted to `to`
+line_conversion _T_line_conversion(format_code from, format_code to) {
+    using enum format_code;
     struct entry {
-        uint8_t from, to;
+        format_code from, to;
         line_conversion convert;
     };
     static constexpr entry _s_conversions[] = {
-        {MONO8, MONO12, _T_mono8_to_mono12},          {MONO12, MONO8, _T_mono12_to_mono8},
-        {MONO8, MONO12_PACKED, _T_mono8_to_packed},   {MONO12_PACKED, MONO8, _T_packed_to_mono8},
-        {MONO12, MONO12_PACKED, _T_mono12_to_packed}, {MONO12_PACKED, MONO12, _T_packed_to_mono12},
+        {Mono8, Mono12, _T_mono8_to_mono12},         {Mono12, Mono8, _T_mono12_to_mono8},
+        {Mono8, Mono12Packed, _T_mono8_to_packed},   {Mono12Packed, Mono8, _T_packed_to_mono8},
+        {Mono12, Mono12Packed, _T_mono12_to_packed}, {Mono12Packed, Mono12, _T_packed_to_mono12},
     };
     for (auto const& entry : _s_conversions) {
         if (entry.from == from && entry.to == to) {
@@ -132,7 +137,7 @@ line_conversion _T_line_conversion(uint8_t from, uint8_t to) {
 
 // ---- Bayer to grey ------------------------------------------------------------------------------
 
-/// Mirrors a coordinate about the outermost pixels. A side of one pixel is its own neighbour.
+/// Mirrors a coordinate about the outermost pixels. With a single pixel on a side, that pixel is its own neighbour.
 size_t _T_mirrored(ptrdiff_t at, size_t length) {
     auto const last = static_cast<ptrdiff_t>(length) - 1;
     if (last == 0) {
@@ -141,7 +146,7 @@ size_t _T_mirrored(ptrdiff_t at, size_t length) {
     return static_cast<size_t>(at < 0 ? -at : at > last ? 2 * last - at : at);
 }
 
-/// The three lines that a grey line is made of.
+/// The three lines from which a grey line is computed.
 struct bayer_lines {
     uint8_t const* above;
     uint8_t const* here;
@@ -150,8 +155,8 @@ struct bayer_lines {
     unsigned column(size_t x) const { return above[x] + 2U * here[x] + below[x]; }
 };
 
-/// Stores the grey values of `count` pixels from `first` on, of 12 bits, at most 16 x 255: the sum of all weights is
-/// 16, so 8 bits grow by 4.
+/// Stores the grey values of `count` pixels from `first` on. The weights sum to 16, so 8-bit pixels give 12-bit values,
+/// at most 16 x 255.
 template <typename put>
 void _T_grey(bayer_lines const& lines, size_t width, size_t first, size_t count, put&& store) {
     auto const edge = [&](size_t x) {
@@ -171,22 +176,25 @@ void _T_grey(bayer_lines const& lines, size_t width, size_t first, size_t count,
     }
 }
 
-void _T_grey_line_to(uint8_t code, bayer_lines const& lines, uint8_t* target, size_t width) {
+void _T_grey_line_to(format_code code, bayer_lines const& lines, uint8_t* target, size_t width) {
     switch (code) {
-        case MONO8:
+        case format_code::Mono8:
             _T_grey(lines, width, 0, width,
                     [target](size_t x, unsigned grey) { target[x] = static_cast<uint8_t>(grey >> 4); });
             break;
-        case MONO12:
+        case format_code::Mono12:
             _T_grey(lines, width, 0, width,
                     [target](size_t x, unsigned grey) { _T_store16(target, x, static_cast<uint16_t>(grey)); });
             break;
-        default:
+        case format_code::Mono12Packed:
             _T_pack_runs(target, width, [&](size_t first, size_t count, uint16_t* pixels) {
                 _T_grey(lines, width, first, count,
                         [pixels](size_t x, unsigned grey) { pixels[x] = static_cast<uint16_t>(grey); });
             });
             break;
+        case format_code::BayerRG8:
+        case format_code::none:
+            break;  // not a conversion to grey
     }
 }
 
@@ -204,7 +212,11 @@ void _T_bayer_to_grey(pixel_format const& to, uint8_t const* source, uint8_t* ta
 }  // namespace
 
 bool PixelConversion__IsPossible(pixel_format const& from, pixel_format const& to) {
-    return from.code == to.code || from.code == BAYER_RG8 || to.code != BAYER_RG8;
+    if (from.code == to.code) {
+        return true;
+    }
+    return from.filter == color_filter::none ? _T_line_conversion(from.code, to.code) != nullptr
+                                             : to.filter == color_filter::none;
 }
 
 bool PixelConversion__Convert(pixel_format const& from, pixel_format const& to, std::span<uint8_t const> source,
@@ -221,7 +233,7 @@ bool PixelConversion__Convert(pixel_format const& from, pixel_format const& to, 
         std::memcpy(target.data(), source.data(), sourceBytes);
         return true;
     }
-    if (from.code == BAYER_RG8) {
+    if (from.filter == color_filter::bayerRg) {
         _T_bayer_to_grey(to, source.data(), target.data(), width, height);
         return true;
     }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <span>
@@ -6,16 +7,25 @@
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
-/// Is there a conversion from one format to the other? There is none from monochrome to Bayer.
+/// \return whether a conversion exists; there is none from monochrome to Bayer
 bool PixelConversion__IsPossible(pixel_format const& from, pixel_format const& to);
 
-/// Converts a frame of `width` x `height` pixels. Both spans hold lines without gaps, each beginning on a whole byte.
+/// Converts a frame. A pure function: no state, no allocation, safe on any thread.
 ///
-/// Depths: 12 bits become 8 by dropping the lower 4, 8 bits become 12 by 4 zero bits, so that a value means the same
-/// brightness in both; a Mono12 value beyond 12 bits counts as 4,095. Bayer becomes grey as (R + 2 G + B) / 4 of the
-/// pixel and its eight neighbours: the weights 1 2 1, 2 4 2, 1 2 1 give every colour the same share wherever in the
-/// pattern they are laid. Beyond an edge the frame goes on as its mirror image about the outermost pixel, which keeps
-/// the pattern. \return whether the frame was converted; not when there is no such conversion or a span is too short
+/// Depth: the conversion to 8 bits drops the lower 4 of 12 bits, the conversion to 12 bits appends 4 zero bits, so a
+/// value stands for the same brightness in both. A Mono12 value of more than 12 bits counts as 4095.
+///
+/// Bayer to monochrome: grey is (R + 2 G + B) / 4 over a pixel and its eight neighbours. The weights 1 2 1, 2 4 2, 1 2
+/// 1 give each colour the same share at every position in the Bayer pattern. Beyond an edge, the frame is mirrored
+/// about its outermost pixels, which keeps the pattern.
+///
+/// \param from format of `source`
+/// \param to format of `target`
+/// \param source lines without padding, each starting on a whole byte; must not overlap `target`
+/// \param target as `source`; bytes beyond the frame stay unchanged
+/// \param width in pixels
+/// \param height in pixels
+/// \return whether the frame was converted: not if the formats cannot be converted or a span is too short
 bool PixelConversion__Convert(pixel_format const& from, pixel_format const& to, std::span<uint8_t const> source,
                               std::span<uint8_t> target, uint32_t width, uint32_t height);
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "rotation.hpp"
 
 #include <algorithm>
@@ -10,7 +11,7 @@ namespace Vorn::Support::MediaGrabber::Jai {
 
 namespace {
 
-constexpr size_t _S_word = sizeof(uint64_t);
+constexpr size_t _S_word = sizeof(uint64_t);  ///< bytes that are moved at once
 
 uint64_t _T_load(uint8_t const* at) {
     uint64_t word;
@@ -26,18 +27,18 @@ uint64_t _T_reverse_bytes(uint64_t word) {
     return __builtin_bswap64(word);
 }
 
-/// Reverses the order of the four 16-bit units of a word and keeps each as it is.
+/// Reverses the order of the four 16-bit units of a word; each unit keeps its bytes.
 uint64_t _T_reverse_pairs(uint64_t word) {
     uint64_t const reversed = __builtin_bswap64(word);
     return (reversed & 0x00FF00FF00FF00FF) << 8 | (reversed >> 8 & 0x00FF00FF00FF00FF);
 }
 
-/// Swaps two runs of units, each read backwards, from their outer ends inwards. `first` may be `second`: then one run
-/// is turned in place. Whole words first, what is left between them unit by unit.
+/// Reverses two runs of units and swaps them, from their outer ends inwards. If `first` is `second`, it reverses one
+/// run in place. It moves words first, then the remaining units one by one.
 template <typename unit, uint64_t (*reverse)(uint64_t)>
 void _T_swap_reversed(uint8_t* first, uint8_t* second, size_t units) {
     size_t const bytes = units * sizeof(unit);
-    // In one run each word must find its counterpart in the other half.
+    // In a single run, the counterpart of a word is in the other half.
     size_t const end = first == second ? bytes / 2 : bytes;
     size_t done = 0;
     for (; done + _S_word <= end; done += _S_word) {
@@ -58,21 +59,21 @@ void _T_swap_reversed(uint8_t* first, uint8_t* second, size_t units) {
     }
 }
 
-void _T_turn_units8(uint8_t* pixels, size_t count) {
+void _T_rotate_units8(uint8_t* pixels, size_t count) {
     _T_swap_reversed<uint8_t, _T_reverse_bytes>(pixels, pixels, count);
 }
 
-void _T_turn_units16(uint8_t* pixels, size_t count) {
+void _T_rotate_units16(uint8_t* pixels, size_t count) {
     _T_swap_reversed<uint16_t, _T_reverse_pairs>(pixels, pixels, count);
 }
 
-/// Where a line of a Bayer frame goes: along an even side its cell changes places, along an odd side a plain mirror
-/// image keeps the phase by itself.
+/// \return the line with which line `y` of a Bayer frame changes places. With an even height, cells of two lines change
+///         places; with an odd height, a plain mirror image keeps the phase.
 size_t _T_bayer_counterpart(size_t y, size_t height) {
     return height % 2 == 0 ? height - 2 - y / 2 * 2 + y % 2 : height - 1 - y;
 }
 
-void _T_turn_bayer(uint8_t* pixels, size_t width, size_t height) {
+void _T_rotate_bayer(uint8_t* pixels, size_t width, size_t height) {
     for (size_t y = 0; y < height; ++y) {
         size_t const counterpart = _T_bayer_counterpart(y, height);
         if (counterpart < y) {
@@ -88,8 +89,8 @@ void _T_turn_bayer(uint8_t* pixels, size_t width, size_t height) {
     }
 }
 
-/// Swaps the halves of the middle byte of a group: its two pixels change places.
-void _T_turn_group(uint8_t* group) {
+/// Swaps the two pixels of a three-byte group: the outer bytes, and the halves of the middle byte.
+void _T_rotate_group(uint8_t* group) {
     std::swap(group[0], group[2]);
     group[1] = static_cast<uint8_t>(group[1] << 4 | group[1] >> 4);
 }
@@ -102,7 +103,7 @@ struct packed_block {
     void load(uint8_t const* at) { std::memcpy(words, at, bytes); }
     void store(uint8_t* at) const { std::memcpy(at, words, bytes); }
     void turn() {
-        // The middle bytes of the groups, in each of the words.
+        // The middle bytes of the groups in each word, after the words have been reversed.
         constexpr uint64_t middles[3] = {0xFF0000FF0000FF00, 0x0000FF0000FF0000, 0x00FF0000FF0000FF};
         constexpr uint64_t lowHalves = 0x0F0F0F0F0F0F0F0F;
         std::swap(words[0], words[2]);
@@ -114,8 +115,8 @@ struct packed_block {
     }
 };
 
-/// An even number of pixels a line makes the frame one sequence of groups, turned from its ends inwards.
-void _T_turn_packed_groups(uint8_t* pixels, size_t groups) {
+/// Rotates a frame with an even width: it is one sequence of groups, reversed from its ends inwards.
+void _T_rotate_packed_groups(uint8_t* pixels, size_t groups) {
     uint8_t* low = pixels;
     uint8_t* high = pixels + groups * 3;
     while (high - low >= static_cast<ptrdiff_t>(2 * packed_block::bytes)) {
@@ -132,17 +133,17 @@ void _T_turn_packed_groups(uint8_t* pixels, size_t groups) {
     }
     for (; high - low >= 6; low += 3) {
         high -= 3;
-        _T_turn_group(low);
-        _T_turn_group(high);
+        _T_rotate_group(low);
+        _T_rotate_group(high);
         std::swap_ranges(low, low + 3, high);
     }
     if (low < high) {
-        _T_turn_group(low);
+        _T_rotate_group(low);
     }
 }
 
-/// Lines of an odd number of pixels end in half a group, so every pixel is taken out and put in by itself.
-void _T_turn_packed_pixels(uint8_t* pixels, size_t width, size_t height) {
+/// Rotates a frame with an odd width pixel by pixel: its lines end in half a group.
+void _T_rotate_packed_pixels(uint8_t* pixels, size_t width, size_t height) {
     size_t const stride = packed12::lineBytes(width);
     size_t const count = width * height;
     for (size_t i = 0; i < count / 2; ++i) {
@@ -163,25 +164,26 @@ bool Rotation__TurnBy180(pixel_format const& format, std::span<uint8_t> frame, u
     }
     size_t const pixels = size_t{width} * height;
     switch (format.code) {
-        case MONO8:
-            _T_turn_units8(frame.data(), pixels);
+        case format_code::Mono8:
+            _T_rotate_units8(frame.data(), pixels);
             return true;
-        case MONO12:
-            _T_turn_units16(frame.data(), pixels);
+        case format_code::Mono12:
+            _T_rotate_units16(frame.data(), pixels);
             return true;
-        case BAYER_RG8:
-            _T_turn_bayer(frame.data(), width, height);
+        case format_code::BayerRG8:
+            _T_rotate_bayer(frame.data(), width, height);
             return true;
-        case MONO12_PACKED:
+        case format_code::Mono12Packed:
             if (width % 2 == 0) {
-                _T_turn_packed_groups(frame.data(), pixels / 2);
+                _T_rotate_packed_groups(frame.data(), pixels / 2);
             } else {
-                _T_turn_packed_pixels(frame.data(), width, height);
+                _T_rotate_packed_pixels(frame.data(), width, height);
             }
             return true;
-        default:
-            return false;
+        case format_code::none:
+            break;
     }
+    return false;
 }
 
 }  // namespace Vorn::Support::MediaGrabber::Jai

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "property_bag.hpp"
 
 #include "errors.hpp"
@@ -19,7 +20,8 @@ void property_bag::setDouble(property key, double value) {
     values_.insert_or_assign(key, property_data{.asDouble = value, .type = property_data::type_double});
 }
 
-/// A value of another type than its reader expects means that writer and reader disagree about the key: a defect.
+/// A type other than the expected one means that the code that writes the key and the code that reads it disagree: a
+/// programming error.
 property_bag::property_data const* property_bag::find(property key, property_data::type_tag type) const {
     auto const found = values_.find(key);
     if (found == values_.end()) {

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <map>
 
 namespace Vorn::Support::MediaGrabber::Jai {
 
-/// Keys of configured values. 0, 15 and 18 are reserved.
+/// Keys of configured values, with type and unit. 0, 15 and 18 are reserved.
 enum class property : uint8_t {
     sensor_x = 1,            ///< int64, pixels
     sensor_y = 2,            ///< int64, pixels
@@ -20,16 +21,26 @@ enum class property : uint8_t {
     auto_exposure_max = 12,  ///< int64, microseconds
     manual_gain_db = 13,     ///< double, dB
     manual_exposure = 14,    ///< double, microseconds
-    line2_source = 16,       ///< int64, 1 exposure active, 2 low
-    line2_inverter = 17,     ///< int64, 1 inverted, 2 not inverted
+    line2_source = 16,       ///< int64, a `line_source`
+    line2_inverter = 17,     ///< int64, a `line_inverter`
     line3_source = 19,       ///< int64, as line 2
     line3_inverter = 20,     ///< int64, as line 2
 };
 
+/// Signal source of an output line.
+enum class line_source : uint8_t { exposure_active = 1, low = 2 };
+
+/// Inverter of an output line.
+enum class line_inverter : uint8_t { on = 1, off = 2 };
+
 /// Configured values by key, each with its type. An absent key means that the value is not configured.
+///
+/// It decouples the feature blocks from the host: `conf_unpack.hpp` fills a bag from the host's configuration, a
+/// block's `setup` reads its own keys from it. A bag is a short-lived value: filled for one set-up, then discarded. It
+/// holds no references and has no locks.
 class property_bag {
 public:
-    /// A value with its type.
+    /// A value with its type. The tags are part of an error message; 0 and 1 are unused.
     struct property_data {
         enum type_tag : uint8_t { type_bool = 2, type_int64 = 3, type_double = 4 };
         union {
@@ -40,16 +51,24 @@ public:
         type_tag type;
     };
 
-    /// Write a value; a key that is present gets the new value and type.
+    /// \name Writing
+    /// A key that is present gets the new value and type.
+    /// @{
     void setBool(property key, bool value);
     void setInt64(property key, int64_t value);
     void setDouble(property key, double value);
+    /// @}
 
-    /// Look a value up. Absent: false, and the output is left as it was. Present with another type: logs it and throws
-    /// `external_error`.
+    /// \name Reading
+    /// \param key to look up
+    /// \param value receives the value; unchanged if the key is absent
+    /// \return whether the key is present
+    /// \throws external_error the value has another type, which is logged
+    /// @{
     bool getBool(property key, bool& value) const;
     bool getInt64(property key, int64_t& value) const;
     bool getDouble(property key, double& value) const;
+    /// @}
 
 private:
     property_data const* find(property key, property_data::type_tag type) const;

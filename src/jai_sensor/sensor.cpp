@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -15,7 +16,7 @@ static constexpr char _S_logTag[] = "JAI_SENSOR";
 
 namespace {
 
-/// Pixels that an offset leaves free before the far edge of the sensor.
+/// Pixels between the largest offset and the far edge of the sensor.
 constexpr int64_t _S_offsetMargin = 16;
 
 struct sensor_w_max_param : ro_int64_param {
@@ -37,7 +38,7 @@ struct sensor_h_param : rw_int64_param {
     explicit sensor_h_param(param_provider_like* provider) : rw_int64_param(provider, "Height") {}
 };
 
-/// The configured part of a region; what is absent keeps its current value.
+/// The configured part of a region. Absent values keep their current value.
 struct requested_region {
     std::optional<int64_t> x, y, w, h;
 
@@ -54,16 +55,17 @@ private:
     }
 };
 
-/// The largest offset on a sensor of `size` pixels. Stays within 64 bits whatever the camera reports as its size.
-int64_t _T_largest_offset(int64_t size) {
+/// \return largest offset on a sensor of `size` pixels; does not overflow for any size that a camera reports
+int64_t _T_max_offset(int64_t size) {
     return size < std::numeric_limits<int64_t>::min() + _S_offsetMargin ? size : size - _S_offsetMargin;
 }
 
-/// Does `offset` plus `size` reach beyond `bound`? In 128 bits, where no sum of configured numbers overflows.
+/// \return whether `offset` plus `size` is larger than `bound`. In 128 bits, sums of 64-bit numbers do not overflow.
 bool _T_reaches_beyond(int64_t offset, int64_t size, int64_t bound) {
     return static_cast<int128>(offset) + size > bound;
 }
 
+/// Implementation of the region of interest; see `sensor_like`.
 class sensor final : public sensor_like {
 public:
     explicit sensor(param_provider_like* provider)
@@ -123,7 +125,7 @@ bool sensor::testChanged(property_bag const& bag) {
     return false;
 }
 
-/// Everything is checked before anything is written, so a refused region leaves the camera as it was.
+/// Completes all checks before the first write, so that a refused region leaves the camera unchanged.
 void sensor::setup(property_bag const& bag) {
     narrowOffsets();
     requested_region const region(bag);
@@ -133,10 +135,10 @@ void sensor::setup(property_bag const& bag) {
     write(region);
 }
 
-/// The largest offsets follow from the largest sizes, with a margin.
+/// Derives the largest offsets from the largest sizes.
 void sensor::narrowOffsets() {
-    offsetX_.setMax(_T_largest_offset(width_.getMax()));
-    offsetY_.setMax(_T_largest_offset(height_.getMax()));
+    offsetX_.setMax(_T_max_offset(width_.getMax()));
+    offsetY_.setMax(_T_max_offset(height_.getMax()));
 }
 
 void sensor::validateValues(requested_region const& region) {
@@ -192,9 +194,9 @@ void sensor::validateVertically(requested_region const& region) {
     throw params_error();
 }
 
-/// Offsets before sizes. Each value is remembered as soon as the camera has it, so that the remembered region is the
-/// camera's own when a later write fails. A validated value fits 32 bits only if the camera's limits do; a wider one is
-/// remembered modulo 2^32.
+/// Writes offsets before sizes. Remembers each value as soon as the camera has accepted it, so that the remembered
+/// region is correct if a later write fails. A value is remembered modulo 2^32: it exceeds 32 bits only if the camera's
+/// own limits do.
 void sensor::write(requested_region const& region) {
     auto const put = [](rw_int64_param& param, std::optional<int64_t> value, uint32_t& current) {
         if (value) {
