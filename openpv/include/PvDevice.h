@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -7,7 +8,11 @@
 #include <PvString.h>
 #include <PvTypes.h>
 
-/// A connected camera.
+/// A camera under control of this application.
+///
+/// Obtain it with `CreateAndConnect` and free it with `Free`. After a loss of the camera, `Connect` on the same object
+/// restores the connection; parameters that were looked up stay valid. Connecting and streaming functions must not be
+/// called concurrently; parameters may be used from any thread. Failures are returned as `PvResult`; nothing throws.
 class PvDevice {
 public:
     struct impl;
@@ -16,20 +21,44 @@ public:
     PvDevice& operator=(PvDevice const&) = delete;
     virtual ~PvDevice();
 
-    /// \return the connected device, or null with the reason in `result`
+    /// Connects a camera and takes control of it. Blocks for about a second if the camera does not respond.
+    /// \param connectionId from `PvDeviceInfo::GetConnectionID`
+    /// \param result receives the outcome; may be null. INVALID_PARAMETER for an invalid ID, NOT_FOUND if the camera
+    ///     does not respond or another camera has its address, GENERIC_ERROR if it is controlled already or cannot be
+    ///     used
+    /// \return the device, to be freed with `Free`; null on failure
     static PvDevice* CreateAndConnect(PvString const& connectionId, PvResult* result);
+    /// Disconnects and destroys a device.
+    /// \param device may be null
     static void Free(PvDevice* device);
 
+    /// Connects again after `Disconnect` or a loss. With the ID of another camera, connects that one instead;
+    /// parameters that were looked up before are then destroyed. \param connectionId from
+    /// `PvDeviceInfo::GetConnectionID` \param access only control is supported \return as `CreateAndConnect`; the
+    /// device is unchanged if another camera cannot be connected
     PvResult Connect(PvString const& connectionId, PvAccessType access = PvAccessControl);
+    /// Releases control of the camera, also if a stream is still open.
+    /// \return NOT_CONNECTED if the device is disconnected already
     PvResult Disconnect();
-    bool IsConnected() const;  ///< false once the camera no longer answers
+    /// \return false after `Disconnect`, and once the camera no longer responds or another application controls it
+    bool IsConnected() const;
 
-    PvGenParameterArray* GetParameters();               ///< features of the camera
-    PvGenParameterArray* GetCommunicationParameters();  ///< settings of the connection on the host's side
+    /// \return the camera's features; owned by the device
+    PvGenParameterArray* GetParameters();
+    /// \return host-side settings of the connection; owned by the device
+    PvGenParameterArray* GetCommunicationParameters();
 
+    /// Prepares the camera and its open stream for an acquisition, and locks the transport layer parameters. Sets the
+    /// packet size unless the application has chosen one: negotiated, or "DefaultPacketSize".
+    /// \param channel stream channel of the camera; an open `PvStream` receives channel 0
+    /// \return INVALID_PARAMETER if the camera does not have the channel, NOT_CONNECTED, or the camera's error
     PvResult StreamEnable(uint32_t channel = 0);
+    /// Ends what `StreamEnable` started. Buffers stay queued.
+    /// \param channel stream channel of the camera
+    /// \return as `StreamEnable`
     PvResult StreamDisable(uint32_t channel = 0);
-    uint32_t GetPayloadSize();  ///< bytes
+    /// \return size of a block in bytes, with the camera's current settings; 0 if it cannot be read
+    uint32_t GetPayloadSize();
 
 protected:
     std::unique_ptr<impl> impl_;

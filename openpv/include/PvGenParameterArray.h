@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -11,7 +12,9 @@
 #include <PvGenString.h>
 #include <PvResult.h>
 
-/// The features of a device, or the settings of a connection, by name.
+/// The features of a device, or the settings of its connection, by name.
+///
+/// Owned by its `PvDevice`. May be used from any thread.
 class PvGenParameterArray {
 public:
     struct impl;
@@ -20,7 +23,11 @@ public:
     PvGenParameterArray& operator=(PvGenParameterArray const&) = delete;
     ~PvGenParameterArray();
 
-    /// Look-ups: null when there is no such feature or it is of another kind. The feature lives as long as the array.
+    /// \name Look-ups
+    /// \param name of the feature, case-sensitive
+    /// \return the parameter, owned by the array; null if the feature does not exist, it has another type, or, on its
+    ///     first look-up, the camera is not connected
+    /// @{
     PvGenParameter* Get(PvString const& name);
     PvGenInteger* GetInteger(PvString const& name);
     PvGenFloat* GetFloat(PvString const& name);
@@ -28,7 +35,14 @@ public:
     PvGenBoolean* GetBoolean(PvString const& name);
     PvGenCommand* GetCommand(PvString const& name);
     PvGenString* GetString(PvString const& name);
+    /// @}
 
+    /// \name One-step forms
+    /// Look up a parameter and access it.
+    /// \param name of the feature, case-sensitive
+    /// \param value value to set; or receives the value, and is unchanged on failure
+    /// \return NOT_FOUND if the feature does not exist or has another type; otherwise as the parameter's function
+    /// @{
     PvResult GetIntegerValue(PvString const& name, int64_t& value);
     PvResult SetIntegerValue(PvString const& name, int64_t value);
     PvResult GetFloatValue(PvString const& name, double& value);
@@ -41,6 +55,7 @@ public:
     PvResult SetBooleanValue(PvString const& name, bool value);
     PvResult GetStringValue(PvString const& name, PvString& value);
     PvResult ExecuteCommand(PvString const& name);
+    /// @}
 
 private:
     std::unique_ptr<impl> impl_;

@@ -1,16 +1,21 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 
 #include <PvTypes.h>
 
-/// The image in a buffer. Belongs to its `PvBuffer`.
+/// The image in a buffer. Owned by its `PvBuffer`, with the same rules for threads.
 class PvImage {
 public:
-    uint32_t GetWidth() const;   ///< pixels
-    uint32_t GetHeight() const;  ///< lines
-    uint8_t* GetDataPointer();   ///< first pixel
+    /// \return pixels; 0 if the last block was not complete
+    uint32_t GetWidth() const;
+    /// \return lines; 0 if the last block was not complete
+    uint32_t GetHeight() const;
+    /// \return the first pixel, in the attached memory
+    uint8_t* GetDataPointer();
 
-    static uint32_t GetPixelSize(PvPixelType type);  ///< bits a pixel, 0 for an unknown type
+    /// \return bits per pixel; 0 for an unknown format
+    static uint32_t GetPixelSize(PvPixelType type);
 
 private:
     friend class PvBuffer;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -5,7 +6,8 @@
 #include <PvDeviceInfo.h>
 #include <PvString.h>
 
-/// One network interface of the host, with the devices found on it in order of discovery.
+/// A network interface of the host, with the devices found on it in order of discovery. Owned by its `PvSystem`, and
+/// valid until the next `Find`. Immutable.
 class PvInterface {
 public:
     struct impl;
@@ -14,8 +16,12 @@ public:
     PvInterface& operator=(PvInterface const&) = delete;
     ~PvInterface();
 
+    /// \return number of devices found on this interface
     uint32_t GetDeviceCount() const;
-    PvDeviceInfo const* GetDeviceInfo(uint32_t index) const;  ///< null beyond the last
+    /// \param index below `GetDeviceCount()`
+    /// \return the device, owned by this object; null if there are fewer devices
+    PvDeviceInfo const* GetDeviceInfo(uint32_t index) const;
+    /// \return text for people, with all addresses: `eth0 [192.168.1.1]`
     PvString GetDisplayID() const;
 
 private:

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <PvStream.h>
 
-/// A stream of a GigE Vision camera: GVSP over UDP.
+/// A stream of a GigE Vision camera: GVSP over UDP. Every `PvStream` of this layer is one; use `dynamic_cast`.
 class PvStreamGEV : public PvStream {
 public:
     using PvStream::PvStream;
 
-    uint16_t GetLocalPort() const;       ///< UDP port on which the stream receives
-    PvString GetLocalIPAddress() const;  ///< the host's address on the camera's side
+    /// \return UDP port on which the stream receives; changes with each `StreamEnable`
+    uint16_t GetLocalPort() const;
+    /// \return the host's address on the camera's network
+    PvString GetLocalIPAddress() const;
 };

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 #include <cstdint>
 #include <memory>
@@ -5,7 +6,9 @@
 #include <PvInterface.h>
 #include <PvResult.h>
 
-/// Discovery of GigE Vision devices.
+/// Discovers GigE Vision devices.
+///
+/// Owns the interfaces and devices that it found. `Find` must not run while another thread uses them.
 class PvSystem {
 public:
     PvSystem();
@@ -13,9 +16,14 @@ public:
     PvSystem& operator=(PvSystem const&) = delete;
     ~PvSystem();
 
-    PvResult Find();  ///< looks for devices; replaces what an earlier search found
+    /// Searches for devices on all network interfaces, for one second. Replaces the results of the previous search.
+    /// \return GENERIC_ERROR if the interfaces cannot be listed; OK if no device was found
+    PvResult Find();
+    /// \return interfaces found by `Find`, with or without devices; 0 before the first search
     uint32_t GetInterfaceCount() const;
-    PvInterface const* GetInterface(uint32_t index) const;  ///< null beyond the last
+    /// \param index below `GetInterfaceCount()`
+    /// \return the interface, owned by this object; null if there are fewer
+    PvInterface const* GetInterface(uint32_t index) const;
 
 private:
     struct impl;

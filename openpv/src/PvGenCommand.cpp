@@ -1,7 +1,0 @@
-#include <PvGenCommand.h>
-
-#include "PvGenParameter_impl.hpp"
-
-PvResult PvGenCommand::Execute() {
-    return impl_->execute();
-}
