@@ -1,46 +1,56 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What of a machine would lose frames, and how it is mended.
+/// Checks a machine for settings that cause frame loss or wrong timestamps, and suggests fixes.
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "configuration.hpp"
+#include "config/configuration.hpp"
+#include "doctor/camera_search.hpp"
 #include "doctor/machine.hpp"
 
 namespace mediagrabber {
 
-/// What a recording asks of the machine.
+/// The load that a recording puts on the machine.
 struct demand {
     double frame_bytes = 0;                     ///< of one frame on the network
-    double bytes_per_s = 0;                     ///< of all of them
-    std::optional<std::uint32_t> packet_bytes;  ///< nothing: negotiated with the camera
+    double bytes_per_s = 0;                     ///< of all frames
+    std::optional<std::uint32_t> packet_bytes;  ///< configured packet size; nothing: negotiated with the camera
 };
 
-/// What a configuration asks for. Where it leaves size or rate to the camera, as much as a gigabit line can bring.
+/// \return the load of a configuration. A size or rate left to the camera counts as the maximum of gigabit Ethernet
 demand demand_of(configuration const& configured);
 
-enum class verdict : std::uint8_t {
+enum class severity : std::uint8_t {
     good,
-    advice,   ///< frames may come without it; it costs processor time, or steadiness
-    bad,      ///< frames get lost, or have wrong times
-    unknown,  ///< it could not be found out
+    advice,   ///< frames may arrive without it, at the cost of CPU time or reserve
+    bad,      ///< frames are lost or have wrong timestamps
+    unknown,  ///< could not be determined
 };
 
+/// The result of one check.
 struct finding {
-    verdict judged = verdict::unknown;
-    std::string what;
-    std::string found;
-    std::string wanted;   ///< empty when it is good
-    std::string command;  ///< that mends it, or tells more; empty when it is good
+    severity level = severity::unknown;
+    std::string what;           ///< the subject of the check
+    std::string found;          ///< its state
+    std::string wanted;         ///< recommended state and reason; empty if good
+    std::string command;        ///< that sets the recommended state or shows more; empty if good
+    bool until_reboot = false;  ///< whether the command's effect ends with the next boot; see fix_plan()
 };
 
-/// The findings about each interface, then those about the whole machine.
-std::vector<finding> diagnose(machine const& found, demand const& asked);
+/// \param found  as returned by examine_machine()
+/// \return the findings per interface, then those of the machine
+std::vector<finding> diagnose(machine const& found, demand const& needed);
 
-/// \param directory where the recording would go
-finding judge_disk(double bytes_per_s, demand const& asked, std::string const& directory);
+/// \param found  as returned by search_cameras()
+/// \return a finding per camera, or one that says why there is none
+std::vector<finding> evaluate_cameras(std::optional<std::vector<listed_camera>> const& found);
+
+/// \param bytes_per_s  measured by measure_disk()
+/// \param directory    of the recording
+finding evaluate_disk(double bytes_per_s, demand const& needed, std::string const& directory);
 
 }  // namespace mediagrabber

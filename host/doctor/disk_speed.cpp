@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/disk_speed.hpp"
 
 #include <fcntl.h>
@@ -11,7 +12,7 @@
 #include <system_error>
 #include <vector>
 
-#include "file_handle.hpp"
+#include "base/file_handle.hpp"
 
 namespace mediagrabber {
 
@@ -22,7 +23,7 @@ double measure_disk(std::filesystem::path const& directory, std::size_t bytes) {
     std::string name = (directory / "disk-speed.XXXXXX").string();
     file_handle const file(mkostemp(name.data(), O_CLOEXEC));
     if (!file) {
-        fail(": no file can be made");
+        fail(": cannot create a file");
     }
     unlink(name.c_str());
     std::vector<char> const frame(std::size_t{4} << 20U, 'x');
@@ -30,12 +31,12 @@ double measure_disk(std::filesystem::path const& directory, std::size_t bytes) {
     for (std::size_t written = 0; written < bytes;) {
         ssize_t const got = write(file.get(), frame.data(), std::min(frame.size(), bytes - written));
         if (got < 0 && errno != EINTR) {
-            fail(": the disk can't be measured");
+            fail(": cannot measure the write speed");
         }
         written += got > 0 ? static_cast<std::size_t>(got) : 0;
     }
     if (fdatasync(file.get()) != 0) {
-        fail(": the disk can't be measured");
+        fail(": cannot measure the write speed");
     }
     return static_cast<double>(bytes) / std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -5,8 +6,10 @@
 
 namespace mediagrabber {
 
-/// How fast a directory takes frames: writes a file until it is on the disk, and removes it again.
-/// \return bytes a second \throws std::system_error when it can't be written
+/// Measures the sustained write speed of a directory: writes a temporary file and waits until it is on the disk.
+/// \param bytes  size of the file; more than the disk's own cache
+/// \return bytes per second
+/// \throws std::system_error if the file cannot be written
 double measure_disk(std::filesystem::path const& directory, std::size_t bytes);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -5,25 +6,27 @@
 #include <optional>
 #include <string>
 
-#include "file_handle.hpp"
+#include "base/file_handle.hpp"
 
 namespace mediagrabber {
 
-/// What the kernel tells of a network card when it is asked as the program ethtool asks. Reading needs no privilege.
+/// Reads settings of a network card by the kernel's ethtool interface (SIOCETHTOOL). Reading needs no privilege.
 class ethtool {
 public:
+    /// \param interface  name of the network interface
     explicit ethtool(std::string interface);
 
-    /// \param question one of the structures of linux/ethtool.h; receives the answer \return whether there is one
-    bool ask(void* question) const;
-    /// \param command one that a yes or no answers
+    /// \param request  a structure of linux/ethtool.h with its `cmd`; receives the result
+    /// \return whether the driver supports the request
+    bool query(void* request) const;
+    /// \param command  one with a boolean result, for example ETHTOOL_GGRO
     std::optional<bool> flag(std::uint32_t command) const;
-    /// Whether a feature is on. \param name as `ethtool -k` has it \return nothing when the kernel knows no such
-    /// feature
+    /// \param name  of a feature, as listed by `ethtool -k`
+    /// \return whether the feature is active; nothing if the kernel does not have it
     std::optional<bool> feature(std::string const& name) const;
 
 private:
-    std::optional<std::size_t> place_of_feature(std::string const& name) const;
+    std::optional<std::size_t> index_of_feature(std::string const& name) const;
 
     std::string interface_;
     file_handle socket_;

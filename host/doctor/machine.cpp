@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/machine.hpp"
 
 #include <ifaddrs.h>
@@ -9,10 +10,8 @@
 #include <sys/timex.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -22,8 +21,9 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/file_handle.hpp"
+#include "doctor/command_output.hpp"
 #include "doctor/ethtool.hpp"
-#include "file_handle.hpp"
 
 namespace mediagrabber {
 
@@ -31,7 +31,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The first line of a small file; nothing when there is none.
+/// \return the first line of a file; nothing if it cannot be read
 std::optional<std::string> line_of(fs::path const& file) {
     std::ifstream in(file);
     std::string line;
@@ -48,7 +48,7 @@ std::optional<std::uint64_t> number_in(fs::path const& file) {
 std::set<std::string> interfaces_with_addresses() {
     ifaddrs* list = nullptr;
     if (getifaddrs(&list) != 0) {
-        throw std::system_error(errno, std::generic_category(), "the network interfaces can't be listed");
+        throw std::system_error(errno, std::generic_category(), "cannot list the network interfaces");
     }
     std::unique_ptr<ifaddrs, void (*)(ifaddrs*)> const owned(list, freeifaddrs);
     std::set<std::string> names;
@@ -61,7 +61,7 @@ std::set<std::string> interfaces_with_addresses() {
     return names;
 }
 
-/// Asked by a system call: /sys may be that of another network namespace. \return bytes, 0 when it is not known
+/// Uses a system call, because /sys may show another network namespace. \return bytes, 0 if not known
 std::uint32_t mtu_of(std::string const& interface) {
     file_handle const socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ifreq request{};
@@ -70,8 +70,8 @@ std::uint32_t mtu_of(std::string const& interface) {
     return is_known ? static_cast<std::uint32_t>(request.ifr_mtu) : 0;
 }
 
-/// Threaded polling, or a time to wait for more, lets packets gather.
-std::optional<bool> gathers(fs::path const& about) {
+/// \return whether packets are collected before processing: by threaded NAPI, or by deferred interrupts with a timeout
+std::optional<bool> defers(fs::path const& about) {
     auto const threaded = number_in(about / "threaded");
     auto const wait_ns = number_in(about / "gro_flush_timeout");
     auto const deferred = number_in(about / "napi_defer_hard_irqs");
@@ -93,22 +93,22 @@ network_interface examine_interface(fs::path const& root, std::string const& nam
     found.has_hardware = fs::exists(about / "device");
     found.gro = card.flag(ETHTOOL_GGRO);
     found.udp_gro = card.feature("rx-udp-gro-forwarding");
-    found.gathers = gathers(about);
+    found.defers = defers(about);
     ethtool_coalesce moderation{};
     moderation.cmd = ETHTOOL_GCOALESCE;
-    if (card.ask(&moderation) && moderation.use_adaptive_rx_coalesce == 0) {
+    if (card.query(&moderation) && moderation.use_adaptive_rx_coalesce == 0) {
         found.rx_usecs = moderation.rx_coalesce_usecs;
     }
     ethtool_ringparam rings{};
     rings.cmd = ETHTOOL_GRINGPARAM;
-    if (card.ask(&rings)) {
-        found.ring = rings.rx_pending;
-        found.ring_most = rings.rx_max_pending;
+    if (card.query(&rings)) {
+        found.rx_ring = rings.rx_pending;
+        found.max_rx_ring = rings.rx_max_pending;
     }
     return found;
 }
 
-/// The column RcvbufErrors of the lines "Udp:" in /proc/net/snmp, which come in pairs of names and values.
+/// \return column RcvbufErrors of the two "Udp:" lines in /proc/net/snmp, of which the first has the names
 std::uint64_t dropped_datagrams(fs::path const& root) {
     std::ifstream in(root / "proc/net/snmp");
     std::string names;
@@ -159,24 +159,7 @@ std::optional<bool> is_clock_synchronised() {
     return clock < 0 ? std::nullopt : std::optional(clock != TIME_ERROR && (state.status & STA_UNSYNC) == 0);
 }
 
-/// What a command writes; nothing when it fails or is not there.
-std::optional<std::string> output_of(char const* command) {
-    struct closer {
-        void operator()(std::FILE* file) const { pclose(file); }
-    };
-    std::unique_ptr<std::FILE, closer> pipe(popen(command, "re"));  // NOLINT(cert-env33-c): its text is fixed
-    if (pipe == nullptr) {
-        return {};
-    }
-    std::string text;
-    std::array<char, 4096> part{};
-    for (std::size_t got = 0; (got = std::fread(part.data(), 1, part.size(), pipe.get())) > 0;) {
-        text.append(part.data(), got);
-    }
-    return pclose(pipe.release()) == 0 ? std::optional(text) : std::nullopt;
-}
-
-/// Whether a chain sees packets for this machine and lets through only some. A rule of its own may do so, too.
+/// \return whether an entry is an input chain that drops by default. Rules that drop packets are not examined.
 bool filters_input(nlohmann::json const& entry) {
     auto const chain = entry.find("chain");
     return chain != entry.end() && chain->value("hook", "") == "input" && chain->value("policy", "") == "drop";
@@ -198,15 +181,16 @@ machine examine_machine(fs::path const& root, std::string const& only) {
     auto names = interfaces_with_addresses();
     if (!only.empty()) {
         if (!names.contains(only)) {
-            throw std::runtime_error("there is no network interface " + only + " that is up and has an IPv4 address");
+            throw std::runtime_error("no network interface " + only +
+                                     " that is up and has an IPv4 address; see `ip addr`");
         }
         names = {only};
     }
     for (std::string const& name : names) {
         found.interfaces.push_back(examine_interface(root, name));
     }
-    found.socket_room_most = number_in(root / "proc/sys/net/core/rmem_max").value_or(0);
-    found.may_exceed_socket_room = has_net_admin(root);
+    found.max_receive_buffer = number_in(root / "proc/sys/net/core/rmem_max").value_or(0);
+    found.may_exceed_max_receive_buffer = has_net_admin(root);
     found.datagrams_dropped = dropped_datagrams(root);
     found.governors = governors(root);
     found.clock_is_synchronised = is_clock_synchronised();

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: MIT
 #include "pipeline/element_package.hpp"
 
 #include <utility>
 
 namespace mediagrabber {
 
-/// Elements that recordings and streams are made with, by the beginnings of their names; the longer ones come first.
+/// Prefixes of elements that record or stream; where one is a prefix of another, the longer one comes first.
 std::string element_package(std::string_view element) {
     constexpr std::pair<std::string_view, std::string_view> packages[] = {
         {"avenc_", "gstreamer1.0-libav"},          {"avdec_", "gstreamer1.0-libav"},

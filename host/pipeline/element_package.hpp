@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
@@ -5,7 +6,8 @@
 
 namespace mediagrabber {
 
-/// The Debian package that brings an element of GStreamer, empty when it is not known here.
+/// \param element  name of a GStreamer element
+/// \return the Debian package that contains it; empty if not known here
 std::string element_package(std::string_view element);
 
 }  // namespace mediagrabber

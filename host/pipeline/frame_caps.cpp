@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "pipeline/frame_caps.hpp"
 
 #include <numeric>
 
-#include "recording/frame_pixels.hpp"
+#include "frames/frame_pixels.hpp"
 
 namespace mediagrabber {
 
@@ -10,15 +11,15 @@ namespace {
 
 constexpr std::uint32_t second_us = 1'000'000;
 
-std::string media_type(pixel_format const& format) {
-    if (format.bayer) {
+std::string media_type(frame_format const& format) {
+    if (format.cfa == colour_filter::bayer_rg) {
         return "video/x-bayer,format=rggb";
     }
     return unpacked_bits(format) == 16 ? "video/x-raw,format=GRAY16_LE" : "video/x-raw,format=GRAY8";
 }
 
-/// Frames a second as a fraction, "0/1" where it is not known.
-std::string frame_rate(std::uint32_t period_us) {
+/// Frame rate as a fraction; "0/1" means not known (variable).
+std::string frame_rate_hz(std::uint32_t period_us) {
     if (period_us == 0) {
         return "0/1";
     }
@@ -30,7 +31,7 @@ std::string frame_rate(std::uint32_t period_us) {
 
 std::string caps_of(frame_record const& frame, std::uint32_t period_us) {
     return media_type(*frame.format) + ",width=" + std::to_string(frame.width) +
-           ",height=" + std::to_string(frame.height) + ",framerate=" + frame_rate(period_us);
+           ",height=" + std::to_string(frame.height) + ",framerate=" + frame_rate_hz(period_us);
 }
 
 std::size_t caps_stride(frame_record const& frame) {

@@ -1,18 +1,20 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// How GStreamer calls a frame, and how it wants it to lie in memory.
+/// GStreamer's description and memory layout of a frame.
 
 #include <cstddef>
 #include <string>
 
-#include "frame_record.hpp"
+#include "frames/frame_record.hpp"
 
 namespace mediagrabber {
 
-/// \param period_us  between two frames; 0: not known
+/// \param period_us  frame period, microseconds; 0: not known
+/// \return GStreamer caps: media type, format, size and frame rate
 std::string caps_of(frame_record const& frame, std::uint32_t period_us);
 
-/// Bytes from line to line: GStreamer begins each at a multiple of 4.
+/// \return bytes from line to line; GStreamer's raw video formats align lines to 4 bytes
 std::size_t caps_stride(frame_record const& frame);
 
 }  // namespace mediagrabber

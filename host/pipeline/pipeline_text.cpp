@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "pipeline/pipeline_text.hpp"
 
 #include <string_view>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>
@@ -6,8 +7,10 @@
 
 namespace mediagrabber {
 
-/// What a pipeline is made from: in the configured text, `{directory}` is the recording's, and `{n}` counts how often
-/// the pipeline has begun, from 1.
+/// Replaces the placeholders of a configured pipeline.
+/// \param configured  output.pipeline
+/// \param directory   of the recording, for `{directory}`
+/// \param start       number of this start of the pipeline, from 1, for `{n}`
 std::string pipeline_text(std::string configured, std::filesystem::path const& directory, std::uint64_t start);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "pipeline/running_pipeline.hpp"
 
 #include <algorithm>
@@ -6,21 +7,23 @@
 #include <stdexcept>
 #include <utility>
 
-#include "host_log.hpp"
+#include "base/failures.hpp"
+#include "base/host_log.hpp"
+#include "frames/frame_pixels.hpp"
 #include "pipeline/element_package.hpp"
 #include "pipeline/frame_caps.hpp"
-#include "recording/frame_pixels.hpp"
+#include "pipeline/thread_handover.hpp"
 
 namespace mediagrabber {
 
 namespace {
 
-constexpr guint64 most_waiting = 4;  ///< frames at the source
-constexpr std::chrono::milliseconds patience_check{50};
-constexpr std::chrono::seconds warning_interval{1};
+constexpr guint64 max_waiting = 4;  ///< frames in the source: enough to keep elements busy, few copies in memory
+constexpr std::chrono::milliseconds give_up_interval{50};  ///< between polls of `give_up`
+constexpr std::chrono::seconds warning_interval{1};        ///< elements can warn once per buffer
 constexpr char source_text[] =
     "appsrc name=source is-live=true format=time do-timestamp=false block=false max-buffers=0 max-bytes=0"
-    " min-latency=0 max-latency=1000000000 ! ";  // which parts that wait for the clock want to know
+    " min-latency=0 max-latency=1000000000 ! ";  // elements that wait for the clock need a latency, ns
 
 struct error_release {
     void operator()(GError* error) const { g_error_free(error); }
@@ -36,45 +39,46 @@ void print_to_standard_error(gchar const* text) {
     std::fputs(text, stderr);
 }
 
-/// Standard output is the plug-in's, and signals are ours.
-void begin_gstreamer() {
-    static bool const begun = [] {
+/// Initialises GStreamer once per process. Its prints go to standard error, because standard output carries the
+/// plug-in's log; its handler of SIGSEGV is disabled.
+void initialise_gstreamer() {
+    static bool const done = [] {
         g_set_print_handler(print_to_standard_error);
         gst_segtrap_set_enabled(FALSE);
         GError* error = nullptr;
         if (gst_init_check(nullptr, nullptr, &error) == FALSE) {
             owned_error const error_owner(error);
-            throw std::runtime_error(std::string("GStreamer can't be used: ") +
-                                     (error != nullptr ? error->message : "it does not say why"));
+            throw std::runtime_error(std::string("cannot initialise GStreamer: ") +
+                                     (error != nullptr ? error->message : "no reason given"));
         }
         return true;
     }();
-    static_cast<void>(begun);
+    static_cast<void>(done);
 }
 
-/// " (the Debian package ... has it)" for each element that is not there.
+/// \return for each missing element the Debian package that contains it, as the tail of an error message
 std::string packages_of_missing(GstParseContext* context) {
     std::string text;
     gchar** const missing = gst_parse_context_get_missing_elements(context);
     for (gchar** one = missing; one != nullptr && *one != nullptr; ++one) {
         std::string const package = element_package(*one);
-        text += std::string("; ") + *one +
-                (package.empty() ? " is in none of the packages of GStreamer that are installed"
-                                 : " is in the Debian package " + package);
+        text +=
+            std::string("; ") + *one +
+            (package.empty() ? " is not in any installed GStreamer package" : " is in the Debian package " + package);
     }
     g_strfreev(missing);
     return text;
 }
 
-/// The reason, without the place in GStreamer's sources that stands before it.
+/// \return the reason, without the source location that GStreamer puts on the line before it
 std::string last_line(gchar const* debug) {
     std::string const text = debug == nullptr ? "" : debug;
-    auto const end_of_place = text.rfind('\n');
-    return end_of_place == std::string::npos ? std::string() : text.substr(end_of_place + 1);
+    auto const end_of_location = text.rfind('\n');
+    return end_of_location == std::string::npos ? std::string() : text.substr(end_of_location + 1);
 }
 
-/// "filesink0: Could not write to resource. (system error: No space left on device)"
-std::string words_of(GstMessage* message, GError const* error, gchar const* debug) {
+/// \return for example "filesink0: Could not write to resource. (system error: No space left on device)"
+std::string message_text(GstMessage* message, GError const* error, gchar const* debug) {
     owned_text const name(gst_object_get_name(GST_MESSAGE_SRC(message)));
     std::string const reason = last_line(debug);
     return std::string(name.get()) + ": " + error->message + (reason.empty() ? "" : " (" + reason + ")");
@@ -91,13 +95,13 @@ owned_buffer copy_of(frame_view const& frame) {
     owned_buffer buffer(gst_buffer_new_allocate(nullptr, stride * frame.record.height, nullptr));
     GstMapInfo map{};
     if (buffer == nullptr || gst_buffer_map(buffer.get(), &map, GST_MAP_WRITE) == FALSE) {
-        throw std::runtime_error("there is no memory for a frame in the pipeline");
+        throw std::runtime_error("no memory for a frame in the pipeline");
     }
     std::span const bytes(reinterpret_cast<std::byte*>(map.data), map.size);
     for (std::uint32_t y = 0; y < frame.record.height; ++y) {
-        auto const whole = bytes.subspan(y * stride, stride);
-        unpack_line(frame, y, whole.first(line));
-        std::ranges::fill(whole.subspan(line), std::byte{0});
+        auto const padded = bytes.subspan(y * stride, stride);
+        unpack_line(frame, y, padded.first(line));
+        std::ranges::fill(padded.subspan(line), std::byte{0});
     }
     gst_buffer_unmap(buffer.get(), &map);
     return buffer;
@@ -105,7 +109,7 @@ owned_buffer copy_of(frame_view const& frame) {
 
 void add_times(GstBuffer* buffer, running_pipeline::frame_time const& when) {
     GstClockTime const duration = when.duration == 0 ? GST_CLOCK_TIME_NONE : when.duration;
-    GST_BUFFER_PTS(buffer) = when.from_begin;
+    GST_BUFFER_PTS(buffer) = when.from_start;
     GST_BUFFER_DURATION(buffer) = duration;
     GstCaps* const unix_time = gst_caps_new_empty_simple("timestamp/x-unix");
     gst_buffer_add_reference_timestamp_meta(buffer, unix_time, when.since_1970, duration);
@@ -115,7 +119,7 @@ void add_times(GstBuffer* buffer, running_pipeline::frame_time const& when) {
 }  // namespace
 
 running_pipeline::running_pipeline(std::string const& text) {
-    begin_gstreamer();
+    initialise_gstreamer();
     std::unique_ptr<GstParseContext, void (*)(GstParseContext*)> const context(gst_parse_context_new(),
                                                                                gst_parse_context_free);
     GError* error = nullptr;
@@ -123,20 +127,22 @@ running_pipeline::running_pipeline(std::string const& text) {
         gst_parse_launch_full((source_text + text).c_str(), context.get(), GST_PARSE_FLAG_FATAL_ERRORS, &error));
     owned_error const error_owner(error);
     if (pipeline_ == nullptr || error != nullptr) {
-        throw std::runtime_error(std::string("the pipeline can't be put together: ") +
-                                 (error != nullptr ? error->message : "GStreamer does not say why") +
-                                 packages_of_missing(context.get()));
+        throw usage_error(std::string("cannot construct the pipeline: ") +
+                          (error != nullptr ? error->message : "GStreamer gave no reason") +
+                          packages_of_missing(context.get()));
     }
     owned<GstElement> source(GST_IS_PIPELINE(pipeline_.get()) ? gst_bin_get_by_name(GST_BIN(pipeline_.get()), "source")
                                                               : nullptr);
     if (source == nullptr || !GST_IS_APP_SRC(source.get())) {
-        throw std::runtime_error("the pipeline can't be put together: the name \"source\" is taken, it is the frames'");
+        throw usage_error(
+            "cannot construct the pipeline: an element is named \"source\", which is reserved for the frame source");
     }
     source_.reset(GST_APP_SRC(source.release()));
+    hand_over(&source_);
     owned<GstBus> const bus(gst_element_get_bus(pipeline_.get()));
-    gst_bus_set_sync_handler(bus.get(), take_message, this, nullptr);
+    gst_bus_set_sync_handler(bus.get(), on_message, this, nullptr);
     owned<GstPad> const pad(gst_element_get_static_pad(GST_ELEMENT(source_.get()), "src"));
-    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, take_departure, this, nullptr);
+    gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, on_departure, this, nullptr);
 }
 
 running_pipeline::~running_pipeline() {
@@ -145,6 +151,7 @@ running_pipeline::~running_pipeline() {
         owned<GstBus> const bus(gst_element_get_bus(pipeline_.get()));
         gst_bus_set_sync_handler(bus.get(), nullptr, nullptr, nullptr);
     }
+    take_over(&source_);
 }
 
 std::vector<std::filesystem::path> running_pipeline::files() const {
@@ -165,8 +172,8 @@ std::vector<std::filesystem::path> running_pipeline::files() const {
     return found;
 }
 
-/// The machine's own clock: a pipeline may not lose it with one of its parts.
-void running_pipeline::begin(std::string const& caps) {
+/// Uses the system clock: a clock provided by an element would disappear with that element.
+void running_pipeline::start(std::string const& caps) {
     std::unique_ptr<GstCaps, void (*)(GstCaps*)> const parsed(gst_caps_from_string(caps.c_str()), gst_caps_unref);
     gst_app_src_set_caps(source_.get(), parsed.get());
     owned<GstClock> const clock(gst_system_clock_obtain());
@@ -174,25 +181,25 @@ void running_pipeline::begin(std::string const& caps) {
     if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         std::lock_guard const lock(mutex_);
         throw_failure();
-        throw std::runtime_error("the pipeline does not begin, and does not say why");
+        throw std::runtime_error("the pipeline does not start; GStreamer gave no reason");
     }
 }
 
 void running_pipeline::push(frame_view const& frame, frame_time const& when, std::function<bool()> const& give_up) {
     {
         std::unique_lock lock(mutex_);
-        while (failure_.empty() && !ended_ && !has_room()) {
+        while (failure_.empty() && !ended_ && !has_space()) {
             if (give_up()) {
-                throw std::runtime_error("the pipeline takes no frames");
+                throw std::runtime_error("the pipeline accepts no frames");
             }
-            changed_.wait_for(lock, patience_check);
+            changed_.wait_for(lock, give_up_interval);
         }
         throw_failure();
         if (ended_) {
-            throw std::runtime_error("the pipeline has ended by itself");
+            throw std::runtime_error("the pipeline has ended on its own");
         }
     }
-    answer_latency();
+    update_latency();
     auto buffer = copy_of(frame);
     add_times(buffer.get(), when);
     GstFlowReturn const taken = gst_app_src_push_buffer(source_.get(), buffer.release());
@@ -203,11 +210,11 @@ void running_pipeline::push(frame_view const& frame, frame_time const& when, std
     }
 }
 
-bool running_pipeline::finish(std::chrono::duration<double> longest) {
-    answer_latency();
+bool running_pipeline::finish(std::chrono::duration<double> max_time) {
+    update_latency();
     gst_app_src_end_of_stream(source_.get());
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, longest, [this] { return ended_ || !failure_.empty(); });
+    changed_.wait_for(lock, max_time, [this] { return ended_ || !failure_.empty(); });
     throw_failure();
     return ended_;
 }
@@ -217,8 +224,8 @@ bool running_pipeline::failed() const {
     return ended_ || !failure_.empty();
 }
 
-bool running_pipeline::has_room() const {
-    return gst_app_src_get_current_level_buffers(source_.get()) < most_waiting;
+bool running_pipeline::has_space() const {
+    return gst_app_src_get_current_level_buffers(source_.get()) < max_waiting;
 }
 
 void running_pipeline::throw_failure() const {
@@ -227,8 +234,8 @@ void running_pipeline::throw_failure() const {
     }
 }
 
-/// Parts that take time say so when they know how much; who waits for the clock then has to be told.
-void running_pipeline::answer_latency() {
+/// Elements report a changed latency by a message; the application must then have it recalculated.
+void running_pipeline::update_latency() {
     bool changed = false;
     {
         std::lock_guard const lock(mutex_);
@@ -239,15 +246,16 @@ void running_pipeline::answer_latency() {
     }
 }
 
-/// On GStreamer's threads. Nothing is left on the bus: nobody reads it.
-GstBusSyncReply running_pipeline::take_message(GstBus* /*bus*/, GstMessage* message, gpointer self) {
+/// Called on GStreamer's threads. Drops every message, because no main loop reads the bus.
+GstBusSyncReply running_pipeline::on_message(GstBus* /*bus*/, GstMessage* message, gpointer self) {
     auto& pipeline = *static_cast<running_pipeline*>(self);
+    callback_scope const scope(&pipeline.source_);
     switch (GST_MESSAGE_TYPE(message)) {
         case GST_MESSAGE_ERROR:
-            pipeline.take_error(message);
+            pipeline.on_error(message);
             break;
         case GST_MESSAGE_WARNING:
-            pipeline.take_warning(message);
+            pipeline.on_warning(message);
             break;
         case GST_MESSAGE_EOS: {
             std::lock_guard const lock(pipeline.mutex_);
@@ -267,8 +275,8 @@ GstBusSyncReply running_pipeline::take_message(GstBus* /*bus*/, GstMessage* mess
     return GST_BUS_DROP;
 }
 
-/// The first one is the reason of those that follow.
-void running_pipeline::take_error(GstMessage* message) {
+/// Only the first error is stored: those that follow are its consequences.
+void running_pipeline::on_error(GstMessage* message) {
     GError* error = nullptr;
     gchar* debug = nullptr;
     gst_message_parse_error(message, &error, &debug);
@@ -276,11 +284,11 @@ void running_pipeline::take_error(GstMessage* message) {
     owned_text const owned_debug(debug);
     std::lock_guard const lock(mutex_);
     if (failure_.empty()) {
-        failure_ = words_of(message, error, debug);
+        failure_ = message_text(message, error, debug);
     }
 }
 
-void running_pipeline::take_warning(GstMessage* message) {
+void running_pipeline::on_warning(GstMessage* message) {
     GError* error = nullptr;
     gchar* debug = nullptr;
     gst_message_parse_warning(message, &error, &debug);
@@ -294,12 +302,13 @@ void running_pipeline::take_warning(GstMessage* message) {
         }
         next_warning_ = now + warning_interval;
     }
-    log_warning("pipeline: " + words_of(message, error, debug));
+    log_warning("pipeline: " + message_text(message, error, debug));
 }
 
-/// A frame has left the source, and there is room for another one.
-GstPadProbeReturn running_pipeline::take_departure(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer self) {
+/// A frame has left the source, which now has space for another one.
+GstPadProbeReturn running_pipeline::on_departure(GstPad* /*pad*/, GstPadProbeInfo* /*info*/, gpointer self) {
     auto& pipeline = *static_cast<running_pipeline*>(self);
+    callback_scope const scope(&pipeline.source_);
     std::lock_guard const lock(pipeline.mutex_);
     pipeline.changed_.notify_all();
     return GST_PAD_PROBE_OK;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gst/app/gstappsrc.h>
@@ -13,42 +14,46 @@
 #include <string>
 #include <vector>
 
-#include "frame_record.hpp"
+#include "frames/frame_record.hpp"
 
 namespace mediagrabber {
 
-/// One pipeline of GStreamer with our source before it, from its parts to its end.
+/// One start of a GStreamer pipeline, from construction to end of stream, with an `appsrc` in front of the configured
+/// elements. Not reusable: a restart needs a new object.
 ///
-/// Frames are copied into it, and few may wait at its source: `push` waits for those before. What GStreamer's threads
-/// report is noted as it comes and thrown by the next call. Used by one thread at a time.
+/// Frames are copied into GStreamer buffers. At most four wait in the source; push() blocks until there is space.
+/// Errors arrive on GStreamer's threads, are stored under a mutex and thrown by the next call. All public members
+/// belong to one thread at a time.
 class running_pipeline {
 public:
-    /// When a frame was taken, as the pipeline is to know it; nanoseconds.
+    /// Times of a frame, nanoseconds.
     struct frame_time {
-        std::uint64_t from_begin = 0;
-        std::uint64_t since_1970 = 0;
-        std::uint64_t duration = 0;  ///< 0: not known
+        std::uint64_t from_start = 0;  ///< presentation time
+        std::uint64_t since_1970 = 0;  ///< attached as a reference timestamp ("timestamp/x-unix")
+        std::uint64_t duration = 0;    ///< 0: not known
     };
 
-    /// Puts the parts together. \param text  as gst-launch-1.0 takes it, beginning behind the source
-    /// \throws std::runtime_error in GStreamer's words, and with the package of an element that is missing
+    /// Constructs the elements.
+    /// \param text  elements behind the source, in the syntax of gst-launch-1.0
+    /// \throws std::runtime_error  with GStreamer's message, and the Debian package of each missing element
     explicit running_pipeline(std::string const& text);
-    /// Ends it at once, wherever it is.
+    /// Stops the pipeline immediately, without end of stream.
     ~running_pipeline();
     running_pipeline(running_pipeline const&) = delete;
     running_pipeline& operator=(running_pipeline const&) = delete;
 
-    /// Files that it writes to.
+    /// \return the locations of all `filesink` elements
     std::vector<std::filesystem::path> files() const;
 
-    /// \param caps  of the frames to come \throws std::runtime_error
-    void begin(std::string const& caps);
-    /// \param give_up  is asked again and again while it waits: whether to wait no longer
-    /// \throws std::runtime_error when the pipeline has failed or ended, or nobody waits any longer
+    /// \param caps  of all frames that follow \throws std::runtime_error if the pipeline does not start
+    void start(std::string const& caps);
+    /// Copies a frame into the pipeline.
+    /// \param give_up  polled while the source is full; the wait ends when it returns true
+    /// \throws std::runtime_error if the pipeline has failed or ended, or the wait was given up
     void push(frame_view const& frame, frame_time const& when, std::function<bool()> const& give_up);
-    /// Tells the pipeline that this was the last frame, and waits for what it makes of it. \return whether it has ended
-    /// in time \throws std::runtime_error when it has failed
-    bool finish(std::chrono::duration<double> longest);
+    /// Sends end of stream and waits until it has passed through all elements.
+    /// \return whether that happened within `max_time` \throws std::runtime_error if the pipeline has failed
+    bool finish(std::chrono::duration<double> max_time);
     bool failed() const;
 
 private:
@@ -58,15 +63,15 @@ private:
     template <typename object>
     using owned = std::unique_ptr<object, object_release>;
 
-    static GstBusSyncReply take_message(GstBus* bus, GstMessage* message, gpointer self);
-    static GstPadProbeReturn take_departure(GstPad* pad, GstPadProbeInfo* info, gpointer self);
-    void take_error(GstMessage* message);
-    void take_warning(GstMessage* message);
-    void throw_failure() const;  ///< with the mutex locked
-    void answer_latency();
-    bool has_room() const;
+    static GstBusSyncReply on_message(GstBus* bus, GstMessage* message, gpointer self);
+    static GstPadProbeReturn on_departure(GstPad* pad, GstPadProbeInfo* info, gpointer self);
+    void on_error(GstMessage* message);
+    void on_warning(GstMessage* message);
+    void throw_failure() const;  ///< called with the mutex locked
+    void update_latency();
+    bool has_space() const;
 
-    mutable std::mutex mutex_;  ///< of what GStreamer's threads report
+    mutable std::mutex mutex_;  ///< guards the members down to next_warning_, which GStreamer's threads write
     std::condition_variable changed_;
     std::string failure_;  ///< empty: none
     bool ended_ = false;

@@ -1,13 +1,16 @@
+// SPDX-License-Identifier: MIT
 #include "recording/bigtiff_file.hpp"
 
 #include <tiff.h>
 
 #include <array>
 #include <cstring>
+#include <exception>
 #include <string>
+#include <system_error>
 #include <utility>
 
-#include "recording/frame_pixels.hpp"
+#include "frames/frame_pixels.hpp"
 #include "recording/tiff_tags.hpp"
 
 namespace mediagrabber {
@@ -15,12 +18,11 @@ namespace mediagrabber {
 namespace {
 
 constexpr std::uint64_t header_bytes = 16;
-constexpr std::uint64_t first_link = 8;  ///< place of the pointer to the first page, in the header
 constexpr std::uint64_t alignment = 8;
 
 using bytes = std::vector<std::byte>;
 
-/// Little-endian, as the machine.
+/// Appends in the byte order of the machine, which is the little-endian of the header.
 template <typename number>
 void put(bytes& into, number value) {
     auto const at = into.size();
@@ -28,8 +30,8 @@ void put(bytes& into, number value) {
     std::memcpy(into.data() + at, &value, sizeof value);
 }
 
-/// The directory of a page: entries in the order of their tags, the pointer to the next page, and values that have no
-/// room in their entry.
+/// The directory (IFD) of a page: entries in ascending order of their tags, the pointer to the next page, and the
+/// values that do not fit into their entry.
 class page_directory {
 public:
     static constexpr std::uint64_t entry_bytes = 20;
@@ -45,10 +47,10 @@ public:
         entries_.push_back({.tag = tag, .type = type, .count = count, .value = {first, first + size}});
     }
 
-    /// Bytes from the beginning to the pointer to the next page.
+    /// Offset of the pointer to the next page, bytes from the start of the directory.
     std::uint64_t link_offset() const { return sizeof(std::uint64_t) + entries_.size() * entry_bytes; }
 
-    /// \param place  where in the file it will lie
+    /// \param place  offset of the directory in the file
     bytes lay_out(std::uint64_t place) const {
         bytes made;
         bytes values;
@@ -88,21 +90,22 @@ std::uint16_t code_of(tiff_compression compression) {
             return COMPRESSION_LZW;
         case tiff_compression::deflate:
             return COMPRESSION_ADOBE_DEFLATE;
-        default:
-            return COMPRESSION_NONE;
+        case tiff_compression::none:
+            break;
+    }
+    return COMPRESSION_NONE;
+}
+
+void add_cfa(page_directory& page, frame_format const& format) {
+    if (format.cfa == colour_filter::bayer_rg) {
+        page.add_bytes(TIFFTAG_CFAREPEATPATTERNDIM, TIFF_SHORT, cfa_cell_sides.size(), cfa_cell_sides.data(),
+                       sizeof cfa_cell_sides);
+        page.add_bytes(TIFFTAG_CFAPATTERN, TIFF_BYTE, cfa_cell_colours.size(), cfa_cell_colours.data(),
+                       sizeof cfa_cell_colours);
     }
 }
 
-void add_meaning(page_directory& page, pixel_format const& format) {
-    if (format.bayer) {
-        page.add_bytes(TIFFTAG_CFAREPEATPATTERNDIM, TIFF_SHORT, tiff_cell_sides.size(), tiff_cell_sides.data(),
-                       sizeof tiff_cell_sides);
-        page.add_bytes(TIFFTAG_CFAPATTERN, TIFF_BYTE, tiff_cell_colours.size(), tiff_cell_colours.data(),
-                       sizeof tiff_cell_colours);
-    }
-}
-
-/// \param strip_place  where the pixels lie in the file
+/// \param strip_place  offset of the pixels in the file
 page_directory describe(frame_record const& record, tiff_file const& like, std::uint64_t strip_place,
                         std::uint64_t strip_bytes) {
     page_directory page;
@@ -111,7 +114,8 @@ page_directory describe(frame_record const& record, tiff_file const& like, std::
     page.add(TIFFTAG_BITSPERSAMPLE, static_cast<std::uint16_t>(unpacked_bits(*record.format)));
     page.add(TIFFTAG_COMPRESSION, code_of(like.compression()));
     page.add(TIFFTAG_PHOTOMETRIC,
-             static_cast<std::uint16_t>(record.format->bayer ? PHOTOMETRIC_CFA : PHOTOMETRIC_MINISBLACK));
+             static_cast<std::uint16_t>(record.format->cfa == colour_filter::bayer_rg ? PHOTOMETRIC_CFA
+                                                                                      : PHOTOMETRIC_MINISBLACK));
     page.add(TIFFTAG_IMAGEDESCRIPTION, tiff_description(record));
     if (!like.model().empty()) {
         page.add(TIFFTAG_MODEL, like.model());
@@ -132,56 +136,89 @@ page_directory describe(frame_record const& record, tiff_file const& like, std::
     if (like.compression() != tiff_compression::none) {
         page.add(TIFFTAG_PREDICTOR, std::uint16_t{PREDICTOR_HORIZONTAL});
     }
-    add_meaning(page, *record.format);
+    add_cfa(page, *record.format);
     return page;
+}
+
+/// \param first_page  offset of its directory
+bytes header_of(std::uint64_t first_page) {
+    bytes header{std::byte{'I'}, std::byte{'I'}};
+    put(header, std::uint16_t{TIFF_VERSION_BIG});
+    put(header, std::uint16_t{sizeof(std::uint64_t)});  // bytes of an offset
+    put(header, std::uint16_t{0});
+    put(header, first_page);
+    return header;
 }
 
 }  // namespace
 
 bigtiff_file::bigtiff_file(int directory, tiff_file like) : like_(std::move(like)), file_(directory, file_name) {}
 
-/// With the first frame: a file without a page is nothing that can be opened.
-void bigtiff_file::begin_file() {
-    bytes header{std::byte{'I'}, std::byte{'I'}};
-    put(header, std::uint16_t{TIFF_VERSION_BIG});
-    put(header, std::uint16_t{sizeof(std::uint64_t)});  // bytes of an offset
-    put(header, std::uint16_t{0});
-    put(header, std::uint64_t{0});  // no page
-    file_.append({header});
-    now_ = {.size = header_bytes, .link = first_link, .pages = 0};
-}
-
 written_frame bigtiff_file::write(frame_view const& frame) {
-    if (now_.size == 0) {
-        begin_file();
-    }
+    remove_unlinked();
+    bool const first = now_.pages == 0;
+    std::uint64_t const begin = first ? header_bytes : now_.size;
     bool const compressed = like_.compression() != tiff_compression::none;
     auto const strip =
-        compressed ? std::span<std::byte const>(room_ = like_.encoded_strip(frame)) : unpacked(frame, room_);
-    auto const page = describe(frame.record, like_, now_.size, strip.size());
-    // The pointer to the next page is to lie at a multiple of 8.
-    std::uint64_t const end = now_.size + strip.size() + page.link_offset();
+        compressed ? std::span<std::byte const>(buffer_ = like_.encoded_strip(frame)) : unpacked(frame, buffer_);
+    auto const page = describe(frame.record, like_, begin, strip.size());
+    // Aligns the pointer to the next page to 8 bytes, so that it does not cross a memory page.
+    std::uint64_t const end = begin + strip.size() + page.link_offset();
     std::array<std::byte, alignment> const gap{};
     auto const padding = std::span(gap).first((alignment - end % alignment) % alignment);
-    std::uint64_t const place = now_.size + strip.size() + padding.size();
+    std::uint64_t const place = begin + strip.size() + padding.size();
     auto const directory = page.lay_out(place);
-    file_.append({strip, padding, directory});
-    try {
-        point_to(place);
-    } catch (...) {
-        file_.cut(now_.size);
-        throw;
+    if (first) {  // with its header, because a TIFF file without a page is invalid
+        file_.append({header_of(place), strip, padding, directory});
+    } else {
+        file_.append({strip, padding, directory});
+        link(place);
     }
     before_ =
         std::exchange(now_, state{.size = file_.size(), .link = place + page.link_offset(), .pages = now_.pages + 1});
     return {.place = {.file = file_.name(), .page = before_.pages, .offset = {}, .bytes = {}},
-            .bytes = now_.size - before_.size};
+            .bytes = now_.size - begin};
 }
 
-void bigtiff_file::take_back() {
+/// If the pointer cannot be written, removes the page again, and a part of the pointer that may have been written.
+void bigtiff_file::link(std::uint64_t directory) {
+    try {
+        point_to(directory);
+    } catch (std::system_error const&) {
+        std::exception_ptr const reason = std::current_exception();
+        try {
+            remove_unlinked();
+        } catch (std::system_error const&) {
+            // The next write() tries again.
+        }
+        std::rethrow_exception(reason);
+    }
+}
+
+/// Removes what follows the last page, after an error that left something there.
+void bigtiff_file::remove_unlinked() {
+    if (file_.size() == now_.size) {
+        return;
+    }
+    if (now_.pages != 0) {
+        point_to(0);
+    }
+    file_.truncate(now_.size);
+}
+
+/// If the pointer cannot be reset, the page stays in the file.
+void bigtiff_file::undo_last() {
+    if (before_.pages != 0) {
+        std::uint64_t const link = std::exchange(now_.link, before_.link);
+        try {
+            point_to(0);
+        } catch (std::system_error const&) {
+            now_.link = link;
+            throw;
+        }
+    }
     now_ = before_;
-    point_to(0);
-    file_.cut(now_.size);
+    file_.truncate(now_.size);
 }
 
 void bigtiff_file::point_to(std::uint64_t directory) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>
@@ -9,39 +10,45 @@
 
 namespace mediagrabber {
 
-/// `frames.tif`: a BigTIFF file with a page for each frame, which has the tags of a single TIFF file.
+/// `frames.tif`: one BigTIFF file with a page (IFD) per frame. Each page has the tags that a single TIFF file of the
+/// frame would have.
 ///
-/// A page is its pixels, then its directory; it belongs to the file when the page before points to it, which is the
-/// last thing to be written, eight bytes that no memory page divides. So the file is readable whenever the process
-/// ends, and a page costs the same whether it is the first or the millionth. libtiff can't take back a page that found
-/// no room, nor promises in which order it writes; it is asked only to compress.
+/// A page is appended as pixels, then directory. The previous page's pointer to it is written last: eight bytes that
+/// do not cross a memory page. The file appears under its name together with its first page. So it is valid whenever
+/// the process ends. Appending a page costs the same for the first as for the millionth.
+///
+/// The file is written directly rather than by libtiff, which cannot remove a page that did not fit on the disk and
+/// does not specify the order of its writes. libtiff only compresses the pixels.
+///
+/// Used by one thread at a time. Little-endian machines only.
 class bigtiff_file final : public frame_writer_like {
 public:
-    /// \param directory  descriptor; has to stay open
-    /// \param like  what a single file would be written with
-    /// \throws std::system_error
+    /// \param directory  descriptor, must stay open as long as the object lives
+    /// \param like       supplies compression and text tags
+    /// \throws std::system_error  with EEXIST if the file exists
     bigtiff_file(int directory, tiff_file like);
 
     written_frame write(frame_view const& frame) override;
-    void take_back() override;
+    void undo_last() override;
 
     static constexpr char file_name[] = "frames.tif";
 
 private:
-    /// The file up to a page.
+    /// The end of the file after some page.
     struct state {
         std::uint64_t size = 0;  ///< bytes
-        std::uint64_t link = 0;  ///< place of the pointer to the next page
+        std::uint64_t link = 0;  ///< offset of the pointer to the next page
         std::uint64_t pages = 0;
     };
-    void begin_file();
+    void link(std::uint64_t directory);
+    void remove_unlinked();
     void point_to(std::uint64_t directory);
 
     tiff_file const like_;
     growing_file file_;
     state now_;
-    state before_;  ///< the last page
-    std::vector<std::byte> room_;
+    state before_;  ///< without the last page, for undo_last()
+    std::vector<std::byte> buffer_;
 };
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdint>
@@ -6,12 +7,12 @@
 
 namespace mediagrabber {
 
-/// Where a frame's pixels are in a recording. All absent: they were not written.
+/// Location of a frame's pixels in a recording. All members are absent if the pixels were not written.
 struct frame_place {
     std::optional<std::string> file;      ///< name in the recording's directory
-    std::optional<std::uint64_t> page;    ///< of a file with many, from 0
-    std::optional<std::uint64_t> offset;  ///< of the first pixel, bytes; of a file without a structure
-    std::optional<std::uint64_t> bytes;   ///< from the first pixel to the last; of a file without a structure
+    std::optional<std::uint64_t> page;    ///< from 0; only in a file of several pages
+    std::optional<std::uint64_t> offset;  ///< of the first pixel, bytes; only in a raw file
+    std::optional<std::uint64_t> bytes;   ///< from the first pixel to the last; only in a raw file
 };
 
 }  // namespace mediagrabber

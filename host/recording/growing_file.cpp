@@ -1,27 +1,39 @@
+// SPDX-License-Identifier: MIT
 #include "recording/growing_file.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <utility>
+
+#include "base/system_call.hpp"
 
 namespace mediagrabber {
 
 growing_file::growing_file(int directory, std::string name)
-    : directory_(directory),
-      name_(std::move(name)),
-      file_(openat(directory_, name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666)) {
+    : directory_(directory), name_(std::move(name)), hidden_name_("." + name_ + ".part") {
+    if (faccessat(directory_, name_.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
+        errno = EEXIST;
+        fail();
+    }
+    file_ = file_handle(uninterrupted(
+        [&] { return openat(directory_, hidden_name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666); }));
     if (!file_) {
-        throw std::system_error(errno, std::generic_category(), name_);
+        fail();
     }
 }
 
 growing_file::~growing_file() {
-    if (size_ == 0) {
-        unlinkat(directory_, name_.c_str(), 0);
+    if (hidden_) {
+        unlinkat(directory_, hidden_name_.c_str(), 0);
     }
+}
+
+void growing_file::fail() const {
+    throw std::system_error(errno, std::generic_category(), name_);
 }
 
 void growing_file::append(std::initializer_list<std::span<std::byte const>> parts) {
@@ -32,9 +44,15 @@ void growing_file::append(std::initializer_list<std::span<std::byte const>> part
             write_at(end, part);
             end += part.size();
         }
+        show();
         size_ = end;
-    } catch (std::system_error const&) {
-        cut(before);
+    } catch (std::system_error const& error) {
+        try {
+            truncate(before);
+        } catch (std::system_error const&) {
+            // The next piece overwrites the incomplete one.
+            throw std::system_error(error.code(), name_ + " ends in an incomplete frame");
+        }
         throw;
     }
 }
@@ -43,22 +61,55 @@ void growing_file::replace(std::uint64_t offset, std::span<std::byte const> byte
     write_at(offset, bytes);
 }
 
-void growing_file::cut(std::uint64_t size) {
-    if (ftruncate(file_.get(), static_cast<off_t>(size)) != 0) {
-        throw std::system_error(errno, std::generic_category(), name_ + " ends in a piece of a frame");
+void growing_file::truncate(std::uint64_t size) {
+    if (size == 0) {
+        hide();
+    }
+    if (uninterrupted([&] { return ftruncate(file_.get(), static_cast<off_t>(size)); }) != 0) {
+        fail();
     }
     size_ = size;
+}
+
+/// Does not replace a file. A file system without RENAME_NOREPLACE is trusted: the constructor has checked.
+void growing_file::show() {
+    if (!hidden_) {
+        return;
+    }
+    auto const rename_with = [&](unsigned flags) {
+        return uninterrupted(
+            [&] { return renameat2(directory_, hidden_name_.c_str(), directory_, name_.c_str(), flags); });
+    };
+    bool const shown = rename_with(RENAME_NOREPLACE) == 0 || (errno == EINVAL && rename_with(0) == 0);
+    if (!shown) {
+        fail();
+    }
+    hidden_ = false;
+}
+
+void growing_file::hide() {
+    if (hidden_) {
+        return;
+    }
+    if (uninterrupted([&] { return renameat2(directory_, name_.c_str(), directory_, hidden_name_.c_str(), 0); }) != 0) {
+        fail();
+    }
+    hidden_ = true;
 }
 
 void growing_file::write_at(std::uint64_t offset, std::span<std::byte const> bytes) const {
     std::size_t done = 0;
     while (done < bytes.size()) {
-        ssize_t const written =
-            pwrite(file_.get(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
-        if (written < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), name_);
+        ssize_t const written = uninterrupted([&] {
+            return pwrite(file_.get(), bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+        });
+        if (written == 0) {
+            errno = EIO;  // no progress and no reason
         }
-        done += written < 0 ? 0 : static_cast<std::size_t>(written);
+        if (written <= 0) {
+            fail();
+        }
+        done += static_cast<std::size_t>(written);
     }
 }
 

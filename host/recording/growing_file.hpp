@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -6,38 +7,52 @@
 #include <span>
 #include <string>
 
-#include "file_handle.hpp"
+#include "base/file_handle.hpp"
 
 namespace mediagrabber {
 
-/// A file that grows by whole pieces: what a full disk has left of one is taken back. One that has never got a piece is
-/// removed in the end.
+/// A file that grows in complete pieces: a piece that the disk takes only in part is removed again.
+///
+/// The file appears under its name with its first piece; until then it has a hidden name, which the destructor deletes.
+/// So a file under its name has at least one complete piece, whenever the process ends. Used by one thread at a time.
 class growing_file {
 public:
-    /// Creates it in the directory `directory` (a descriptor, which has to stay open). \throws std::system_error, with
-    /// EEXIST when there is one already
+    /// Creates the hidden file.
+    /// \param directory  descriptor, must stay open as long as the object lives
+    /// \throws std::system_error  with EEXIST if the file exists
     growing_file(int directory, std::string name);
     ~growing_file();
     growing_file(growing_file const&) = delete;
     growing_file& operator=(growing_file const&) = delete;
 
     std::string const& name() const { return name_; }
+    /// \return bytes
     std::uint64_t size() const { return size_; }
 
-    /// Appends the parts one behind the other. \throws std::system_error; the file is then as it was before
+    /// Appends the parts one after the other, as one piece.
+    /// \throws std::system_error; the file is then unchanged, unless that fails, too
     void append(std::initializer_list<std::span<std::byte const>> parts);
-    /// Replaces bytes that are there. \throws std::system_error
+    /// Overwrites existing bytes.
+    /// \param offset  bytes
+    /// \throws std::system_error
     void replace(std::uint64_t offset, std::span<std::byte const> bytes);
-    /// Removes what lies behind the first `size` bytes. \throws std::system_error
-    void cut(std::uint64_t size);
+    /// Truncates the file. An empty file is hidden again.
+    /// \param size  bytes
+    /// \throws std::system_error
+    void truncate(std::uint64_t size);
 
 private:
     void write_at(std::uint64_t offset, std::span<std::byte const> bytes) const;
+    void show();
+    void hide();
+    [[noreturn]] void fail() const;
 
     int const directory_;
     std::string const name_;
+    std::string const hidden_name_;
     file_handle file_;
     std::uint64_t size_ = 0;
+    bool hidden_ = true;
 };
 
 }  // namespace mediagrabber

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "recording/raw_file.hpp"
 
-#include "recording/frame_pixels.hpp"
+#include "frames/frame_pixels.hpp"
 
 namespace mediagrabber {
 
 written_frame raw_file::write(frame_view const& frame) {
-    auto const pixels = without_gaps(frame, room_);
+    auto const pixels = without_padding(frame, buffer_);
     std::uint64_t const begin = file_.size();
     file_.append({pixels});
     before_last_ = begin;

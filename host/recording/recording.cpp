@@ -1,12 +1,16 @@
+// SPDX-License-Identifier: MIT
 #include "recording/recording.hpp"
 
 #include <fcntl.h>
 
 #include <cerrno>
+#include <exception>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "base/failures.hpp"
+#include "base/host_log.hpp"
 #include "recording/bigtiff_file.hpp"
 #include "recording/raw_file.hpp"
 #include "recording/tiff_files.hpp"
@@ -16,11 +20,6 @@ namespace mediagrabber {
 namespace {
 
 file_handle open_directory(std::filesystem::path const& path) {
-    std::error_code error;
-    std::filesystem::create_directories(path, error);
-    if (error) {
-        throw std::runtime_error(path.string() + ": the directory can't be created: " + error.message());
-    }
     file_handle opened(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!opened) {
         throw std::runtime_error(path.string() + ": " + std::generic_category().message(errno));
@@ -28,7 +27,7 @@ file_handle open_directory(std::filesystem::path const& path) {
     return opened;
 }
 
-/// \return nothing when only the journal is to be written
+/// \return null if only the frame index is written
 std::unique_ptr<frame_writer_like> writer_for(int directory, recording_format const& format) {
     tiff_file tiff(format.compression, format.software, format.model);
     switch (format.kind) {
@@ -44,7 +43,7 @@ std::unique_ptr<frame_writer_like> writer_for(int directory, recording_format co
     return nullptr;
 }
 
-/// The name that a system call failed for, with which its message begins.
+/// \return the file name that the error is about: the text before the first colon of its message
 std::string name_in(std::system_error const& error) {
     std::string const text = error.what();
     return text.substr(0, text.find(':'));
@@ -52,31 +51,54 @@ std::string name_in(std::system_error const& error) {
 
 }  // namespace
 
-/// The writer comes before the journal: where there is a journal already, what the writer has made is removed again.
-recording::recording(std::filesystem::path directory, recording_format const& format) try
-    : path_(std::move(directory)),
-      directory_(open_directory(path_)),
-      writer_(writer_for(directory_.get(), format)),
-      journal_(directory_.get()) {
-} catch (std::system_error const& error) {
-    if (error.code() == std::errc::file_exists) {
-        throw std::runtime_error("the output directory holds a recording already (" + name_in(error) +
-                                 "), give another one");
+recording::made_directory::made_directory(std::filesystem::path const& path) : path_(path) {
+    std::error_code error;
+    remove_ = std::filesystem::create_directories(path, error);
+    if (error) {
+        throw std::runtime_error(path.string() + ": cannot create the directory: " + error.message());
     }
-    throw std::runtime_error(std::string("the output directory can't be written to: ") + error.what());
 }
 
-std::size_t recording::keep(frame_view const& frame) {
+/// Removes only an empty directory.
+recording::made_directory::~made_directory() {
+    if (remove_) {
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+}
+
+/// The writer is constructed before the index: if an index exists, the writer's destructor removes its new file.
+recording::recording(std::filesystem::path directory, recording_format const& format) try
+    : path_(std::move(directory)),
+      made_(path_),
+      directory_(open_directory(path_)),
+      writer_(writer_for(directory_.get(), format)),
+      index_(directory_.get()) {
+    made_.keep();
+} catch (std::system_error const& error) {
+    if (error.code() == std::errc::file_exists) {
+        throw usage_error("the output directory already contains a recording (" + name_in(error) +
+                          "); choose another directory");
+    }
+    throw std::runtime_error(std::string("cannot write to the output directory: ") + error.what());
+}
+
+std::size_t recording::write(frame_view const& frame) {
     auto const written = writer_ == nullptr ? written_frame() : writer_->write(frame);
     try {
-        std::string const line = journal_line(frame.record, written.place);
-        journal_.append(line);
+        std::string const line = index_line(frame.record, written.place);
+        index_.append(line);
         return written.bytes + line.size();
     } catch (...) {
-        if (writer_ != nullptr) {
-            writer_->take_back();
+        std::exception_ptr const reason = std::current_exception();
+        try {
+            if (writer_ != nullptr) {
+                writer_->undo_last();
+            }
+        } catch (std::exception const& error) {
+            log_error(std::string("a frame without a line in frames.jsonl stays in its file: ") + error.what());
         }
-        throw;
+        std::rethrow_exception(reason);
     }
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "recording/tiff_file.hpp"
 
 #include <sys/mman.h>
@@ -15,28 +16,29 @@
 #include <utility>
 #include <vector>
 
-#include "file_handle.hpp"
-#include "recording/frame_pixels.hpp"
+#include "base/file_handle.hpp"
+#include "base/system_call.hpp"
+#include "frames/frame_pixels.hpp"
 #include "recording/tiff_tags.hpp"
 
 namespace mediagrabber {
 
 namespace {
 
-/// Where libtiff's complaints go, and the file that it writes to.
+/// The file that libtiff writes to, and its first error.
 struct output {
     int descriptor;
     int error = 0;  ///< errno of a system call that failed
-    std::string complaint;
+    std::string message;
 };
 
-[[gnu::format(printf, 4, 0)]] int take_complaint(TIFF* /*tiff*/, void* user, char const* /*module*/, char const* format,
-                                                 va_list arguments) {
+[[gnu::format(printf, 4, 0)]] int take_message(TIFF* /*tiff*/, void* user, char const* /*module*/, char const* format,
+                                               va_list arguments) {
     std::array<char, 256> text{};
     std::vsnprintf(text.data(), text.size(), format, arguments);
-    auto& complaint = static_cast<output*>(user)->complaint;
-    if (complaint.empty()) {
-        complaint = text.data();
+    auto& message = static_cast<output*>(user)->message;
+    if (message.empty()) {
+        message = text.data();
     }
     return 1;
 }
@@ -57,7 +59,8 @@ tmsize_t write_bytes(thandle_t handle, void* data, tmsize_t size) {
 }
 
 tmsize_t read_bytes(thandle_t handle, void* data, tmsize_t size) {
-    return ::read(static_cast<output*>(handle)->descriptor, data, static_cast<std::size_t>(size));
+    return uninterrupted(
+        [&] { return ::read(static_cast<output*>(handle)->descriptor, data, static_cast<std::size_t>(size)); });
 }
 
 toff_t seek(thandle_t handle, toff_t offset, int whence) {
@@ -84,8 +87,8 @@ using open_tiff = std::unique_ptr<TIFF, tiff_closer>;
 open_tiff open_output(output& out) {
     std::unique_ptr<TIFFOpenOptions, void (*)(TIFFOpenOptions*)> const options(TIFFOpenOptionsAlloc(),
                                                                                TIFFOpenOptionsFree);
-    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), take_complaint, &out);
-    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), take_complaint, &out);
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), take_message, &out);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), take_message, &out);
     return open_tiff(TIFFClientOpenExt("frame", "w", &out, read_bytes, write_bytes, seek, leave_open, size_of, nullptr,
                                        nullptr, options.get()));
 }
@@ -94,7 +97,7 @@ open_tiff open_output(output& out) {
     if (out.error != 0) {
         throw std::runtime_error(std::strerror(out.error));
     }
-    throw std::runtime_error(out.complaint.empty() ? "the TIFF file can't be written" : out.complaint);
+    throw std::runtime_error(out.message.empty() ? "cannot write the TIFF file" : out.message);
 }
 
 void set_geometry(TIFF* tiff, frame_record const& record) {
@@ -109,14 +112,14 @@ void set_geometry(TIFF* tiff, frame_record const& record) {
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
 }
 
-void set_meaning(TIFF* tiff, pixel_format const& format) {
-    if (!format.bayer) {
+void set_colours(TIFF* tiff, frame_format const& format) {
+    if (format.cfa == colour_filter::none) {
         TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
         return;
     }
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_CFA);
-    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, tiff_cell_sides.data());
-    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, int{tiff_cell_colours.size()}, tiff_cell_colours.data());
+    TIFFSetField(tiff, TIFFTAG_CFAREPEATPATTERNDIM, cfa_cell_sides.data());
+    TIFFSetField(tiff, TIFFTAG_CFAPATTERN, int{cfa_cell_colours.size()}, cfa_cell_colours.data());
 }
 
 void set_compression(TIFF* tiff, tiff_compression compression) {
@@ -134,19 +137,19 @@ void set_compression(TIFF* tiff, tiff_compression compression) {
     TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
 }
 
-/// libtiff takes pixels as `void*`; uncompressed they go from frame memory to the file without a copy.
+/// Uncompressed pixels go from frame memory to the file without a copy; libtiff takes them as `void*` but only reads.
 bool write_pixels(TIFF* tiff, frame_view const& frame, tiff_compression compression) {
-    std::vector<std::byte> room;
-    auto const pixels = unpacked(frame, room);
+    std::vector<std::byte> buffer;
+    auto const pixels = unpacked(frame, buffer);
     auto const size = static_cast<tmsize_t>(pixels.size());
     if (compression == tiff_compression::none) {
         return TIFFWriteRawStrip(tiff, 0, const_cast<std::byte*>(pixels.data()), size) == size;
     }
-    // The predictor works in place, and these pixels are not libtiff's to change.
-    if (room.empty()) {
-        room.assign(pixels.begin(), pixels.end());
+    // The predictor works in place and must not change the frame, which other outputs share.
+    if (buffer.empty()) {
+        buffer.assign(pixels.begin(), pixels.end());
     }
-    return TIFFWriteEncodedStrip(tiff, 0, room.data(), size) == size;
+    return TIFFWriteEncodedStrip(tiff, 0, buffer.data(), size) == size;
 }
 
 }  // namespace
@@ -155,13 +158,13 @@ tiff_file::tiff_file(tiff_compression compression, std::string software, std::st
     : compression_(compression), software_(std::move(software)), model_(std::move(model)) {}
 
 void tiff_file::write(int descriptor, frame_view const& frame) const {
-    output out{.descriptor = descriptor, .error = 0, .complaint = {}};
+    output out{.descriptor = descriptor, .error = 0, .message = {}};
     auto const tiff = open_output(out);
     if (tiff == nullptr) {
         fail(out);
     }
     set_geometry(tiff.get(), frame.record);
-    set_meaning(tiff.get(), *frame.record.format);
+    set_colours(tiff.get(), *frame.record.format);
     set_compression(tiff.get(), compression_);
     TIFFSetField(tiff.get(), TIFFTAG_SOFTWARE, software_.c_str());
     if (!model_.empty()) {
@@ -173,32 +176,40 @@ void tiff_file::write(int descriptor, frame_view const& frame) const {
     }
     TIFFSetField(tiff.get(), TIFFTAG_IMAGEDESCRIPTION, tiff_description(frame.record).c_str());
     bool const complete = write_pixels(tiff.get(), frame, compression_) && TIFFWriteDirectory(tiff.get()) != 0;
-    if (!complete || out.error != 0 || !out.complaint.empty()) {
+    if (!complete || out.error != 0 || !out.message.empty()) {
         fail(out);
     }
 }
 
-/// libtiff's coders write to nothing but a file: this one is in memory.
+/// libtiff's coders write only to files, so this one writes to a file in memory.
 std::vector<std::byte> tiff_file::encoded_strip(frame_view const& frame) const {
     file_handle const memory(memfd_create("strip", MFD_CLOEXEC));
     if (!memory) {
-        throw std::system_error(errno, std::generic_category(), "memory to compress a frame in");
+        throw std::system_error(errno, std::generic_category(), "cannot create the memory file for compression");
     }
-    output out{.descriptor = memory.get(), .error = 0, .complaint = {}};
+    output out{.descriptor = memory.get(), .error = 0, .message = {}};
     auto const tiff = open_output(out);
     if (tiff == nullptr) {
         fail(out);
     }
     set_geometry(tiff.get(), frame.record);
-    set_meaning(tiff.get(), *frame.record.format);
+    set_colours(tiff.get(), *frame.record.format);
     set_compression(tiff.get(), compression_);
     if (!write_pixels(tiff.get(), frame, compression_) || out.error != 0) {
         fail(out);
     }
     std::vector<std::byte> strip(TIFFGetStrileByteCount(tiff.get(), 0));
     auto const offset = static_cast<off_t>(TIFFGetStrileOffset(tiff.get(), 0));
-    if (pread(memory.get(), strip.data(), strip.size(), offset) != static_cast<ssize_t>(strip.size())) {
-        fail(out);
+    std::size_t done = 0;
+    while (done < strip.size()) {
+        ssize_t const got = uninterrupted([&] {
+            return pread(memory.get(), strip.data() + done, strip.size() - done, offset + static_cast<off_t>(done));
+        });
+        if (got <= 0) {
+            out.error = got < 0 ? errno : EIO;
+            fail(out);
+        }
+        done += static_cast<std::size_t>(got);
     }
     return strip;
 }

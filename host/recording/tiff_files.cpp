@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "recording/tiff_files.hpp"
 
 #include <fcntl.h>
@@ -8,8 +9,11 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
+#include <regex>
 #include <system_error>
 #include <utility>
+
+#include "base/system_call.hpp"
 
 namespace mediagrabber {
 
@@ -22,11 +26,12 @@ std::string file_name_of(frame_record const& record) {
     return name.data();
 }
 
-/// An open file that is removed again unless it is given its name.
+/// An open file under a temporary name, which the destructor deletes unless finish_as() has renamed it.
 class unfinished_file {
 public:
     unfinished_file(int directory, std::string name) : directory_(directory), name_(std::move(name)) {
-        descriptor_ = openat(directory_, name_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        descriptor_ = uninterrupted(
+            [&] { return openat(directory_, name_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666); });
         if (descriptor_ < 0) {
             throw std::system_error(errno, std::generic_category(), name_);
         }
@@ -52,10 +57,11 @@ public:
         return static_cast<std::size_t>(status.st_size);
     }
 
-    /// Some file systems report only here that there was no room.
+    /// Some file systems report a full disk only on close.
     void finish_as(std::string const& name) {
-        if (close(std::exchange(descriptor_, -1)) != 0 ||
-            renameat(directory_, name_.c_str(), directory_, name.c_str()) != 0) {
+        bool const closed = close(std::exchange(descriptor_, -1)) == 0 || errno == EINTR;  // closed then, too
+        if (!closed ||
+            uninterrupted([&] { return renameat(directory_, name_.c_str(), directory_, name.c_str()); }) != 0) {
             throw std::system_error(errno, std::generic_category(), name);
         }
         finished_ = true;
@@ -80,8 +86,13 @@ written_frame tiff_files::write(frame_view const& frame) {
     return {.place = {.file = name, .page = {}, .offset = {}, .bytes = {}}, .bytes = bytes};
 }
 
-void tiff_files::take_back() {
+void tiff_files::undo_last() {
     unlinkat(directory_, last_.c_str(), 0);
+}
+
+bool tiff_files::is_name(std::string const& name) {
+    static std::regex const pattern(R"(frame-\d{8,}-\d{16,}\.tif|\.frame-\d{8,}-\d{16,}\.tif\.part)");
+    return std::regex_match(name, pattern);
 }
 
 }  // namespace mediagrabber

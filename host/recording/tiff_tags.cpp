@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "recording/tiff_tags.hpp"
 
 #include <ctime>
@@ -17,7 +18,7 @@ std::string tiff_date(std::uint64_t timestamp_us) {
 
 std::string tiff_description(frame_record const& record) {
     return "frame " + std::to_string(record.number) + ", " + std::to_string(record.timestamp_us) +
-           " us since 1970-01-01 UTC, " + std::string(record.format->codec) + ", " +
+           " us since 1970-01-01 UTC, " + std::string(record.format->name) + ", " +
            std::to_string(record.format->significant_bits) + " significant bits";
 }
 

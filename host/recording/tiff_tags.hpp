@@ -1,21 +1,24 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What the TIFF tags of a frame say, whatever the file looks like.
+/// TIFF tag values that single files and BigTIFF pages share.
 
 #include <array>
 #include <cstdint>
 #include <string>
 
-#include "frame_record.hpp"
+#include "frames/frame_record.hpp"
 
 namespace mediagrabber {
 
-/// A mosaic's cell: pixels to the right and downwards, and EXIF's colour numbers (0 red, 1 green, 2 blue).
-inline constexpr std::array<std::uint16_t, 2> tiff_cell_sides{2, 2};
-inline constexpr std::array<std::uint8_t, 4> tiff_cell_colours{0, 1, 1, 2};
+/// One cell of the colour filter array of BayerRG8: its sides in pixels, and its colours row by row as EXIF numbers
+/// them (0 red, 1 green, 2 blue).
+inline constexpr std::array<std::uint16_t, 2> cfa_cell_sides{2, 2};
+inline constexpr std::array<std::uint8_t, 4> cfa_cell_colours{0, 1, 1, 2};
 
-/// A time in UTC, empty when TIFF has no form for it.
+/// \return the time in UTC as TIFF's DateTime; empty if that cannot represent it (after the year 9999)
 std::string tiff_date(std::uint64_t timestamp_us);
+/// \return a text for people: frame number, timestamp, pixel format
 std::string tiff_description(frame_record const& record);
 
 }  // namespace mediagrabber

@@ -1,17 +1,18 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// Charts as SVG, in the colours of the page that they stand in: classes `axis`, `bar`, `loss`, `gone`, `line`, `mark`.
+/// Charts as SVG elements. Colours come from the style sheet of the page by class: `axis`, `bar`, `loss`, `gone`,
+/// `line`, `mark`.
 
 #include <span>
 #include <string>
-#include <vector>
 
 namespace mediagrabber {
 
 struct bar {
     double from = 0;
     double to = 0;
-    double height = 0;  ///< drawn on a logarithmic scale, so that one in a million is seen
+    double height = 0;  ///< a count; 0 draws nothing
     char const* kind = "bar";
 };
 
@@ -20,17 +21,27 @@ struct point {
     double y = 0;
 };
 
+/// The horizontal axis.
 struct axis {
+    std::string name;
+    std::string unit;
     double from = 0;
     double to = 1;
-    std::string unit;
 };
 
-/// \param described for those who cannot see it
-std::string bar_chart(std::span<bar const> bars, axis const& across, std::string const& described);
+/// Draws counts over `across`. The vertical axis is logarithmic, log(1 + count), so that one in a million is visible;
+/// its label states this.
+/// \param counted      what is counted, the name of the vertical axis
+/// \param description  of the chart, for screen readers
+std::string bar_chart(std::span<bar const> bars, axis const& across, std::string const& counted,
+                      std::string const& description);
 
-/// Of many points in one place the least and the greatest are drawn.
-std::string line_chart(std::span<point const> points, axis const& across, std::string const& unit,
-                       std::string const& described);
+/// Draws a line over `across`, with a linear vertical axis. Of many points at one place only minimum and maximum are
+/// drawn.
+/// \param name         of the vertical axis
+/// \param unit         of the vertical axis
+/// \param description  of the chart, for screen readers
+std::string line_chart(std::span<point const> points, axis const& across, std::string const& name,
+                       std::string const& unit, std::string const& description);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "report/recording_facts.hpp"
 
 #include <algorithm>
@@ -8,11 +9,11 @@ namespace {
 
 constexpr double us_per_s = 1e6;
 
-double seconds_between(journal_entry const& earlier, journal_entry const& later) {
+double seconds_between(index_entry const& earlier, index_entry const& later) {
     return (static_cast<double>(later.timestamp_us) - static_cast<double>(earlier.timestamp_us)) / us_per_s;
 }
 
-/// \param share 0 the least, 1 the greatest
+/// \param share  0: minimum, 1: maximum
 double quantile(std::vector<double> const& ascending, double share) {
     return ascending.empty() ? 0.0
                              : ascending[static_cast<std::size_t>(share * static_cast<double>(ascending.size() - 1))];
@@ -20,7 +21,7 @@ double quantile(std::vector<double> const& ascending, double share) {
 
 }  // namespace
 
-recording_facts facts_of(std::span<journal_entry const> frames) {
+recording_facts facts_of(std::span<index_entry const> frames) {
     recording_facts found;
     found.frames = frames.size();
     for (std::size_t i = 1; i < frames.size(); ++i) {
@@ -46,10 +47,10 @@ recording_facts facts_of(std::span<journal_entry const> frames) {
     }
     std::ranges::sort(found.intervals_us);
     constexpr double p99 = 0.99;
-    found.interval = {.least_us = quantile(found.intervals_us, 0),
+    found.interval = {.min_us = quantile(found.intervals_us, 0),
                       .median_us = quantile(found.intervals_us, 0.5),
                       .p99_us = quantile(found.intervals_us, p99),
-                      .most_us = quantile(found.intervals_us, 1)};
+                      .max_us = quantile(found.intervals_us, 1)};
     if (frames.size() > 1) {
         found.duration_s = seconds_between(frames.front(), frames.back());
         found.frames_per_s = found.duration_s > 0 ? static_cast<double>(frames.size() - 1) / found.duration_s : 0;

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What a recording's journal says of its frames' times and of the frames that are not there.
+/// Statistics of a recording: frame intervals, and the frames that are missing from it.
 
 #include <cstdint>
 #include <span>
@@ -10,32 +11,33 @@
 
 namespace mediagrabber {
 
-/// Frames that are not in a recording, between two that are.
+/// Frames that are missing between two frames of a recording.
 struct loss {
-    double at_s = 0;                ///< after the first frame
-    std::uint64_t in_host = 0;      ///< handed over, and not written: numbers are missing
-    std::uint64_t before_host = 0;  ///< exposed, and never handed over: the camera's counter went on
+    double at_s = 0;                ///< time of the frame after the loss, from the first frame
+    std::uint64_t in_host = 0;      ///< handed over to the host and dropped there: a gap in the frame numbers
+    std::uint64_t before_host = 0;  ///< exposed and never handed over: a gap in the camera's exposure counter
 };
 
 struct interval_figures {
-    double least_us = 0;
+    double min_us = 0;
     double median_us = 0;
-    double p99_us = 0;
-    double most_us = 0;
+    double p99_us = 0;  ///< 99th percentile
+    double max_us = 0;
 };
 
 struct recording_facts {
     std::size_t frames = 0;
-    double duration_s = 0;  ///< from the first frame to the last one
+    double duration_s = 0;  ///< from the first frame to the last
     double frames_per_s = 0;
-    std::vector<double> intervals_us;  ///< between frames with none missing between them, in ascending order
+    std::vector<double> intervals_us;  ///< between consecutive frames without a loss between them, ascending
     interval_figures interval;
     std::vector<loss> losses;
-    std::vector<double> restarts_s;  ///< where the camera began to count anew
+    std::vector<double> restarts_s;  ///< times at which the camera's exposure counter was reset
     std::uint64_t lost_in_host = 0;
     std::uint64_t lost_before_host = 0;
 };
 
-recording_facts facts_of(std::span<journal_entry const> frames);
+/// \param frames  in the order of the frame index
+recording_facts facts_of(std::span<index_entry const> frames);
 
 }  // namespace mediagrabber

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// A recording that is over, read back from its directory.
+/// Reads a recording back from its directory.
 
 #include <cstdint>
 #include <filesystem>
@@ -8,42 +9,43 @@
 #include <string>
 #include <vector>
 
-#include "pixel_format.hpp"
+#include "frames/frame_format.hpp"
 
 namespace mediagrabber {
 
-/// A line of frames.jsonl; null there is absent here.
-struct journal_entry {
-    std::optional<std::string> file;
-    std::optional<std::uint64_t> page;    ///< of a file with many, from 0
-    std::optional<std::uint64_t> offset;  ///< bytes, in a file that is nothing but pixels
-    std::uint64_t number = 0;             ///< lost frames are counted, too
+/// A line of frames.jsonl. A value that is null there is absent here.
+struct index_entry {
+    std::optional<std::string> file;      ///< relative to the directory that is read
+    std::optional<std::uint64_t> page;    ///< from 0; in a file of several pages
+    std::optional<std::uint64_t> offset;  ///< bytes; in a raw file
+    std::uint64_t number = 0;             ///< frame number; dropped frames have numbers, too
     std::uint64_t timestamp_us = 0;
     std::optional<double> gain_db;
     std::optional<double> exposure_us;
     std::optional<double> temperature_c;
-    std::optional<std::uint32_t> counter;  ///< the camera's exposures
+    std::optional<std::uint32_t> counter;  ///< the camera's exposure counter
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    pixel_format const* format = nullptr;
+    frame_format const* format = nullptr;
 };
 
-/// Reads frames.jsonl of a directory. A last line without an end is left out: a recording may have been cut short.
-/// \throws std::runtime_error with file, line and what is wrong
-std::vector<journal_entry> read_journal(std::filesystem::path const& directory);
+/// Reads the frame index of a recording, or of all recordings and segments below a directory, in the order of their
+/// names. A last line without a line end is ignored, as a crash may leave one.
+/// \throws std::runtime_error  with file, line and reason; also for a file name outside of the directory
+std::vector<index_entry> read_index(std::filesystem::path const& directory);
 
-/// Pixels of a frame, 0 to 255 each.
-struct small_picture {
+/// An image of 8 bits per channel without padding.
+struct small_image {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    std::uint32_t channels = 1;  ///< 3: red, green, blue
+    std::uint32_t channels = 1;  ///< 1: grey; 3: red, green, blue
     std::vector<std::uint8_t> values;
 };
 
-/// A frame of a recording, made smaller by leaving pixels out. Of a mosaic of colours each cell becomes a pixel.
-/// \param entry  has to name a file
-/// \param widest pixels in a line, at most
-/// \throws std::runtime_error when the file can't be read
-small_picture read_thumbnail(std::filesystem::path const& directory, journal_entry const& entry, std::uint32_t widest);
+/// Reads a frame in reduced size, by skipping pixels. Each cell of a Bayer pattern becomes one pixel.
+/// \param entry      with a file
+/// \param max_width  pixels
+/// \throws std::runtime_error if the file cannot be read
+small_image read_thumbnail(std::filesystem::path const& directory, index_entry const& entry, std::uint32_t max_width);
 
 }  // namespace mediagrabber

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #include "report/report_page.hpp"
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
 #include <png.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <ctime>
-#include <functional>
 #include <optional>
 #include <sstream>
 #include <stdexcept>
@@ -17,8 +18,8 @@ namespace mediagrabber {
 
 namespace {
 
-constexpr std::size_t histogram_bars = 90;
-constexpr double longest_shown = 3;  ///< intervals, as multiples of the median; longer ones are counted
+constexpr std::size_t histogram_bars = 90;  ///< about 9 units of the drawing each
+constexpr double max_shown = 3;  ///< longest interval shown, in medians: single pauses would flatten the histogram
 
 constexpr char const style[] =
     ":root{color-scheme:light "
@@ -33,7 +34,7 @@ constexpr char const style[] =
     "svg{width:100%;height:auto}text{font-size:12px;fill:var(--faint)}.axis{fill:none;stroke:var(--faint)}"
     ".bar{fill:var(--bar)}.loss{fill:var(--loss)}.gone{fill:var(--gone)}.mark{fill:var(--faint)}"
     ".line{fill:none;stroke:var(--bar)}"
-    ".pictures{display:grid;grid-template-columns:repeat(auto-fill,minmax(10rem,1fr));gap:1rem}"
+    ".images{display:grid;grid-template-columns:repeat(auto-fill,minmax(10rem,1fr));gap:1rem}"
     "figure{margin:0}img{width:100%;image-rendering:auto}figcaption{color:var(--faint);font-size:.85rem}";
 
 std::string escaped(std::string const& text) {
@@ -60,20 +61,12 @@ std::string escaped(std::string const& text) {
 }
 
 std::string number(double value, int digits) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return text;
+    return fmt::format("{:.{}f}", value, digits);
 }
 
-std::string time_of_day(std::uint64_t timestamp_us) {
+std::string utc_time(std::uint64_t timestamp_us) {
     constexpr std::uint64_t us_per_s = 1'000'000;
-    auto const seconds = static_cast<std::time_t>(timestamp_us / us_per_s);
-    std::tm parts{};
-    char text[64] = "";
-    if (gmtime_r(&seconds, &parts) != nullptr) {
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts);
-    }
-    return text;
+    return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(static_cast<std::time_t>(timestamp_us / us_per_s)));
 }
 
 std::string base64(std::span<std::uint8_t const> bytes) {
@@ -92,20 +85,20 @@ std::string base64(std::span<std::uint8_t const> bytes) {
     return text;
 }
 
-std::vector<std::uint8_t> as_png(small_picture const& picture) {
+std::vector<std::uint8_t> as_png(small_image const& from) {
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
-    image.width = picture.width;
-    image.height = picture.height;
-    image.format = picture.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    image.width = from.width;
+    image.height = from.height;
+    image.format = from.channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
     png_alloc_size_t bytes = 0;
     std::vector<std::uint8_t> file;
-    // Asked first how long it will be.
+    // The first call determines the size.
     for (int turn = 0; turn < 2; ++turn) {
         file.resize(bytes);
-        if (png_image_write_to_memory(&image, turn == 0 ? nullptr : file.data(), &bytes, 0, picture.values.data(), 0,
+        if (png_image_write_to_memory(&image, turn == 0 ? nullptr : file.data(), &bytes, 0, from.values.data(), 0,
                                       nullptr) == 0) {
-            throw std::runtime_error(std::string("a thumbnail can't be made: ") + image.message);
+            throw std::runtime_error(std::string("cannot encode a thumbnail: ") + image.message);
         }
     }
     file.resize(bytes);
@@ -122,28 +115,28 @@ std::string table(std::vector<row> const& rows) {
     return made + "</table>";
 }
 
-std::string summary(recording_facts const& facts, std::span<journal_entry const> frames) {
+std::string summary(recording_facts const& facts, std::span<index_entry const> frames) {
     std::vector<row> rows{{"frames", std::to_string(facts.frames)}};
     if (!frames.empty()) {
         auto const& first = frames.front();
-        rows.push_back({"begun", time_of_day(first.timestamp_us)});
+        rows.push_back({"started", utc_time(first.timestamp_us)});
         rows.push_back({"duration", number(facts.duration_s, 3) + " s"});
-        rows.push_back({"rate", number(facts.frames_per_s, 2) + " frames/s"});
+        rows.push_back({"frame rate", number(facts.frames_per_s, 2) + " frames/s"});
         rows.push_back({"first frame", std::to_string(first.width) + " x " + std::to_string(first.height) + ", " +
-                                           std::string(first.format->codec)});
+                                           std::string(first.format->name)});
     }
-    rows.push_back({"lost before this machine", std::to_string(facts.lost_before_host)});
-    rows.push_back({"lost in this machine", std::to_string(facts.lost_in_host)});
-    rows.push_back({"begun anew", std::to_string(facts.restarts_s.size()) + " times"});
+    rows.push_back({"frames lost before the host", std::to_string(facts.lost_before_host)});
+    rows.push_back({"frames dropped by the host", std::to_string(facts.lost_in_host)});
+    rows.push_back({"restarts", std::to_string(facts.restarts_s.size())});
     return table(rows);
 }
 
 std::string intervals(recording_facts const& facts) {
     if (facts.intervals_us.empty()) {
-        return "<p>No two frames follow each other.</p>";
+        return "<p>There are no two consecutive frames.</p>";
     }
-    double const from = facts.interval.least_us;
-    double const to = std::max(std::min(facts.interval.most_us, longest_shown * facts.interval.median_us), from + 1);
+    double const from = facts.interval.min_us;
+    double const to = std::max(std::min(facts.interval.max_us, max_shown * facts.interval.median_us), from + 1);
     double const width = (to - from) / static_cast<double>(histogram_bars);
     std::vector<bar> bars(histogram_bars);
     for (std::size_t i = 0; i < histogram_bars; ++i) {
@@ -159,17 +152,18 @@ std::string intervals(recording_facts const& facts) {
         }
     }
     auto const& figures = facts.interval;
-    return table({{"least", number(figures.least_us, 0) + " us"},
-                  {"median", number(figures.median_us, 0) + " us"},
-                  {"99 % are at most", number(figures.p99_us, 0) + " us"},
-                  {"greatest", number(figures.most_us, 0) + " us"},
-                  {"longer than is shown", std::to_string(beyond)}}) +
-           bar_chart(bars, {.from = from, .to = to, .unit = "us"}, "How often each interval between frames occurs");
+    return table({{"minimum", number(figures.min_us, 0) + " \u00b5s"},
+                  {"median", number(figures.median_us, 0) + " \u00b5s"},
+                  {"99th percentile", number(figures.p99_us, 0) + " \u00b5s"},
+                  {"maximum", number(figures.max_us, 0) + " \u00b5s"},
+                  {"beyond the chart", std::to_string(beyond)}}) +
+           bar_chart(bars, {.name = "interval", .unit = "\u00b5s", .from = from, .to = to}, "number of intervals",
+                     "Histogram of the intervals between consecutive frames");
 }
 
 std::string losses(recording_facts const& facts) {
     if (facts.losses.empty() && facts.restarts_s.empty()) {
-        return "<p>No frame is missing.</p>";
+        return "<p>No frames are missing.</p>";
     }
     double const width = std::max(facts.duration_s / 600, 1e-6);
     std::vector<bar> bars;
@@ -183,17 +177,18 @@ std::string losses(recording_facts const& facts) {
     for (double const at : facts.restarts_s) {
         bars.push_back({.from = at, .to = at + width, .height = 1, .kind = "mark"});
     }
-    return bar_chart(bars, {.from = 0, .to = facts.duration_s, .unit = "s"}, "When frames were lost, and how many") +
-           "<p>Red: lost before this machine, by the camera's counter. Yellow: handed over and not written. Grey: the "
-           "camera"
-           " began anew.</p>";
+    return bar_chart(bars, {.name = "time from the first frame", .unit = "s", .from = 0, .to = facts.duration_s},
+                     "frames", "Number of missing frames over time") +
+           "<p>Red: lost before the host, by the camera's exposure counter. Yellow: dropped by the host. Grey: restart "
+           "of "
+           "the camera.</p>";
 }
 
-/// A value over the time of the recording, where frames have it.
-std::string series(std::span<journal_entry const> frames, recording_facts const& facts,
-                   std::optional<double> journal_entry::*value, std::string const& unit, std::string const& described) {
+/// Chart of a value over time; frames without the value are left out.
+std::string series(std::span<index_entry const> frames, recording_facts const& facts,
+                   std::optional<double> index_entry::*value, std::string const& name, std::string const& unit) {
     std::vector<point> points;
-    for (journal_entry const& one : frames) {
+    for (index_entry const& one : frames) {
         if (one.*value) {
             double const at_us =
                 static_cast<double>(one.timestamp_us) - static_cast<double>(frames.front().timestamp_us);
@@ -201,25 +196,26 @@ std::string series(std::span<journal_entry const> frames, recording_facts const&
         }
     }
     if (points.empty()) {
-        return "<p>No frame tells it.</p>";
+        return "<p>The camera did not report it.</p>";
     }
-    return line_chart(points, {.from = 0, .to = facts.duration_s, .unit = "s"}, unit, described);
+    return line_chart(points, {.name = "time from the first frame", .unit = "s", .from = 0, .to = facts.duration_s},
+                      name, unit, name + " over time");
 }
 
-std::string pictures(std::span<thumbnail const> thumbnails) {
+std::string images(std::span<thumbnail const> thumbnails) {
     if (thumbnails.empty()) {
-        return "<p>The recording has no pictures.</p>";
+        return "<p>The recording has no images.</p>";
     }
-    std::string made = "<div class=\"pictures\">";
+    std::string made = "<div class=\"images\">";
     for (thumbnail const& one : thumbnails) {
         std::string const caption = "frame " + std::to_string(one.frame) + ", " + number(one.at_s, 2) + " s";
-        if (!one.missing.empty()) {
+        if (!one.error.empty()) {
             made.append("<figure><figcaption>").append(caption).append(": ");
-            made.append(escaped(one.missing)).append("</figcaption></figure>");
+            made.append(escaped(one.error)).append("</figcaption></figure>");
             continue;
         }
         made.append("<figure><img alt=\"").append(caption);
-        made.append("\" src=\"data:image/png;base64,").append(base64(as_png(one.picture)));
+        made.append("\" src=\"data:image/png;base64,").append(base64(as_png(one.image)));
         made.append("\"><figcaption>").append(caption).append("</figcaption></figure>");
     }
     return made + "</div>";
@@ -227,7 +223,7 @@ std::string pictures(std::span<thumbnail const> thumbnails) {
 
 }  // namespace
 
-std::string report_page(std::string const& title, recording_facts const& facts, std::span<journal_entry const> frames,
+std::string report_page(std::string const& title, recording_facts const& facts, std::span<index_entry const> frames,
                         std::span<thumbnail const> thumbnails) {
     std::ostringstream out;
     out << "<!doctype html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
@@ -237,14 +233,13 @@ std::string report_page(std::string const& title, recording_facts const& facts, 
         << "<title>" << escaped(title) << "</title><style>" << style << "</style></head><body>\n<h1>" << escaped(title)
         << "</h1>\n"
         << summary(facts, frames) << "\n<h2>Intervals between frames</h2>\n"
-        << intervals(facts) << "\n<h2>Lost frames</h2>\n"
+        << intervals(facts) << "\n<h2>Missing frames</h2>\n"
         << losses(facts) << "\n<h2>Gain</h2>\n"
-        << series(frames, facts, &journal_entry::gain_db, "dB", "Gain over time") << "\n<h2>Exposure time</h2>\n"
-        << series(frames, facts, &journal_entry::exposure_us, "us", "Exposure time over time")
-        << "\n<h2>The camera's temperature</h2>\n"
-        << series(frames, facts, &journal_entry::temperature_c, "\u00b0C", "The camera's temperature over time")
-        << "\n<h2>Pictures</h2>\n"
-        << pictures(thumbnails) << "\n</body></html>\n";
+        << series(frames, facts, &index_entry::gain_db, "Gain", "dB") << "\n<h2>Exposure time</h2>\n"
+        << series(frames, facts, &index_entry::exposure_us, "Exposure time", "\u00b5s")
+        << "\n<h2>Camera temperature</h2>\n"
+        << series(frames, facts, &index_entry::temperature_c, "Camera temperature", "\u00b0C") << "\n<h2>Images</h2>\n"
+        << images(thumbnails) << "\n</body></html>\n";
     return out.str();
 }
 

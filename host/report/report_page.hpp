@@ -1,8 +1,8 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <span>
 #include <string>
-#include <vector>
 
 #include "report/recording_facts.hpp"
 #include "report/recording_reader.hpp"
@@ -10,15 +10,16 @@
 namespace mediagrabber {
 
 struct thumbnail {
-    double at_s = 0;          ///< after the first frame
-    std::uint64_t frame = 0;  ///< its number
-    small_picture picture;
-    std::string missing;  ///< why there is no picture; empty: there is one
+    double at_s = 0;          ///< from the first frame
+    std::uint64_t frame = 0;  ///< frame number
+    small_image image;
+    std::string error;  ///< why the image is missing; empty: it is not
 };
 
-/// A page of HTML about a recording that needs nothing beside itself: figures, charts and pictures are inside.
-/// \param title as text, not as HTML
-std::string report_page(std::string const& title, recording_facts const& facts, std::span<journal_entry const> frames,
+/// Creates the report of a recording: one self-contained HTML file with figures, charts (SVG) and thumbnails (PNG). It
+/// loads nothing and runs no script.
+/// \param title  plain text
+std::string report_page(std::string const& title, recording_facts const& facts, std::span<index_entry const> frames,
                         std::span<thumbnail const> thumbnails);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <chrono>
@@ -8,21 +9,24 @@
 #include <string>
 #include <thread>
 
-#include "grab_progress.hpp"
+#include "frames/grab_progress.hpp"
 
 namespace mediagrabber {
 
-/// Tells systemd how a recording goes, when it is one of its services: ready with the first frame, alive as long as
-/// frames come (its watchdog hears of nothing else), a line about it every few seconds. Does nothing elsewhere.
+/// Reports the state of a recording to systemd if it runs as a service: ready with the first frame, a watchdog
+/// keep-alive while frames arrive or the recording waits between attempts to reach its camera, and a status line every
+/// few seconds. A plug-in that neither delivers frames nor ends its runs is a hang and gets no keep-alive. Outside of a
+/// service it does nothing and starts no thread.
 class service_manager {
 public:
-    using tell = std::function<void(std::string const&)>;
+    using notifier = std::function<void(std::string const&)>;
 
-    /// \param describe a line about the recording, from any thread
+    /// \param describe  returns a status line; called on the thread of this object
     service_manager(grab_progress const& progress, std::function<std::string()> describe);
-    /// \param interval how often to look \param say receives what systemd is told
+    /// \param interval  between checks for new frames
+    /// \param notify    receives the notifications; null: none
     service_manager(grab_progress const& progress, std::function<std::string()> describe,
-                    std::chrono::milliseconds interval, tell say);
+                    std::chrono::milliseconds interval, notifier notify);
     ~service_manager();
     service_manager(service_manager const&) = delete;
     service_manager& operator=(service_manager const&) = delete;
@@ -32,8 +36,8 @@ private:
 
     grab_progress const& progress_;
     std::function<std::string()> const describe_;
-    tell const say_;
-    std::mutex mutex_;  ///< of nothing: the thread's pauses end when it is to stop
+    notifier const notify_;
+    std::mutex mutex_;  ///< guards nothing; the condition variable needs it to end the thread's pauses
     std::condition_variable_any changed_;
     std::jthread thread_;
 };

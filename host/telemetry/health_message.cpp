@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "telemetry/health_message.hpp"
 
 #include <nlohmann/json.hpp>
@@ -13,7 +14,7 @@ json or_null(std::optional<value> const& known) {
     return known ? json(*known) : json(nullptr);
 }
 
-json newest_frame(std::optional<frame_record> const& newest) {
+json latest_frame(std::optional<frame_record> const& newest) {
     if (!newest) {
         return nullptr;
     }
@@ -28,22 +29,28 @@ json newest_frame(std::optional<frame_record> const& newest) {
 
 std::string health_message(recording_status const& status) {
     auto const& figures = status.figures;
+    auto const& logged = status.log_counts;
     json text;
     text["instance"] = status.instance;
     text["capturing"] = status.capturing;
-    text["running_s"] = status.running_s;
+    text["uptime_s"] = status.uptime_s;
     text["seconds_since_frame"] = or_null(status.seconds_since_frame);
     text["period_us"] = status.period_us;
-    text["frames"] = {
-        {"from_camera", status.good_frames}, {"handed_over", figures.handed_over}, {"kept", figures.kept},
-        {"overrun", figures.overrun},        {"not_written", figures.not_written}, {"wanted", figures.wanted}};
+    text["frames"] = {{"from_camera", status.good_frames},
+                      {"handed_over", figures.handed_over},
+                      {"saved", figures.saved},
+                      {"dropped_queue_full", figures.dropped_queue_full},
+                      {"dropped_write_error", figures.dropped_write_error},
+                      {"wanted", figures.wanted}};
     text["bytes"] = figures.bytes;
     text["empty_fetches"] = figures.empty_fetches;
-    text["budgets_exceeded"] = status.said.budgets_exceeded;
-    text["drops_told"] = status.said.drops_told;
-    text["packets_asked_again"] = status.said.packets_asked_again;
-    text["packets_missing"] = status.said.packets_missing;
-    text["newest"] = newest_frame(status.newest);
+    text["budgets_exceeded"] = logged.budgets_exceeded;
+    text["drop_reports"] = logged.drop_reports;
+    text["packets_resend_requested"] = logged.packets_resend_requested;
+    text["packets_resent"] = logged.packets_resent;
+    text["packets_lost"] = logged.packets_lost;
+    text["packets_dropped_by_socket"] = logged.packets_dropped_by_socket;
+    text["newest"] = latest_frame(status.newest);
     text["messages"] =
         status.broker ? json{{"sent", status.broker->sent}, {"dropped", status.broker->dropped}} : json();
     text["camera"] = json::object();

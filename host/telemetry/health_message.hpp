@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <string>
 
-#include "live/recording_status.hpp"
+#include "status/recording_status.hpp"
 
 namespace mediagrabber {
 
-/// How a recording goes, as a line of JSON without its end. Whatever is no UTF-8 in it is replaced.
+/// \return the status as one line of JSON without a line end. Bytes that are not valid UTF-8 are replaced by U+FFFD
 std::string health_message(recording_status const& status);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "telemetry/metrics.hpp"
 
 #include <prometheus/text_serializer.h>
@@ -10,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "live/frame_history.hpp"
+#include "status/frame_history.hpp"
 
 namespace mediagrabber {
 
@@ -19,12 +20,12 @@ namespace {
 using prometheus::ClientMetric;
 using prometheus::MetricFamily;
 using prometheus::MetricType;
-using reading = std::optional<double>;
+using reading = std::optional<double>;  ///< of a metric; empty: absent from the output
 
 constexpr double us_per_s = 1e6;
 constexpr char instance_label[] = "instance_number";
 
-/// One value of a metric, and the label that tells it from the metric's others.
+/// One value of a metric, and the label that distinguishes it from the other values of the same metric.
 struct figure {
     char const* label;  ///< empty: none
     char const* label_value;
@@ -42,7 +43,7 @@ double seconds(timeval const& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / us_per_s;
 }
 
-double processor_time() {
+double cpu_time() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
@@ -54,10 +55,63 @@ reading free_space(std::string const& directory) {
     return error ? reading() : static_cast<double>(space.available);
 }
 
-/// Something of the newest frame, in its base unit.
+/// \param factor  converts the value to its base unit
+/// \return a value of the latest frame
 template <typename member>
 reading of_newest(recording_status const& status, std::optional<member> frame_record::*value, double factor = 1.0) {
     return status.newest && (*status.newest).*value ? reading(double{*((*status.newest).*value)} * factor) : reading();
+}
+
+template <delivery_check::quantity which>
+reading requested_value(recording_status const& status) {
+    return status.delivery[which].requested;
+}
+
+template <delivery_check::quantity which>
+reading actual_value(recording_status const& status) {
+    return status.delivery[which].actual;
+}
+
+template <delivery_check::quantity which>
+reading differs(recording_status const& status) {
+    auto const& value = status.delivery[which];
+    return value.requested && value.actual ? reading(value.differs ? 1 : 0) : reading();
+}
+
+std::vector<definition> delivery_definitions() {
+    using check = delivery_check;
+    return {
+        {"mediagrabber_frame_rate_requested_hertz",
+         MetricType::Gauge,
+         "Configured frame rate; absent if none is configured.",
+         {{"", "", requested_value<check::frame_rate>}}},
+        {"mediagrabber_frame_rate_actual_hertz",
+         MetricType::Gauge,
+         "Frame rate that the camera delivers, measured over at least 5 s; before that, as the plug-in reports it.",
+         {{"", "", actual_value<check::frame_rate>}}},
+        {"mediagrabber_region_requested_pixels",
+         MetricType::Gauge,
+         "Configured region; a value that is not configured is absent.",
+         {{"value", "width", requested_value<check::width>},
+          {"value", "height", requested_value<check::height>},
+          {"value", "offset_x", requested_value<check::offset_x>},
+          {"value", "offset_y", requested_value<check::offset_y>}}},
+        {"mediagrabber_region_actual_pixels",
+         MetricType::Gauge,
+         "Region that the camera delivers; a value that is not known is absent.",
+         {{"value", "width", actual_value<check::width>},
+          {"value", "height", actual_value<check::height>},
+          {"value", "offset_x", actual_value<check::offset_x>},
+          {"value", "offset_y", actual_value<check::offset_y>}}},
+        {"mediagrabber_requested_value_differs",
+         MetricType::Gauge,
+         "1 if the camera delivers another value than the configured one, else 0; a rate differs by more than 2 %.",
+         {{"value", "frame_rate", differs<check::frame_rate>},
+          {"value", "width", differs<check::width>},
+          {"value", "height", differs<check::height>},
+          {"value", "offset_x", differs<check::offset_x>},
+          {"value", "offset_y", differs<check::offset_y>}}},
+    };
 }
 
 std::vector<definition> frame_definitions() {
@@ -67,44 +121,55 @@ std::vector<definition> frame_definitions() {
          MetricType::Counter,
          "Good frames that the plug-in fetched from the camera.",
          {{"", "", [](status s) { return reading(s.good_frames); }}}},
-        {"mediagrabber_frames_total",
+        {"mediagrabber_frames_saved_total",
          MetricType::Counter,
-         "Frames by what became of them: kept on disk; overrun, lost because as many as possible were waiting;"
-         " not_written, lost because they could not be written.",
-         {{"outcome", "kept", [](status s) { return reading(s.figures.kept); }},
-          {"outcome", "overrun", [](status s) { return reading(s.figures.overrun); }},
-          {"outcome", "not_written", [](status s) { return reading(s.figures.not_written); }}}},
+         "Frames that every configured output has stored; a pre-trigger buffer counts as storage.",
+         {{"", "", [](status s) { return reading(s.figures.saved); }}}},
+        {"mediagrabber_frames_dropped_total",
+         MetricType::Counter,
+         "Frames dropped by the host. queue_full: the export queue was full; write_error: an output could not store "
+         "them.",
+         {{"cause", "queue_full", [](status s) { return reading(s.figures.dropped_queue_full); }},
+          {"cause", "write_error", [](status s) { return reading(s.figures.dropped_write_error); }}}},
         {"mediagrabber_empty_fetches_total",
          MetricType::Counter,
-         "Fetches without a usable frame, time-outs included.",
+         "Fetches without a frame, time-outs included.",
          {{"", "", [](status s) { return reading(s.figures.empty_fetches); }}}},
         {"mediagrabber_written_bytes_total",
          MetricType::Counter,
-         "Bytes of files and journal.",
+         "Bytes written to image files and the frame index.",
          {{"", "", [](status s) { return reading(s.figures.bytes); }}}},
-        {"mediagrabber_packets_asked_again_total",
+        {"mediagrabber_packets_resend_requested_total",
          MetricType::Counter,
-         "Packets that were missing and asked for again, as the plug-in told in its log.",
-         {{"", "", [](status s) { return reading(s.said.packets_asked_again); }}}},
-        {"mediagrabber_packets_missing_total",
+         "Packets named in resend requests; a packet requested twice counts twice.",
+         {{"", "", [](status s) { return reading(s.log_counts.packets_resend_requested); }}}},
+        {"mediagrabber_packets_resent_total",
          MetricType::Counter,
-         "Packets that never came, as the plug-in told in its log.",
-         {{"", "", [](status s) { return reading(s.said.packets_missing); }}}},
-        {"mediagrabber_drops_told_total",
+         "Distinct packets that arrived after a resend request for them.",
+         {{"", "", [](status s) { return reading(s.log_counts.packets_resent); }}}},
+        {"mediagrabber_packets_lost_total",
          MetricType::Counter,
-         "Times that the plug-in told of dropped frames.",
-         {{"", "", [](status s) { return reading(s.said.drops_told); }}}},
+         "Packets that never arrived.",
+         {{"", "", [](status s) { return reading(s.log_counts.packets_lost); }}}},
+        {"mediagrabber_packets_dropped_by_socket_total",
+         MetricType::Counter,
+         "Packets dropped because the socket receive buffer was full.",
+         {{"", "", [](status s) { return reading(s.log_counts.packets_dropped_by_socket); }}}},
+        {"mediagrabber_drop_reports_total",
+         MetricType::Counter,
+         "Reports of dropped frames by the plug-in.",
+         {{"", "", [](status s) { return reading(s.log_counts.drop_reports); }}}},
         {"mediagrabber_budgets_exceeded_total",
          MetricType::Counter,
-         "Times that a step of the plug-in's loop took longer than a frame period.",
-         {{"", "", [](status s) { return reading(s.said.budgets_exceeded); }}}},
+         "Steps of the plug-in's loop that took longer than a frame period.",
+         {{"", "", [](status s) { return reading(s.log_counts.budgets_exceeded); }}}},
         {"mediagrabber_ring_overtaken_frames_total",
          MetricType::Counter,
-         "Frames that were gone from memory when programs had read them, as those tell.",
+         "Frames that readers of the shared-memory ring missed, as they report.",
          {{"", "", [](status s) { return reading(s.ring_overtaken); }}}},
         {"mediagrabber_ring_readers",
          MetricType::Gauge,
-         "Programs that read frames from memory now.",
+         "Programs connected to the shared-memory ring.",
          {{"", "", [](status s) { return reading(s.ring_readers); }}}},
     };
 }
@@ -114,86 +179,86 @@ std::vector<definition> state_definitions() {
     return {
         {"mediagrabber_capturing",
          MetricType::Gauge,
-         "1 between the beginning of capture and the end of the plug-in's loop, else 0.",
+         "1 from the start of capture to the end of the plug-in's loop, else 0.",
          {{"", "", [](status s) { return reading(s.capturing ? 1 : 0); }}}},
-        {"mediagrabber_running_seconds",
+        {"mediagrabber_uptime_seconds",
          MetricType::Gauge,
-         "Time since the beginning of the recording.",
-         {{"", "", [](status s) { return reading(s.running_s); }}}},
+         "Time since the recording started.",
+         {{"", "", [](status s) { return reading(s.uptime_s); }}}},
         {"mediagrabber_last_frame_age_seconds",
          MetricType::Gauge,
-         "Time since the last good frame; since the beginning of the recording where none has come.",
-         {{"", "", [](status s) { return reading(s.seconds_since_frame.value_or(s.running_s)); }}}},
+         "Time since the last good frame; before the first, since the recording started.",
+         {{"", "", [](status s) { return reading(s.seconds_since_frame.value_or(s.uptime_s)); }}}},
         {"mediagrabber_frame_period_seconds",
          MetricType::Gauge,
-         "Frame period in force; absent while not known.",
+         "Active frame period; absent while not known.",
          {{"", "", [](status s) { return s.period_us == 0 ? reading() : reading(s.period_us / us_per_s); }}}},
         {"mediagrabber_camera_temperature_celsius",
          MetricType::Gauge,
-         "Temperature of the camera with the newest frame; absent where it can't be read.",
+         "Camera temperature at the latest frame; absent if the camera does not report it.",
          {{"", "", [](status s) { return of_newest(s, &frame_record::temperature_c); }}}},
         {"mediagrabber_gain_decibels",
          MetricType::Gauge,
-         "Gain of the newest frame.",
+         "Gain of the latest frame.",
          {{"", "", [](status s) { return of_newest(s, &frame_record::gain_db); }}}},
         {"mediagrabber_exposure_seconds",
          MetricType::Gauge,
-         "Exposure time of the newest frame.",
+         "Exposure time of the latest frame.",
          {{"", "", [](status s) { return of_newest(s, &frame_record::exposure_us, 1 / us_per_s); }}}},
         {"mediagrabber_output_free_bytes",
          MetricType::Gauge,
-         "Room for this user on the file system that the recording goes to.",
+         "Space available to this user on the file system of the recording.",
          {{"", "", [](status s) { return free_space(s.directory); }}}},
-        {"mediagrabber_messages_sent_total",
+        {"mediagrabber_mqtt_messages_sent_total",
          MetricType::Counter,
-         "Messages that went to the broker; absent, as the two below, where none is configured.",
+         "Messages sent to the broker; absent, like the two below, if no broker is configured.",
          {{"", "", [](status s) { return s.broker ? reading(s.broker->sent) : reading(); }}}},
-        {"mediagrabber_messages_dropped_total",
+        {"mediagrabber_mqtt_messages_dropped_total",
          MetricType::Counter,
-         "Messages that were given up before they reached the broker.",
+         "Messages dropped before they reached the broker.",
          {{"", "", [](status s) { return s.broker ? reading(s.broker->dropped) : reading(); }}}},
-        {"mediagrabber_broker_connected",
+        {"mediagrabber_mqtt_connected",
          MetricType::Gauge,
-         "1 while the broker lets this program send messages, else 0.",
+         "1 while connected to the broker, else 0.",
          {{"", "", [](status s) { return s.broker ? reading(s.broker->connected ? 1 : 0) : reading(); }}}},
-        {"mediagrabber_processor_seconds_total",
+        {"mediagrabber_process_cpu_seconds_total",
          MetricType::Counter,
-         "Processor time of this process, of all its threads and of the kernel for it.",
-         {{"", "", [](status) { return reading(processor_time()); }}}},
+         "CPU time of this process, user and system, all threads.",
+         {{"", "", [](status) { return reading(cpu_time()); }}}},
     };
 }
 
 std::vector<definition> const& definitions() {
     static auto const all = [] {
         auto found = frame_definitions();
-        auto states = state_definitions();
-        std::move(states.begin(), states.end(), std::back_inserter(found));
+        for (auto group : {delivery_definitions(), state_definitions()}) {
+            std::move(group.begin(), group.end(), std::back_inserter(found));
+        }
         return found;
     }();
     return all;
 }
 
-// The others have no value that is read at one moment.
+// These are not read from a status, so they have no entry in definitions().
 constexpr char camera_info_name[] = "mediagrabber_camera_info";
-constexpr char camera_info_help[] = "Always 1; the labels are the camera's, as the plug-in reported it when it began.";
+constexpr char camera_info_help[] = "Always 1; the labels identify the camera as the plug-in reported it at its start.";
 constexpr char interval_name[] = "mediagrabber_frame_interval_error_seconds";
 constexpr char interval_help[] =
-    "How far intervals between frames are from the period, either way; frames that are missing are allowed for.";
+    "Absolute deviation of the interval between frames from the frame period; missing frames are taken into account.";
 constexpr char handover_name[] = "mediagrabber_handover_delay_seconds";
 constexpr char handover_help[] =
-    "From a frame's timestamp to when the plug-in gave it out of its hands; less than nothing counts as nothing.";
+    "Time from a frame's timestamp until the plug-in handed the frame over; negative values count as 0.";
 constexpr char announcement_name[] = "mediagrabber_announcement_error_seconds";
-constexpr char announcement_help[] =
-    "How far frames' timestamps are from those that were announced for them, either way.";
+constexpr char announcement_help[] = "Absolute deviation of frame timestamps from the timestamps announced for them.";
 
-/// Upper ends, seconds: microseconds to a second, three a decade.
+/// Bucket boundaries, seconds: from the resolution of the timestamps to the longest plausible delay, three per decade.
 prometheus::Histogram::BucketBoundaries bounds() {
     return {1e-6, 2e-6, 5e-6, 1e-5, 2e-5, 5e-5, 1e-4, 2e-4, 5e-4, 1e-3,
             2e-3, 5e-3, 1e-2, 2e-2, 5e-2, 1e-1, 2e-1, 5e-1, 1.0};
 }
 
-/// What is no UTF-8 becomes the replacement character: labels come from cameras.
-std::string in_utf8(std::string const& text) {
+/// Replaces bytes that are not valid UTF-8, which the exposition format requires; labels come from cameras.
+std::string as_utf8(std::string const& text) {
     using nlohmann::json;
     return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
 }
@@ -202,7 +267,7 @@ std::string camera_property(recording_status const& status, std::string_view wor
     auto const found = std::find_if(status.camera.begin(), status.camera.end(), [&](auto const& property) {
         return property.label.find(word) != std::string::npos;
     });
-    return found == status.camera.end() ? std::string() : in_utf8(found->value);
+    return found == status.camera.end() ? std::string() : as_utf8(found->value);
 }
 
 ClientMetric labelled(std::string const& instance) {
@@ -264,8 +329,8 @@ std::optional<double> interval_error_s(frame_record const& before, frame_record 
     return std::abs(interval - static_cast<double>(periods) * period_us) / us_per_s;
 }
 
-/// Nothing is allocated here.
-void metrics::see(frame_lease const& frame) noexcept {
+/// Must not allocate: it runs on the exporter's thread for every frame.
+void metrics::on_frame(frame_lease const& frame) noexcept {
     auto const& record = frame.record();
     auto const period_us = period_us_ == nullptr ? 0 : period_us_->load();
     if (auto const error = last_ ? interval_error_s(*last_, record, period_us) : std::nullopt) {
@@ -313,7 +378,7 @@ std::string metrics::text(recording_status const& status) const {
 
 std::string metrics_reference() {
     std::string table =
-        "| metric | type | labels beside `instance_number` | meaning |\n"
+        "| metric | type | labels besides `instance_number` | meaning |\n"
         "|---|---|---|---|\n";
     table += reference_row(camera_info_name, "gauge", "`model`, `serial`", camera_info_help);
     for (auto const& metric : definitions()) {

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include "telemetry/record_queue.hpp"
 
 namespace mediagrabber {
 
 bool record_queue::push(frame_record const& record) {
     std::lock_guard const lock(mutex_);
-    bool const was_empty = waiting_ == 0;
-    records_[(first_ + waiting_) % records_.size()] = record;
-    if (waiting_ < records_.size()) {
-        ++waiting_;
+    bool const was_empty = size_ == 0;
+    records_[(first_ + size_) % records_.size()] = record;
+    if (size_ < records_.size()) {
+        ++size_;
     } else {
         first_ = (first_ + 1) % records_.size();
         ++dropped_;
@@ -17,24 +18,24 @@ bool record_queue::push(frame_record const& record) {
 
 std::optional<frame_record> record_queue::pop() {
     std::lock_guard const lock(mutex_);
-    if (waiting_ == 0) {
+    if (size_ == 0) {
         return std::nullopt;
     }
     auto const record = records_[first_];
     first_ = (first_ + 1) % records_.size();
-    --waiting_;
+    --size_;
     return record;
 }
 
-void record_queue::give_up() {
+void record_queue::drop_all() {
     std::lock_guard const lock(mutex_);
-    dropped_ += waiting_;
-    waiting_ = 0;
+    dropped_ += size_;
+    size_ = 0;
 }
 
-std::size_t record_queue::waiting() const {
+std::size_t record_queue::size() const {
     std::lock_guard const lock(mutex_);
-    return waiting_;
+    return size_;
 }
 
 std::uint64_t record_queue::dropped() const {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "web/access_token.hpp"
 
 #include <sys/stat.h>
@@ -8,15 +9,15 @@
 #include <system_error>
 #include <utility>
 
-#include "bounded_file.hpp"
-#include "web/web_address.hpp"
+#include "base/bounded_file.hpp"
+#include "config/web_address.hpp"
 
 namespace mediagrabber {
 
 namespace {
 
-constexpr std::size_t longest_token = 4'096;
-constexpr char how_to_make_one[] = "make one: (umask 077; head -c 24 /dev/urandom | base64 >FILE)";
+constexpr std::size_t max_token_file = 4'096;  ///< bytes
+constexpr char how_to_create[] = "create one with: (umask 077; head -c 24 /dev/urandom | base64 >FILE)";
 
 bool is_visible(char c) {
     return c > ' ' && c < '\x7F';
@@ -32,8 +33,7 @@ std::string without_line_end(std::string text) {
 void refuse_readable_file(std::filesystem::path const& file) {
     struct stat found {};
     if (stat(file.c_str(), &found) != 0) {
-        throw std::runtime_error(file.string() + ": " + std::generic_category().message(errno) + "; " +
-                                 how_to_make_one);
+        throw std::runtime_error(file.string() + ": " + std::generic_category().message(errno) + "; " + how_to_create);
     }
     if ((found.st_mode & (S_IROTH | S_IWOTH)) != 0) {
         throw std::runtime_error(file.string() + ": other users may read or write the token, run: chmod o-rw " +
@@ -44,26 +44,25 @@ void refuse_readable_file(std::filesystem::path const& file) {
 }  // namespace
 
 access_token::access_token(std::string secret) : secret_(std::move(secret)) {
-    if (secret_.size() < shortest_token) {
-        throw std::runtime_error("a token of " + std::to_string(secret_.size()) + " characters is refused, expected " +
-                                 std::to_string(shortest_token) + " or more; " + how_to_make_one);
+    if (secret_.size() < min_token) {
+        throw std::runtime_error("the token has " + std::to_string(secret_.size()) + " characters, expected at least " +
+                                 std::to_string(min_token) + "; " + how_to_create);
     }
     if (!std::all_of(secret_.begin(), secret_.end(), is_visible)) {
-        throw std::runtime_error(
-            std::string("a token with blanks or other characters that can't be seen is refused; ") + how_to_make_one);
+        throw std::runtime_error(std::string("the token contains blanks or control characters; ") + how_to_create);
     }
 }
 
 access_token access_token::read(std::filesystem::path const& file) {
     refuse_readable_file(file);
     try {
-        return access_token(without_line_end(read_bounded_file(file, longest_token)));
+        return access_token(without_line_end(read_bounded_file(file, max_token_file)));
     } catch (std::runtime_error const& error) {
         throw std::runtime_error(file.string() + ": " + error.what());
     }
 }
 
-bool access_token::is(std::string_view offered) const {
+bool access_token::matches(std::string_view offered) const {
     return same_in_constant_time(secret_, offered);
 }
 
@@ -78,15 +77,19 @@ bool same_in_constant_time(std::string_view secret, std::string_view offered) {
     return difference == 0U && !secret.empty();
 }
 
-void check_web_values(configuration const& values) {
-    if (!values.web_address) {
+void check_web_values(web_configuration const& values) {
+    if (!values.address) {
         return;
     }
-    auto const address = parse_web_address(*values.web_address);
-    if (!address.loopback && !values.web_token_file) {
-        throw std::runtime_error(*values.web_address +
-                                 " is reached by other machines, expected web.token_file (--web-token) beside it; " +
-                                 how_to_make_one + ", or use 127.0.0.1:" + std::to_string(address.port));
+    auto const address = parse_web_address(*values.address);
+    if (!address.loopback && !values.token_file) {
+        throw std::runtime_error(*values.address +
+                                 " is reachable from other machines and needs web.token_file (--web-token); " +
+                                 how_to_create + ", or use 127.0.0.1:" + std::to_string(address.port));
+    }
+    if (values.public_origin && !values.token_file) {
+        throw std::runtime_error("a page that is served at web.public_origin needs web.token_file (--web-token); " +
+                                 std::string(how_to_create));
     }
 }
 

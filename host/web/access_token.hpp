@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -5,31 +6,34 @@
 #include <string>
 #include <string_view>
 
-#include "configuration.hpp"
+#include "config/configuration.hpp"
 
 namespace mediagrabber {
 
-inline constexpr std::size_t shortest_token = 16;
+inline constexpr std::size_t min_token = 16;  ///< characters; with a retry delay of 32 s, guessing is infeasible
 
-/// The secret that lets somebody look at a recording and change it.
+/// The secret that authorises clients of the page. Immutable, so any thread may use it.
 class access_token {
 public:
-    /// Reads it from a file that nobody but its owner and group may read: one line. \throws std::runtime_error
+    /// Reads the token from the only line of a file.
+    /// \throws std::runtime_error  with a message for the operator, also if users other than owner and group may read
+    ///                             or write the file
     static access_token read(std::filesystem::path const& file);
-    /// \throws std::runtime_error when it is too short, or has other characters than visible ones
+    /// \throws std::runtime_error if the token is shorter than min_token or has blanks or control characters
     explicit access_token(std::string secret);
 
-    /// Takes as long for a token that is nearly right as for one that is not.
-    bool is(std::string_view offered) const;
+    /// Compares in constant time, so that a client cannot find the token character by character.
+    bool matches(std::string_view offered) const;
 
 private:
     std::string secret_;
 };
 
-/// Checks that an address and its token file go together, without opening the file. \throws std::runtime_error
-void check_web_values(configuration const& values);
+/// Checks that a page that other machines can reach, directly or through a proxy, has a token file. Does not open it.
+/// \throws std::runtime_error
+void check_web_values(web_configuration const& values);
 
-/// Whether two texts are the same; takes a time that depends on the length of `offered` alone.
+/// \return whether the texts are equal; the time depends only on the length of `offered`
 bool same_in_constant_time(std::string_view secret, std::string_view offered);
 
 }  // namespace mediagrabber

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "web/web_listener.hpp"
 
 #include <arpa/inet.h>
@@ -14,26 +15,23 @@
 #include <system_error>
 #include <utility>
 
-#include "thread_pace.hpp"
-
 namespace mediagrabber {
 
 namespace {
 
 constexpr int backlog = 64;
-constexpr std::size_t most_waiting = 128;  ///< connections without a thread
-constexpr int patience_with_idle_s = 3;    ///< connections that send nothing are not even accepted so long
-constexpr int pause_ms = 50;               ///< when descriptors have run out
+constexpr int defer_accept_s = 3;     ///< the kernel holds back connections without data for this long
+constexpr int client_check_ms = 100;  ///< the accuracy of the clients' time limits
 
 [[noreturn]] void refuse(web_address const& at, int error) {
     std::string const where = at.bracketed() + ":" + std::to_string(at.port);
-    std::string what = "the page can't be at " + where + ": " + std::generic_category().message(error);
+    std::string what = "cannot listen for the page at " + where + ": " + std::generic_category().message(error);
     if (error == EADDRINUSE) {
-        what += "; another program is there, expected another port, or port 0 for any that is free";
+        what += "; another program uses it: choose another port, or 0 for any free port";
     } else if (error == EADDRNOTAVAIL) {
-        what += "; expected an address of this machine (`ip addr` lists them), or 127.0.0.1";
+        what += "; use an address of this machine (see `ip addr`), or 127.0.0.1";
     } else if (error == EACCES) {
-        what += "; expected a port from 1024 on";
+        what += "; use a port of 1024 or above";
     }
     throw std::runtime_error(what);
 }
@@ -42,11 +40,11 @@ union any_address {
     sockaddr plain;
     sockaddr_in four;
     sockaddr_in6 six;
-    sockaddr_storage room;
+    sockaddr_storage storage;
 };
 
 socklen_t fill(web_address const& at, any_address& address) {
-    address.room = {};
+    address.storage = {};
     if (at.six) {
         address.six.sin6_family = AF_INET6;
         address.six.sin6_port = htons(at.port);
@@ -75,7 +73,7 @@ file_handle listening_socket(web_address const& at) {
         refuse(at, errno);
     }
     setsockopt(made.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    setsockopt(made.get(), IPPROTO_TCP, TCP_DEFER_ACCEPT, &patience_with_idle_s, sizeof patience_with_idle_s);
+    setsockopt(made.get(), IPPROTO_TCP, TCP_DEFER_ACCEPT, &defer_accept_s, sizeof defer_accept_s);
     if (bind(made.get(), &address.plain, size) != 0 || listen(made.get(), backlog) != 0) {
         refuse(at, errno);
     }
@@ -100,79 +98,43 @@ web_listener::~web_listener() {
     stop();
 }
 
-void web_listener::serve(std::size_t threads, server const& serve_one) {
-    threads_.emplace_back([this] { accept_all(); });
-    for (std::size_t i = 0; i < threads; ++i) {
-        threads_.emplace_back([this, serve_one] { serve_all(serve_one); });
-    }
+void web_listener::serve(server clients) {
+    clients_ = std::move(clients);
+    thread_ = std::jthread([this] { run(); });
 }
 
-void web_listener::accept_all() {
+void web_listener::run() {
     std::array<pollfd, 2> watched{
         {{.fd = listening_.get(), .events = POLLIN, .revents = 0}, {.fd = end_.get(), .events = POLLIN, .revents = 0}}};
+    bool any_clients = false;
     while (watched[1].revents == 0) {
-        if (poll(watched.data(), watched.size(), -1) <= 0 || watched[0].revents == 0) {
-            continue;
+        if (poll(watched.data(), watched.size(), any_clients ? client_check_ms : -1) > 0 && watched[0].revents != 0) {
+            accept_one();
         }
-        any_address address{};
-        socklen_t size = sizeof address;
-        file_handle connection(accept4(listening_.get(), &address.plain, &size, SOCK_CLOEXEC));
-        if (connection) {
-            int const on = 1;
-            setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            take({.connection = std::move(connection), .remote = host_of(address)});
-        } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            poll(&watched[1], 1, pause_ms);
-        }
+        any_clients = clients_.end_overdue();
     }
 }
 
-/// One too many is closed without a word: answering it would be work, too.
-void web_listener::take(visitor one) {
-    {
-        std::lock_guard const lock(mutex_);
-        if (stopped_ || waiting_.size() >= most_waiting) {
-            return;
-        }
-        waiting_.push_back(std::move(one));
+void web_listener::accept_one() {
+    any_address address{};
+    socklen_t size = sizeof address;
+    file_handle connection(accept4(listening_.get(), &address.plain, &size, SOCK_CLOEXEC));
+    if (!connection) {
+        pause_.after(errno, end_.get());
+        return;
     }
-    changed_.notify_one();
-}
-
-void web_listener::serve_all(server const& serve_one) {
-    work_when_idle();
-    std::unique_lock lock(mutex_);
-    while (true) {
-        changed_.wait(lock, [this] { return stopped_ || !waiting_.empty(); });
-        if (stopped_) {
-            return;
-        }
-        visitor const one = std::move(waiting_.front());
-        waiting_.pop_front();
-        served_.insert(one.connection.get());
-        lock.unlock();
-        serve_one(one.connection, one.remote);
-        lock.lock();
-        served_.erase(one.connection.get());
-    }
+    pause_.succeeded();
+    int const on = 1;
+    setsockopt(connection.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    clients_.add(std::move(connection), host_of(address));
 }
 
 void web_listener::stop() {
-    {
-        std::lock_guard const lock(mutex_);
-        stopped_ = true;
-        for (int const connection : served_) {
-            shutdown(connection, SHUT_RD);
-        }
-    }
     eventfd_write(end_.get(), 1);
-    changed_.notify_all();
-    for (auto& thread : threads_) {
-        thread.join();
+    if (thread_.joinable()) {
+        thread_.join();
     }
-    threads_.clear();
-    waiting_.clear();
-    listening_ = file_handle();  // who comes now is told at once that nobody is there
+    listening_ = file_handle();
 }
 
 }  // namespace mediagrabber

@@ -1,59 +1,52 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
-#include <condition_variable>
-#include <cstddef>
-#include <deque>
 #include <functional>
-#include <mutex>
-#include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "file_handle.hpp"
-#include "web/web_address.hpp"
+#include "base/accept_pause.hpp"
+#include "base/file_handle.hpp"
+#include "config/web_address.hpp"
 
 namespace mediagrabber {
 
-/// Takes connections at an address and has each served by one of a fixed number of threads; what finds no place in the
-/// queue is closed.
+/// Accepts TCP connections on a thread of its own. serve() and stop() belong to the owner's thread.
 class web_listener {
 public:
-    /// \param connection  belongs to the listener; \param remote  numeric address
-    using server = std::function<void(file_handle const& connection, std::string const& remote)>;
+    /// Called on the thread of the listener. Must not block.
+    struct server {
+        /// \param remote  the client's numeric address
+        std::function<void(file_handle connection, std::string const& remote)> add;
+        /// Called at least every 100 ms while it returns true: there are clients.
+        std::function<bool()> end_overdue;
+    };
 
-    /// Listens from now on. \throws std::runtime_error with a message for the operator when it can't
+    /// Starts to listen; connections wait for serve().
+    /// \throws std::runtime_error  with a message for the operator
     explicit web_listener(web_address const& at);
     ~web_listener();
     web_listener(web_listener const&) = delete;
     web_listener& operator=(web_listener const&) = delete;
 
-    /// With the port that it has.
+    /// \return the address, with the port that the system chose for port 0
     web_address const& at() const { return at_; }
 
-    /// Serves those who have come and those to come.
-    void serve(std::size_t threads, server const& serve_one);
-    /// Takes nobody any more, and waits for those who are served; they get nothing more to read.
+    /// Starts the thread. Call it at most once.
+    void serve(server clients);
+    /// Ends the thread and closes the listening socket: later clients get "connection refused" at once.
     void stop();
 
 private:
-    struct visitor {
-        file_handle connection;
-        std::string remote;
-    };
-    void accept_all();
-    void serve_all(server const& serve_one);
-    void take(visitor one);
+    void run();
+    void accept_one();
 
     web_address at_;
     file_handle listening_;
-    file_handle end_;  ///< tells the accepting thread to end
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::deque<visitor> waiting_;
-    std::set<int> served_;  ///< descriptors
-    bool stopped_ = false;
-    std::vector<std::thread> threads_;
+    file_handle const end_;  ///< eventfd, readable when the thread must end
+    server clients_;
+    accept_pause pause_{"live page"};
+    std::jthread thread_;
 };
 
 }  // namespace mediagrabber

@@ -1,40 +1,46 @@
+// SPDX-License-Identifier: MIT
 #include "web/web_server.hpp"
 
 #include <charconv>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string_view>
+#include <thread>
 #include <utility>
 
-#include "control_message.hpp"
-#include "host_log.hpp"
+#include "base/host_log.hpp"
+#include "control/control_message.hpp"
+#include "web/access_control.hpp"
 #include "web/access_token.hpp"
-#include "web/busy_places.hpp"
-#include "web/connection_stream.hpp"
-#include "web/live_picture.hpp"
-#include "web/login_sessions.hpp"
-#include "web/newest_frame.hpp"
-#include "web/page_answers.hpp"
+#include "web/address_limiter.hpp"
+#include "web/api_handlers.hpp"
+#include "web/http_server.hpp"
+#include "web/latest_frame.hpp"
 #include "web/page_files.hpp"
-#include "web/request_rules.hpp"
+#include "web/preview.hpp"
 #include "web/web_listener.hpp"
+#include "web/web_sessions.hpp"
 
 namespace mediagrabber {
 
 namespace {
 
-using httplib::Request;
-using httplib::Response;
-using handling = httplib::Server::HandlerResponse;
 using clock = std::chrono::steady_clock;
 
-// More threads than pictures and changes together can keep busy: there is always one for a question or a stop.
+// More threads than images and changes can occupy together, so that some are always free for the status and a stop.
 constexpr std::size_t threads = 48;
-constexpr std::size_t most_pictures = 32;  ///< that are waited for, or sent, at once
-constexpr std::size_t most_changes = 4;    ///< that are under way at once
-constexpr std::size_t longest_body = 16 * 1024;
-constexpr std::chrono::seconds longest_picture_wait{2};
-constexpr std::size_t records_asked = 65'536;
-constexpr std::size_t most_stretches = 600;
+constexpr std::size_t max_images = 32;              ///< concurrent requests for the live image
+constexpr std::size_t max_images_per_address = 24;  ///< leaves images to viewers at other addresses
+constexpr std::size_t max_changes = 6;              ///< concurrent changes
+constexpr std::size_t max_changes_per_address = 4;
+constexpr std::chrono::seconds listen_interval{2};  ///< between attempts to listen
+constexpr std::chrono::seconds max_image_wait{2};
+constexpr std::size_t max_records = 65'536;       ///< the capacity of the frame history
+constexpr std::size_t max_history_seconds = 600;  ///< twice what the page's charts show
 
 constexpr char json_type[] = "application/json";
 constexpr char text_type[] = "text/plain; charset=utf-8";
@@ -46,322 +52,412 @@ enum status_code : int {
     bad_request = 400,
     unauthorized = 401,
     forbidden = 403,
+    not_found = 404,
     conflict = 409,
     unsupported_type = 415,
     too_many = 429,
-    failed = 500,
     busy = 503
 };
 
-/// Nothing but this program's own files is loaded, nobody shows the page inside of another one, nothing is kept.
-httplib::Headers headers_of_all() {
-    return {{"Content-Security-Policy",
-             "default-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'; object-src 'none'"},
-            {"X-Content-Type-Options", "nosniff"},
-            {"X-Frame-Options", "DENY"},
-            {"Cross-Origin-Resource-Policy", "same-origin"},
-            {"Cross-Origin-Opener-Policy", "same-origin"},
-            {"Referrer-Policy", "same-origin"},
-            {"Cache-Control", "no-store"}};
-}
+/// Forbids foreign content, embedding of the page in other sites, and caching.
+constexpr std::pair<char const*, char const*> common_headers[] = {
+    {"Content-Security-Policy",
+     "default-src 'self'; base-uri 'none'; form-action 'self'; frame-ancestors 'none'; object-src 'none'"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"X-Frame-Options", "DENY"},
+    {"Cross-Origin-Resource-Policy", "same-origin"},
+    {"Cross-Origin-Opener-Policy", "same-origin"},
+    {"Referrer-Policy", "same-origin"},
+    {"Cache-Control", "no-store"}};
 
-void answer(Response& response, int status, std::string const& text) {
+void answer(http_response& response, int status, std::string const& text) {
     response.status = status;
     response.set_content(text + "\n", text_type);
 }
 
-void answer(Response& response, change_answer const& told) {
-    response.set_content(written(told), json_type);
-    if (told.status != exit_status::success) {
-        response.status = told.status == exit_status::usage ? bad_request : conflict;
+void answer(http_response& response, change_answer const& result) {
+    response.set_content(written(result), json_type);
+    if (result.status != exit_status::success) {
+        response.status = result.status == exit_status::usage ? bad_request : conflict;
     }
 }
 
-/// A number of a frame or a line in the query, 0 when it is not given.
-std::optional<std::uint64_t> number_in(Request const& request, char const* name) {
-    auto const text = request.get_param_value(name);
+void complete_response(http_response& response) {
+    for (auto const& [name, value] : common_headers) {
+        response.set_header(name, value);
+    }
+    if (response.status >= bad_request && response.body.empty()) {
+        answer(response, response.status, "error " + std::to_string(response.status));
+    }
+}
+
+/// A number in the query; 0 if the parameter is absent, nothing if it is not a number.
+std::optional<std::uint64_t> number_in(http_request const& request, char const* name) {
+    auto const text = request.parameter(name);
     std::uint64_t number = 0;
     auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    bool const whole = error == std::errc() && end == text.data() + text.size();
-    return text.empty() ? std::optional<std::uint64_t>(0) : whole ? std::optional(number) : std::nullopt;
+    bool const valid = error == std::errc() && end == text.data() + text.size();
+    return text.empty() ? std::optional<std::uint64_t>(0) : valid ? std::optional(number) : std::nullopt;
 }
 
-bool has_type(Request const& request, std::string_view type) {
-    auto const told = request.get_header_value("Content-Type");
-    return std::string_view(told).substr(0, told.find(';')) == type;
+bool has_type(http_request const& request, std::string_view type) {
+    auto const header = request.header("Content-Type");
+    return std::string_view(header).substr(0, header.find(';')) == type;
 }
 
-request_origin origin_of(Request const& request) {
-    return {.host = request.get_header_value("Host"),
-            .origin = request.get_header_value("Origin"),
-            .fetch_site = request.get_header_value("Sec-Fetch-Site"),
-            .fetch_mode = request.get_header_value("Sec-Fetch-Mode")};
+request_origin origin_of(http_request const& request) {
+    return {.host = request.header("Host"),
+            .origin = request.header("Origin"),
+            .fetch_site = request.header("Sec-Fetch-Site"),
+            .fetch_mode = request.header("Sec-Fetch-Mode")};
 }
 
-/// What is there before somebody has shown the token: constant files, and the place to show it.
-bool is_open_to_all(std::string const& path) {
+/// Paths that need no token: the login page and the static files that it uses.
+bool is_public(std::string const& path) {
     return path == "/login" || path == "/page.css" || path == "/icon.svg";
 }
 
 }  // namespace
 
-/// The routes, and what they need. Sockets are the listener's: of the HTTP library this is the parser and the routing.
-class web_server::site final : private httplib::Server {
+/// Routes and their state. The listener accepts connections; the HTTP server receives requests and owns the threads.
+class web_server::site final {
 public:
-    explicit site(configuration const& chosen)
-        : token_(chosen.web_token_file ? std::optional(access_token::read(*chosen.web_token_file)) : std::nullopt),
-          listener_(parse_web_address(*chosen.web_address)),
-          cookie_("mediagrabber_" + std::to_string(listener_.at().port)) {
-        set_default_headers(headers_of_all());
-        set_payload_max_length(longest_body);
-        set_pre_routing_handler(
-            [this](Request const& request, Response& response) { return guard(request, response); });
-        set_exception_handler([](Request const&, Response& response, std::exception_ptr failure) {
-            try {
-                std::rethrow_exception(std::move(failure));
-            } catch (std::exception const& error) {
-                answer(response, failed, error.what());
-            }
-        });
-        set_error_handler([](Request const&, Response& response) {
-            if (response.body.empty()) {
-                response.set_content("error " + std::to_string(response.status) + "\n", text_type);
-            }
-        });
+    explicit site(web_configuration const& chosen)
+        : chosen_(chosen),
+          proxied_(chosen.public_origin ? std::optional(parse_public_origin(*chosen.public_origin)) : std::nullopt),
+          server_({}, {.before_body = [this](http_request& request,
+                                             http_response& response) { return refuses(request, response); },
+                       .complete = [this](http_request const& request,
+                                          http_response& response) { dispatch(request, response); },
+                       .before_send = complete_response}) {
         add_files();
         add_login();
-        add_answers();
+        add_resources();
         add_controls();
+        listen();
     }
 
-    web_address const& address() const { return listener_.at(); }
-    frame_watcher_like& watcher() { return newest_; }
+    /// Null while the page cannot listen.
+    web_address const* address() const { return listener_ == nullptr ? nullptr : &listener_->at(); }
+    frame_observer_like& observer() { return latest_; }
 
     void open(recording_view view) {
         view_ = std::move(view);
-        listener_.serve(
-            threads, [this](file_handle const& connection, std::string const& remote) { serve(connection, remote); });
+        if (listener_ != nullptr) {
+            serve();
+        } else {
+            attempts_ = std::jthread([this](std::stop_token const& stop) { keep_listening(stop); });
+        }
     }
 
     void close() {
-        newest_.cancel();
-        picture_.cancel();
+        attempts_ = std::jthread();  // requests its stop and joins it
+        latest_.cancel();
+        full_scale_.cancel();
         stretched_.cancel();
-        listener_.stop();
+        if (listener_ != nullptr) {
+            listener_->stop();
+        }
+        server_.stop();
     }
 
 private:
-    void serve(file_handle const& connection, std::string const& remote) noexcept;
-    handling guard(Request const& request, Response& response);
-    bool let_in(Request const& request, Response& response);
-    bool shows_token(std::string_view offered, std::string const& remote, Response& response);
+    using handler = std::function<void(http_request const&, http_response&)>;
+
+    bool listen();
+    void keep_listening(std::stop_token const& stop);
+    void serve();
+    bool refuses(http_request& request, http_response& response);
+    bool is_occupied(http_request& request, http_response& response);
+    std::string client_of(http_request const& request) const;
+    void dispatch(http_request const& request, http_response& response) const;
+    void route(char const* method, char const* path, handler handle) { routes_[{method, path}] = std::move(handle); }
+    bool authorise(http_request const& request, http_response& response);
+    bool check_token(std::string_view offered, std::string const& remote, http_response& response);
     void add_files();
     void add_login();
-    void add_answers();
+    void add_resources();
     void add_controls();
-    void send_picture(Request const& request, Response& response);
-    void send_status(Response& response);
-    void send_history(Request const& request, Response& response) const;
-    void send_log(Request const& request, Response& response) const;
-    void log_in(Request const& request, Response& response);
+    void send_image(http_request const& request, http_response& response);
+    void send_status(http_response& response);
+    void send_history(http_request const& request, http_response& response) const;
+    void send_log(http_request const& request, http_response& response) const;
+    void log_in(http_request const& request, http_response& response);
     void add_control(char const* path, std::function<change_answer(std::string const& body)> control);
 
-    std::optional<access_token> const token_;
-    web_listener listener_;
-    std::string const cookie_;  ///< its name: cookies of one machine are shared by all its ports
+    std::map<std::pair<std::string, std::string>, handler> routes_;  ///< by method and path
+    web_configuration const chosen_;
+    std::optional<public_origin> const proxied_;
+    std::optional<access_token> token_;
+    std::unique_ptr<web_listener> listener_;  ///< null while the page cannot listen
+    std::string cookie_;                      ///< its name: cookies of one machine are shared by all its ports
+    std::string failure_;                     ///< why the last attempt to listen failed; empty: it did not
     recording_view view_;
-    newest_frame newest_;
-    live_picture picture_{newest_, live_picture::window::full_scale};
-    live_picture stretched_{newest_, live_picture::window::stretched};
-    login_sessions sessions_;
-    busy_places pictures_{most_pictures};
-    busy_places changes_{most_changes};
+    latest_frame latest_;
+    preview full_scale_{latest_, preview::window::full_scale};
+    preview stretched_{latest_, preview::window::stretched};
+    web_sessions sessions_;
+    address_limiter images_{max_images, max_images_per_address};
+    address_limiter changes_{max_changes, max_changes_per_address};
+    http_server server_;
+    std::jthread attempts_;  ///< to listen; while it runs, listener_, token_ and cookie_ are its own
 };
 
-/// One request a connection: one that is kept open would keep a thread.
-void web_server::site::serve(file_handle const& connection, std::string const& remote) noexcept {
+/// The recording does not depend on its page: an address that is not there yet, a port in use or an unreadable token
+/// file is logged, and tried again later.
+bool web_server::site::listen() {
     try {
-        connection_stream stream(connection, remote, {});
-        bool closed = false;
-        process_request(stream, true, closed, [](Request& request) { request.ranges.clear(); });
-        stream.finish();
+        token_ = chosen_.token_file ? std::optional(access_token::read(*chosen_.token_file)) : std::nullopt;
+        listener_ = std::make_unique<web_listener>(parse_web_address(*chosen_.address));
+        cookie_ = "mediagrabber_" + std::to_string(listener_->at().port);
+        return true;
     } catch (std::exception const& error) {
-        log_warning(std::string("the page: ") + error.what());
+        if (failure_ != error.what()) {
+            failure_ = error.what();
+            log_warning("no live page yet: " + failure_ + "; recording without it, and trying again every " +
+                        std::to_string(listen_interval.count()) + " s");
+        }
+        return false;
     }
 }
 
-/// Before anything else of a request is looked at than its headers.
-handling web_server::site::guard(Request const& request, Response& response) {
+void web_server::site::keep_listening(std::stop_token const& stop) {
+    std::mutex unused;
+    std::condition_variable_any stopped;
+    // cppcheck-suppress localMutex ; it protects nothing: waiting requires a lock
+    std::unique_lock lock(unused);
+    while (!stopped.wait_for(lock, stop, listen_interval, [] { return false; }) && !stop.stop_requested()) {
+        if (listen()) {
+            serve();
+            return;
+        }
+    }
+}
+
+void web_server::site::serve() {
+    try {
+        server_.start(threads);
+        listener_->serve({.add = [this](file_handle connection,
+                                        std::string const& remote) { server_.add(std::move(connection), remote); },
+                          .end_overdue = [this] { return server_.end_overdue(); }});
+        log_info("live page: " + listener_->at().url());
+    } catch (std::exception const& error) {
+        log_warning(std::string("no live page: ") + error.what());
+    }
+}
+
+/// The address that limits apply to: behind the proxy, that of the proxy's client.
+std::string web_server::site::client_of(http_request const& request) const {
+    auto const forwarded = request.header("X-Forwarded-For");
+    bool const by_proxy = proxied_ && (request.remote == "::1" || request.remote.starts_with("127."));
+    if (!by_proxy || forwarded.empty()) {
+        return request.remote;
+    }
+    auto const last = forwarded.find_last_of(", ");  // the proxy appends; what is before is the client's own claim
+    return last == forwarded.npos ? forwarded : forwarded.substr(last + 1);
+}
+
+/// Limits images and changes. A slot is free again when the response has been sent, so that a client that does not read
+/// responses cannot occupy more.
+/// \return whether the client must retry; the response is complete then
+bool web_server::site::is_occupied(http_request& request, http_response& response) {
+    bool const image = request.path == "/frame.jpg";
+    bool const change = request.path == "/control/set" || request.path == "/control/lut" ||
+                        request.path == "/control/reload";  // not a stop: it must work during other changes
+    if (!image && !change) {
+        return false;
+    }
+    request.held = (image ? images_ : changes_).acquire(client_of(request));
+    if (request.held != nullptr) {
+        return false;
+    }
+    response.set_header("Retry-After", "1");
+    if (image) {
+        answer(response, busy, "too many viewers, try again");
+    } else {
+        response.status = busy;
+        response.set_content(
+            written({.status = exit_status::timed_out, .lines = {"other changes are in progress, try again"}}),
+            json_type);
+    }
+    return true;
+}
+
+void web_server::site::dispatch(http_request const& request, http_response& response) const {
+    auto const found = routes_.find({request.method == "HEAD" ? "GET" : request.method, request.path});
+    if (found == routes_.end()) {
+        return answer(response, not_found, "not found");
+    }
+    found->second(request, response);
+}
+
+/// Runs before the body is read. Origin and token are checked first.
+/// \return whether the response is complete
+bool web_server::site::refuses(http_request& request, http_response& response) {
     bool const changes = request.method != "GET" && request.method != "HEAD";
-    auto const reason = reason_to_refuse(origin_of(request), listener_.at(), changes);
+    auto const reason = reason_to_refuse(origin_of(request), listener_->at(), proxied_ ? &*proxied_ : nullptr, changes);
     if (!reason.empty()) {
         answer(response, forbidden, reason);
-        return handling::Handled;
+        return true;
     }
-    if (!is_open_to_all(request.path) && !let_in(request, response)) {
-        return handling::Handled;
+    if (!is_public(request.path) && !authorise(request, response)) {
+        return true;
     }
     char const* const type = request.path == "/login" || request.path == "/logout" ? form_type : json_type;
-    if (changes && (!has_type(request, type) || request.has_header("Content-Encoding"))) {
+    if (changes && (!has_type(request, type) || !request.header("Content-Encoding").empty())) {
         answer(response, unsupported_type, std::string("expected Content-Type ") + type + " and no Content-Encoding");
-        return handling::Handled;
+        return true;
     }
-    return handling::Unhandled;
+    return is_occupied(request, response);
 }
 
-/// \return whether this visitor may go on; if not, the answer says how
-bool web_server::site::let_in(Request const& request, Response& response) {
+/// \return whether the client is authorised; if not, the response is complete
+bool web_server::site::authorise(http_request const& request, http_response& response) {
     constexpr std::string_view bearer = "Bearer ";
-    auto const shown = request.get_header_value("Authorization");
-    auto const cookies = request.get_header_value("Cookie");
-    if (!token_ || sessions_.is_open(cookie_value(cookies, cookie_), clock::now())) {
+    auto const shown = request.header("Authorization");
+    auto const cookies = request.header("Cookie");
+    if (!token_ || sessions_.is_valid(cookie_value(cookies, cookie_), clock::now())) {
         return true;
     }
     if (shown.starts_with(bearer)) {
-        return shows_token(std::string_view(shown).substr(bearer.size()), request.remote_addr, response);
+        return check_token(std::string_view(shown).substr(bearer.size()), client_of(request), response);
     }
     if (request.method == "GET" && request.path == "/") {
-        response.set_redirect("/login", see_other);
+        response.redirect("/login", see_other);
         return false;
     }
     response.set_header("WWW-Authenticate", "Bearer");
-    answer(response, unauthorized,
-           "the token is needed: log in at " + std::string("/login") + ", or send it as Authorization: Bearer TOKEN");
+    answer(response, unauthorized, "token required: log in at /login, or send the header Authorization: Bearer TOKEN");
     return false;
 }
 
-bool web_server::site::shows_token(std::string_view offered, std::string const& remote, Response& response) {
+/// The right token is accepted at any time: wrong ones from the same address, for example of a proxy, must not lock its
+/// owner out. It is too long to be guessed; the delay only slows down clients with wrong tokens.
+bool web_server::site::check_token(std::string_view offered, std::string const& remote, http_response& response) {
     auto const now = clock::now();
-    if (auto const wait = sessions_.wait_of(remote, now); wait != 0) {
+    if (token_->matches(offered)) {
+        sessions_.succeeded(remote);
+        return true;
+    }
+    if (auto const wait = sessions_.retry_after(remote, now); wait != 0) {
         response.set_header("Retry-After", std::to_string(wait));
         answer(response, too_many, "too many wrong tokens, try again in " + std::to_string(wait) + " s");
         return false;
     }
-    if (!token_->is(offered)) {
-        sessions_.failed(remote, now);
-        answer(response, unauthorized, "that is not the token");
-        return false;
-    }
-    sessions_.succeeded(remote);
-    return true;
+    sessions_.failed(remote, now);
+    answer(response, unauthorized, "wrong token");
+    return false;
 }
 
 void web_server::site::add_files() {
     auto const file = [this](char const* path, char const* name, char const* type) {
-        Get(path, [name, type](Request const&, Response& response) {
+        route("GET", path, [name, type](http_request const&, http_response& response) {
             response.set_content(std::string(page_file_content(name)), type);
         });
     };
     file("/", "page.html", "text/html; charset=utf-8");
-    file("/page\\.css", "page.css", "text/css; charset=utf-8");
-    file("/page\\.js", "page.js", "text/javascript; charset=utf-8");
-    file("/charts\\.js", "charts.js", "text/javascript; charset=utf-8");
-    file("/icon\\.svg", "icon.svg", "image/svg+xml");
+    file("/page.css", "page.css", "text/css; charset=utf-8");
+    file("/page.js", "page.js", "text/javascript; charset=utf-8");
+    file("/charts.js", "charts.js", "text/javascript; charset=utf-8");
+    file("/icon.svg", "icon.svg", "image/svg+xml");
 }
 
-void web_server::site::log_in(Request const& request, Response& response) {
-    Response refusal;
-    if (!token_ || shows_token(request.get_param_value("token"), request.remote_addr, refusal)) {
-        response.set_header("Set-Cookie",
-                            cookie_ + "=" + sessions_.begin(clock::now()) + "; Path=/; HttpOnly; SameSite=Strict");
-        response.set_redirect("/", see_other);
+void web_server::site::log_in(http_request const& request, http_response& response) {
+    http_response refusal;
+    if (!token_ || check_token(request.form_field("token"), client_of(request), refusal)) {
+        bool const secure = proxied_ && proxied_->secure;
+        response.set_header("Set-Cookie", cookie_ + "=" + sessions_.start(clock::now()) +
+                                              "; Path=/; HttpOnly; SameSite=Strict" + (secure ? "; Secure" : ""));
+        response.redirect("/", see_other);
         return;
     }
-    constexpr std::string_view place = "<!--answer-->";
+    constexpr std::string_view placeholder = "<!--answer-->";
     std::string page(page_file_content("login.html"));
-    page.replace(page.find(place), place.size(), refusal.body);
+    page.replace(page.find(placeholder), placeholder.size(), refusal.body);
     response.status = refusal.status;
     response.headers.merge(refusal.headers);
     response.set_content(page, "text/html; charset=utf-8");
 }
 
 void web_server::site::add_login() {
-    Get("/login", [](Request const&, Response& response) {
+    route("GET", "/login", [](http_request const&, http_response& response) {
         response.set_content(std::string(page_file_content("login.html")), "text/html; charset=utf-8");
     });
-    Post("/login", [this](Request const& request, Response& response) { log_in(request, response); });
-    Post("/logout", [this](Request const& request, Response& response) {
-        sessions_.end(cookie_value(request.get_header_value("Cookie"), cookie_));
-        response.set_redirect("/login", see_other);
+    route("POST", "/login",
+          [this](http_request const& request, http_response& response) { log_in(request, response); });
+    route("POST", "/logout", [this](http_request const& request, http_response& response) {
+        sessions_.end(cookie_value(request.header("Cookie"), cookie_));
+        response.redirect("/login", see_other);
     });
 }
 
-void web_server::site::add_answers() {
-    Get("/frame\\.jpg", [this](Request const& request, Response& response) { send_picture(request, response); });
-    Get("/status\\.json", [this](Request const&, Response& response) { send_status(response); });
-    Get("/history\\.json", [this](Request const& request, Response& response) { send_history(request, response); });
-    Get("/log\\.json", [this](Request const& request, Response& response) { send_log(request, response); });
-    Get("/metrics", [this](Request const&, Response& response) {
+void web_server::site::add_resources() {
+    route("GET", "/frame.jpg",
+          [this](http_request const& request, http_response& response) { send_image(request, response); });
+    route("GET", "/status.json", [this](http_request const&, http_response& response) { send_status(response); });
+    route("GET", "/history.json",
+          [this](http_request const& request, http_response& response) { send_history(request, response); });
+    route("GET", "/log.json",
+          [this](http_request const& request, http_response& response) { send_log(request, response); });
+    route("GET", "/metrics", [this](http_request const&, http_response& response) {
         if (view_.metrics) {
             response.set_content(view_.metrics(), "text/plain; version=0.0.4; charset=utf-8");
         } else {
-            answer(response, 404, "there are no metrics");
+            answer(response, not_found, "this recording has no metrics");
         }
     });
 }
 
-/// Waits for the next frame behind the one that the visitor knows; without one he is told so, and comes again.
-void web_server::site::send_picture(Request const& request, Response& response) {
+/// Long poll: waits for a frame other than the one that the client has. Without one the response is 204, and the client
+/// requests again.
+void web_server::site::send_image(http_request const& request, http_response& response) {
     auto const known = number_in(request, "after");
     if (!known) {
-        return answer(response, bad_request, "expected a frame's number in \"after\"");
+        return answer(response, bad_request, "expected a frame number in \"after\"");
     }
-    busy_places::place const place(pictures_);
-    if (!place) {
-        response.set_header("Retry-After", "1");
-        return answer(response, busy, "too many look at the picture at once");
-    }
-    auto& pictures = request.get_param_value("window") == "stretched" ? stretched_ : picture_;
-    auto const picture = pictures.next(*known, clock::now() + longest_picture_wait);
-    if (!picture) {
+    auto& images = request.parameter("window") == "stretched" ? stretched_ : full_scale_;
+    auto const image = images.next(*known, clock::now() + max_image_wait);
+    if (!image) {
         response.status = no_content;
         return;
     }
-    response.set_header("X-Frame", std::to_string(picture->record.number));
-    response.set_header("X-Timestamp-Us", std::to_string(picture->record.timestamp_us));
-    response.set_header("X-Window", std::to_string(picture->shown.black) + " " + std::to_string(picture->shown.white));
-    response.set_content(picture->jpeg.data(), picture->jpeg.size(), "image/jpeg");
+    response.set_header("X-Frame", std::to_string(image->record.number));
+    response.set_header("X-Timestamp-Us", std::to_string(image->record.timestamp_us));
+    response.set_header("X-Window", std::to_string(image->shown.black) + " " + std::to_string(image->shown.white));
+    response.set_content(std::string(image->jpeg.begin(), image->jpeg.end()), "image/jpeg");
 }
 
-void web_server::site::send_status(Response& response) {
-    auto const full = picture_.last();
+void web_server::site::send_status(http_response& response) {
+    auto const full = full_scale_.last();
     auto const stretched = stretched_.last();
     bool const second = stretched && (!full || stretched->made > full->made);
     auto const tone = view_.tone == nullptr ? tone_curve::snapshot() : view_.tone->current();
-    response.set_content(status_answer(view_.status(), tone, second ? stretched.get() : full.get()), json_type);
+    response.set_content(status_response(view_.status(), tone, second ? stretched.get() : full.get()), json_type);
 }
 
-void web_server::site::send_history(Request const& request, Response& response) const {
+void web_server::site::send_history(http_request const& request, http_response& response) const {
     auto after = number_in(request, "after");
     if (!after) {
-        return answer(response, bad_request, "expected a frame's number in \"after\"");
+        return answer(response, bad_request, "expected a frame number in \"after\"");
     }
     auto const newest = view_.history->newest();
     if (newest && newest->number < *after) {
-        after = 0;  // the visitor's numbers are of a recording before this one
+        after = 0;  // the client's number is from an earlier recording
     }
-    auto const records = view_.history->after(*after == 0 ? 0 : *after - 1, records_asked);
-    response.set_content(history_answer(records, *after, most_stretches), json_type);
+    auto const records = view_.history->after(*after == 0 ? 0 : *after - 1, max_records);
+    response.set_content(history_response(records, *after, max_history_seconds), json_type);
 }
 
-void web_server::site::send_log(Request const& request, Response& response) const {
+void web_server::site::send_log(http_request const& request, http_response& response) const {
     auto const after = number_in(request, "after");
     if (!after) {
-        return answer(response, bad_request, "expected a line's number in \"after\"");
+        return answer(response, bad_request, "expected a line number in \"after\"");
     }
-    response.set_content(log_answer(view_.log->after(*after)), json_type);
+    response.set_content(log_response(view_.log->after(*after)), json_type);
 }
 
 void web_server::site::add_control(char const* path, std::function<change_answer(std::string const& body)> control) {
-    Post(path, [this, control = std::move(control)](Request const& request, Response& response) {
-        busy_places::place const place(changes_);
-        if (!place) {
-            response.status = busy;
-            response.set_content(
-                written({.status = exit_status::timed_out, .lines = {"other changes are under way, try again"}}),
-                json_type);
-            return;
-        }
+    route("POST", path, [control = std::move(control)](http_request const& request, http_response& response) {
         try {
             answer(response, control(request.body));
         } catch (setting_refused const& refused) {
@@ -375,14 +471,13 @@ void web_server::site::add_control(char const* path, std::function<change_answer
 void web_server::site::add_controls() {
     add_control("/control/set",
                 [this](std::string const& body) { return view_.controls.change(read_page_request(body)); });
-    add_control("/control/table",
-                [this](std::string const& body) { return view_.controls.calculate_table(read_table_request(body)); });
+    add_control("/control/lut",
+                [this](std::string const& body) { return view_.controls.calculate_lut(read_lut_request(body)); });
     add_control("/control/reload", [this](std::string const& body) {
         read_empty_request(body);
         return view_.controls.reload();
     });
-    // A stop finds a place whatever else is under way.
-    Post("/control/stop", [this](Request const& request, Response& response) {
+    route("POST", "/control/stop", [this](http_request const& request, http_response& response) {
         try {
             read_empty_request(request.body);
             answer(response, view_.controls.stop());
@@ -392,23 +487,22 @@ void web_server::site::add_controls() {
     });
 }
 
-web_server::web_server(configuration const& chosen) : site_(std::make_unique<site>(chosen)) {}
+web_server::web_server(web_configuration const& chosen) : site_(std::make_unique<site>(chosen)) {}
 
 web_server::~web_server() {
     close();
 }
 
-web_address const& web_server::address() const {
+web_address const* web_server::address() const {
     return site_->address();
 }
 
-frame_watcher_like& web_server::watcher() {
-    return site_->watcher();
+frame_observer_like& web_server::observer() {
+    return site_->observer();
 }
 
 void web_server::open(recording_view view) {
     site_->open(std::move(view));
-    log_info("the page is at " + address().url());
 }
 
 void web_server::close() {

@@ -1,49 +1,58 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <string>
 
-#include "configuration.hpp"
-#include "frame_watcher_like.hpp"
-#include "live/frame_history.hpp"
-#include "live/log_memory.hpp"
-#include "live/recording_controls.hpp"
-#include "live/recording_status.hpp"
-#include "live/tone_curve.hpp"
-#include "web/web_address.hpp"
+#include "config/configuration.hpp"
+#include "config/web_address.hpp"
+#include "control/recording_controls.hpp"
+#include "frames/frame_observer_like.hpp"
+#include "plugin/tone_curve.hpp"
+#include "status/frame_history.hpp"
+#include "status/log_buffer.hpp"
+#include "status/recording_status.hpp"
 
 namespace mediagrabber {
 
-/// The live page of a recording, and what it is made of, over HTTP. Everything happens on threads of its own: neither
-/// the plug-in's nor the exporter's ever waits for a browser.
+/// The HTTP server of a recording: live page, live image, status, log, controls and metrics.
+///
+/// Threads: requests are handled on threads of the server, so neither the plug-in's thread nor the exporter's ever
+/// waits for a client. The functions of recording_view are called on those threads, several at a time.
+///
+/// Security: every request passes access control (origin, host name) and, if a token is configured, authorisation. Only
+/// the login page and its static files need no token. TLS is left to a reverse proxy.
 class web_server {
 public:
-    /// What the page shows and does. The pointers live until close() has returned.
+    /// What the page shows and controls. The pointers must stay valid until close() has returned.
     struct recording_view {
         std::function<recording_status()> status;
         recording_controls controls;
         tone_curve const* tone = nullptr;
         frame_history const* history = nullptr;
-        log_memory const* log = nullptr;
-        /// What GET /metrics answers; nothing: there is no such thing.
-        std::function<std::string()> metrics;
+        log_buffer const* log = nullptr;
+        std::function<std::string()> metrics;  ///< body of GET /metrics; empty: 404
     };
 
-    /// Listens as configured; whoever comes waits until it is opened.
-    /// \throws std::runtime_error with a message for the operator when it can't
-    explicit web_server(configuration const& chosen);
+    /// Listens at the configured address; clients wait until open(). If the address or the token cannot be used, logs a
+    /// warning, and tries again while the server is open.
+    /// \throws std::runtime_error  if the text of the address or the origin is not valid
+    explicit web_server(web_configuration const& chosen);
     ~web_server();
     web_server(web_server const&) = delete;
     web_server& operator=(web_server const&) = delete;
 
-    /// With the port that it has.
-    web_address const& address() const;
-    /// For the exporter.
-    frame_watcher_like& watcher();
+    /// \return the address, with the port that the system chose for port 0; null: it does not listen. Not while open()
+    /// still tries to listen
+    web_address const* address() const;
+    /// \return the observer that supplies the live image; lives as long as the server
+    frame_observer_like& observer();
 
+    /// Starts to serve clients. Call it at most once.
     void open(recording_view view);
-    /// Waits for calls that have begun; who they call has to see to that.
+    /// Disconnects all clients. Blocks until running callbacks have returned, so the owner must first end those that
+    /// wait for the recording.
     void close();
 
 private:

@@ -1,6 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 'use strict';
 
-// Charts on canvases, in the colours of the style sheet.
+// Draws charts on canvases, in the colours of the style sheet.
 
 const charts = (() => {
   const colours = {};
@@ -13,7 +14,7 @@ const charts = (() => {
   readColours();
   matchMedia('(prefers-color-scheme: dark)').addEventListener('change', readColours);
 
-  // The canvas gets as many pixels as the screen shows. The context then counts in CSS pixels.
+  // Matches the canvas resolution to the screen. The context uses CSS pixels.
   function prepare(canvas) {
     const scale = window.devicePixelRatio || 1;
     const width = canvas.clientWidth;
@@ -29,23 +30,25 @@ const charts = (() => {
     return {context, width, height};
   }
 
-  // Counts by the square root, so that what is rare is seen beside what is frequent; the curve over them.
+  // The bars have a square-root scale, so that rare values remain visible. The tone curve has a linear scale from 0 to full
+  // scale, like the pixel values.
   function histogram(canvas, counts, curve) {
     const {context, width, height} = prepare(canvas);
+    const top = 16;  // space for the names of the vertical axes
     context.strokeStyle = colours.line;
     context.lineWidth = 1;
     for (let quarter = 0; quarter <= 4; ++quarter) {
       const x = Math.round(quarter * (width - 1) / 4) + 0.5;
       context.beginPath();
-      context.moveTo(x, 0);
+      context.moveTo(x, top);
       context.lineTo(x, height);
       context.stroke();
     }
-    const tallest = Math.sqrt(Math.max(1, ...counts));
+    const maxRoot = Math.sqrt(Math.max(1, ...counts));
     context.fillStyle = colours.data;
     const step = width / counts.length;
     counts.forEach((count, i) => {
-      const bar = Math.sqrt(count) / tallest * (height - 4);
+      const bar = Math.sqrt(count) / maxRoot * (height - top);
       context.fillRect(i * step, height - bar, Math.max(step - 0.3, 0.7), bar);
     });
     if (curve.length > 1) {
@@ -54,11 +57,19 @@ const charts = (() => {
       context.beginPath();
       curve.forEach((value, i) => {
         const x = i * (width - 1) / (curve.length - 1);
-        const y = height - 1 - value * (height - 2);
+        const y = height - 1 - value * (height - top - 1);
         if (i === 0) context.moveTo(x, y); else context.lineTo(x, y);
       });
       context.stroke();
     }
+    context.fillStyle = colours.ink;
+    context.textBaseline = 'top';
+    context.textAlign = 'left';
+    if (counts.length) context.fillText(`pixels, square-root scale to ${Math.max(...counts).toLocaleString('en-US')}`, 0, 0);
+    context.fillStyle = colours.curve;
+    context.textAlign = 'right';
+    if (curve.length > 1) context.fillText('tone curve, linear scale', width, 0);
+    context.textAlign = 'left';
   }
 
   function rounded(value, up) {
@@ -66,8 +77,9 @@ const charts = (() => {
     return (up ? Math.ceil(value / size) : Math.floor(value / size)) * size;
   }
 
-  // What is above `highest` times the middle is cut off at the upper edge, so that one pause does not flatten the rest.
-  // Where least, mean and greatest of each second lie. Points: {t, low, mean, high}, t in seconds; gaps stay gaps.
+  // Minimum, mean and maximum per second. Points: {t, low, mean, high}, t in seconds; gaps are not bridged. Values above
+  // `maxRatio` times the median are cut off, so that a single pause does not flatten the chart. `minMargin` is the least
+  // distance of the values from the edges, and `zero` includes 0 in the value axis.
   function band(canvas, points, options) {
     const {context, width, height} = prepare(canvas);
     const right = width - 1;
@@ -81,15 +93,15 @@ const charts = (() => {
       low = Math.min(low, point.low);
       high = Math.max(high, point.high);
     }
-    if (options.highest && inside.length) {
+    if (options.maxRatio && inside.length) {
       const means = inside.map((point) => point.mean).sort((a, b) => a - b);
-      high = Math.min(high, options.highest * means[Math.floor(means.length / 2)]);
+      high = Math.min(high, options.maxRatio * means[Math.floor(means.length / 2)]);
     }
     if (!Number.isFinite(low) || !Number.isFinite(high)) { low = 0; high = 1; }
-    const margin = Math.max((high - low) * 0.1, options.least || 0);
+    const margin = Math.max((high - low) * 0.1, options.minMargin || 0);
     high = rounded(high + margin, true);
-    const least = options.zero ? Math.min(low, 0) : rounded(low - margin, false);
-    low = low >= 0 ? Math.max(least, 0) : rounded(least, false);
+    const bottomValue = options.zero ? Math.min(low, 0) : rounded(low - margin, false);
+    low = low >= 0 ? Math.max(bottomValue, 0) : rounded(bottomValue, false);
     const x = (t) => (t - begin) / options.seconds * right;
     const y = (value) => bottom - (Math.min(value, high) - low) / (high - low || 1) * (bottom - 12);
     context.strokeStyle = colours.line;
@@ -107,27 +119,29 @@ const charts = (() => {
     context.fillText(`${options.seconds / 60} min ago`, 0, height);
     context.textAlign = 'right';
     context.fillText('now', right, height);
+    context.textAlign = 'center';
+    context.fillText('time', right / 2, height);
     context.textAlign = 'left';
 
-    const widest = Math.max(right / options.seconds, 1.5);
+    const barWidth = Math.max(right / options.seconds, 1.5);
     context.fillStyle = colours.band;
     for (const point of inside) {
       const top = y(point.high);
-      context.fillRect(x(point.t), top, widest, Math.max(y(point.low) - top, 1));
+      context.fillRect(x(point.t), top, barWidth, Math.max(y(point.low) - top, 1));
     }
     context.strokeStyle = colours.data;
     context.lineWidth = 1.5;
     context.beginPath();
     let last = -Infinity;
     for (const point of inside) {
-      const middle = x(point.t) + widest / 2;
+      const middle = x(point.t) + barWidth / 2;
       if (point.t - last > 2.5) context.moveTo(middle, y(point.mean)); else context.lineTo(middle, y(point.mean));
       last = point.t;
     }
     context.stroke();
     context.fillStyle = colours.bad;
     for (const point of inside) {
-      if (point.lost) context.fillRect(x(point.t), 0, widest, 5);
+      if (point.lost) context.fillRect(x(point.t), 0, barWidth, 5);
     }
   }
 

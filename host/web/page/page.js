@@ -1,14 +1,15 @@
+/* SPDX-License-Identifier: MIT */
 'use strict';
 
 const $ = (id) => document.getElementById(id);
-const chartSeconds = [60, 120, 300];  // the shortest that all of it has room in
+const chartSeconds = [60, 120, 300];  // time spans of the charts; the shortest that shows all data is used
 const pause = (milliseconds) => new Promise((resolve) => { setTimeout(resolve, milliseconds); });
 
-// --- What comes from the recording
+// --- Requests
 
 let reachable = true;
 
-// Throws when nothing comes; a page that is not logged in any more goes where one logs in.
+// Throws on failure. An expired session leads to the login page.
 async function get(path) {
   const response = await fetch(path, {cache: 'no-store', signal: AbortSignal.timeout(15000)});
   if (response.status === 401) location.assign('/login');
@@ -16,12 +17,12 @@ async function get(path) {
   return response;
 }
 
-// Asks again and again; less often while the page is hidden or nobody answers.
-async function poll(milliseconds, ask) {
+// Repeats a request; less often while the page is hidden or the server is unreachable.
+async function poll(milliseconds, request) {
   for (;;) {
     let wait = milliseconds;
     try {
-      await ask();
+      await request();
     } catch {
       wait = Math.max(milliseconds, 1000);
     }
@@ -29,19 +30,19 @@ async function poll(milliseconds, ask) {
   }
 }
 
-// --- The picture
+// --- Live image
 
 const shown = {number: 0, times: [], bitmap: null};
 
 function showRate() {
   const now = performance.now();
   shown.times = shown.times.filter((time) => now - time < 2000);
-  $('picture-rate').textContent = shown.times.length > 1 ? `${(shown.times.length / 2).toFixed(0)} shown/s` : '';
+  $('image-rate').textContent = shown.times.length > 1 ? `${(shown.times.length / 2).toFixed(0)} images/s` : '';
 }
 
-async function showPicture(response) {
+async function showImage(response) {
   const bitmap = await createImageBitmap(await response.blob());
-  const canvas = $('picture');
+  const canvas = $('image');
   if (canvas.width !== bitmap.width || canvas.height !== bitmap.height) {
     canvas.width = bitmap.width;
     canvas.height = bitmap.height;
@@ -51,12 +52,12 @@ async function showPicture(response) {
   bitmap.close();
   shown.number = Number(response.headers.get('X-Frame'));
   shown.times.push(performance.now());
-  $('picture-frame').textContent = `#${shown.number}`;
-  canvas.setAttribute('aria-label', `The camera's picture, frame ${shown.number}`);
+  $('image-frame').textContent = `#${shown.number}`;
+  canvas.setAttribute('aria-label', `Live image, frame ${shown.number}`);
   canvas.dataset.frame = String(shown.number);
 }
 
-async function followPictures() {
+async function followImages() {
   for (;;) {
     if (document.hidden || $('pause').checked) {
       await pause(200);
@@ -66,7 +67,7 @@ async function followPictures() {
     try {
       const kind = $('stretch').checked ? '&window=stretched' : '';
       const response = await get(`/frame.jpg?after=${shown.number}${kind}`);
-      if (response.status === 200) await showPicture(response);
+      if (response.status === 200) await showImage(response);
     } catch {
       await pause(1000);
     }
@@ -74,7 +75,7 @@ async function followPictures() {
   }
 }
 
-// --- Figures
+// --- Counters
 
 const grouped = (number) => Math.round(number).toLocaleString('en-US').replaceAll(',', '\u202f');
 
@@ -111,7 +112,7 @@ function count(id, number, kind = 'some') {
 const rate = {last: null, shown: null};
 
 function framesPerSecond(status) {
-  const now = {time: status.running_s, frames: status.counts.handed_over};
+  const now = {time: status.uptime_s, frames: status.counts.handed_over};
   if (rate.last && now.time > rate.last.time + 0.9) {
     rate.shown = Math.max(0, (now.frames - rate.last.frames) / (now.time - rate.last.time));
     rate.last = now;
@@ -123,18 +124,18 @@ function framesPerSecond(status) {
 
 function showState(status) {
   const late = status.seconds_since_frame === null ? null : status.seconds_since_frame;
-  const patience = Math.max(2, status.period_us * 5 / 1e6);
+  const maxAge = Math.max(2, status.period_us * 5 / 1e6);
   let [text, kind] = ['recording', 'good'];
   if (late === null) [text, kind] = ['waiting for the camera', 'warn'];
-  else if (!status.capturing && late > 1) [text, kind] = ['between two runs', 'warn'];
-  else if (late > patience) [text, kind] = [`no frame for ${late.toFixed(0)} s`, 'bad'];
+  else if (!status.capturing && late > 1) [text, kind] = ['restarting', 'warn'];
+  else if (late > maxAge) [text, kind] = [`no frame for ${late.toFixed(0)} s`, 'bad'];
   put('state', text);
   $('state').className = `state ${kind}`;
 }
 
 function showCamera(status) {
-  const told = new Map(status.camera.map(([label, value]) => [label.toLowerCase(), value]));
-  const find = (...words) => [...told].find(([label]) => words.some((word) => label.includes(word)))?.[1];
+  const reported = new Map(status.camera.map(([label, value]) => [label.toLowerCase(), value]));
+  const find = (...words) => [...reported].find(([label]) => words.some((word) => label.includes(word)))?.[1];
   const model = find('model') || 'mediagrabber';
   const serial = find('serial');
   put('camera-name', serial ? `${model} · ${serial}` : model);
@@ -152,18 +153,28 @@ function showCamera(status) {
   }));
 }
 
+// Configured values that the camera does not deliver.
+function showDifferences(status) {
+  const shorter = (value) => Number(value.toPrecision(6));
+  const lines = status.delivery.filter((one) => one.differs).map(
+    (one) => `${one.key}: requested ${shorter(one.requested)}, but the camera delivers ${shorter(one.actual)}`);
+  put('differences', lines.join('\n'));
+  $('differences').hidden = !lines.length;
+}
+
 function showCounts(status) {
   const counts = status.counts;
   const frames = framesPerSecond(status);
   put('rate', frames === null ? '–' : frames.toFixed(1));
-  put('kept', counts.wanted ? `${grouped(counts.kept)}/${grouped(counts.wanted)}` : grouped(counts.kept));
+  put('saved', counts.wanted ? `${grouped(counts.saved)}/${grouped(counts.wanted)}` : grouped(counts.saved));
   put('bytes', size(counts.bytes));
-  count('empty', Math.max(counts.empty_fetches, counts.drops_told));
-  count('resent', counts.packets_asked_again, 'hint');
-  count('missing', counts.packets_missing);
-  count('overrun', counts.overrun);
+  count('empty', counts.empty_fetches);
+  count('resend-requested', counts.packets_resend_requested, 'hint');
+  count('resent', counts.packets_resent, 'hint');
+  count('lost', counts.packets_lost);
+  count('dropped-queue-full', counts.dropped_queue_full);
   count('overtaken', counts.ring_overtaken);
-  count('unwritten', counts.not_written);
+  count('dropped-write-error', counts.dropped_write_error);
   count('budgets', counts.budgets_exceeded, 'hint');
 }
 
@@ -172,13 +183,13 @@ function showNewest(newest) {
   put('gain-now', known(newest?.gain_db, (value) => `${value.toFixed(1)} dB`));
   put('exposure-now', known(newest?.exposure_us, span));
   put('temperature', known(newest?.temperature_c, (value) => `${value.toFixed(1)} °C`));
-  if (newest) put('picture-format', `${newest.width} × ${newest.height} ${newest.format}`);
+  if (newest) put('image-format', `${newest.width} × ${newest.height} ${newest.pixel_format}`);
 }
 
 function showHistogram(status) {
   const found = status.histogram;
   const tone = status.tone;
-  const names = {none: '', gamma: `gamma ${tone.gamma?.toFixed(2)}`, table: 'look-up table of a file', calculated: `look-up table calculated, ${tone.calculations}`};
+  const names = {none: '', gamma: `gamma ${tone.gamma?.toFixed(2)}`, table: 'LUT from a file', calculated: `calculated LUT, no. ${tone.calculations}`};
   put('tone', names[tone.kind]);
   $('histogram').dataset.tone = tone.kind;
   charts.histogram($('histogram'), found ? found.counts : [], tone.values);
@@ -193,9 +204,10 @@ function showHistogram(status) {
 async function followStatus() {
   const status = await (await get('/status.json')).json();
   showState(status);
-  put('running', time(status.running_s));
+  put('running', time(status.uptime_s));
   put('directory', status.directory.split('/').pop());
   showCamera(status);
+  showDifferences(status);
   showCounts(status);
   showNewest(status.newest);
   showHistogram(status);
@@ -207,7 +219,7 @@ async function watchStatus() {
   try {
     await followStatus();
   } catch (error) {
-    put('state', reachable ? 'not reachable' : 'not reachable, trying again');
+    put('state', reachable ? 'not reachable' : 'not reachable, retrying');
     $('state').className = 'state bad';
     reachable = false;
     throw error;
@@ -235,22 +247,22 @@ function showTiming(kind, options) {
   $(kind).setAttribute('aria-label', `Last second: ${span(last.low)} to ${span(last.high)}, mean ${span(last.mean)}`);
 }
 
-// Only the last stretch still grows: what is before it is kept.
+// Only the last second is incomplete and is requested again.
 async function followTiming() {
   const after = timing.done.length ? timing.done[timing.done.length - 1].last : 0;
-  const {stretches} = await (await get(`/history.json?after=${after}`)).json();
-  if (stretches.length && after > stretches[stretches.length - 1].last) timing.done = [];
-  timing.current = stretches.slice(-1);
-  timing.done.push(...stretches.slice(0, -1));
+  const {bins} = await (await get(`/history.json?after=${after}`)).json();
+  if (bins.length && after > bins[bins.length - 1].last) timing.done = [];
+  timing.current = bins.slice(-1);
+  timing.done.push(...bins.slice(0, -1));
   timing.done = timing.done.slice(-600);
-  showTiming('interval', {least: 50, highest: 3});
-  showTiming('error', {least: 5});
-  showTiming('delay', {zero: true, least: 5, highest: 6});
+  showTiming('interval', {minMargin: 50, maxRatio: 3});
+  showTiming('error', {minMargin: 5});
+  showTiming('delay', {zero: true, minMargin: 5, maxRatio: 6});
 }
 
 // --- The log
 
-const log = {last: 0, most: 500};
+const log = {last: 0, max: 500};
 
 async function followLog() {
   const {lines} = await (await get(`/log.json?after=${log.last}`)).json();
@@ -268,46 +280,46 @@ async function followLog() {
     list.append(item);
     log.last = line.number;
   }
-  while (list.children.length > log.most) list.firstChild.remove();
+  while (list.children.length > log.max) list.firstChild.remove();
   if (atEnd) list.scrollTop = list.scrollHeight;
 }
 
 // --- Controls
 
-const touched = new Set();  // fields that somebody is changing: what the camera has does not overwrite them
+const touched = new Set();  // fields being edited, which updates must not overwrite
 
-function offer(id, value) {
+function update(id, value) {
   if (value === null || value === undefined || touched.has(id) || document.activeElement === $(id)) return;
   const text = String(Math.round(value * 1000) / 1000);
   if ($(id).value !== text) $(id).value = text;
 }
 
-let configured = null;  // what is in force
+let configured = null;  // active configuration
 
 function fillControls(status) {
   const newest = status.newest;
   configured = status.configured;
-  const rateNow = status.period_us ? 1e6 / status.period_us : configured?.frame_rate;
-  offer('gain', newest?.gain_db);
-  offer('gain-slider', newest?.gain_db);
-  offer('exposure', newest?.exposure_us);
-  offer('exposure-slider', newest?.exposure_us ? Math.log10(newest.exposure_us) : null);
-  offer('gamma', status.tone.gamma ?? configured?.gamma ?? 1);
-  offer('gamma-slider', status.tone.gamma ?? configured?.gamma ?? 1);
-  offer('frame-rate', rateNow);
-  offer('width', newest?.width);
-  offer('height', newest?.height);
-  offer('offset-x', configured?.offset_x ?? 0);
-  offer('offset-y', configured?.offset_y ?? 0);
+  const rateNow = status.period_us ? 1e6 / status.period_us : configured?.frame_rate_hz;
+  update('gain', newest?.gain_db);
+  update('gain-slider', newest?.gain_db);
+  update('exposure', newest?.exposure_us);
+  update('exposure-slider', newest?.exposure_us ? Math.log10(newest.exposure_us) : null);
+  update('gamma', status.tone.gamma ?? configured?.gamma ?? 1);
+  update('gamma-slider', status.tone.gamma ?? configured?.gamma ?? 1);
+  update('frame-rate', rateNow);
+  update('width', newest?.width);
+  update('height', newest?.height);
+  update('offset-x', configured?.offset_x ?? 0);
+  update('offset-y', configured?.offset_y ?? 0);
 }
 
-function say(text, kind) {
+function showAnswer(text, kind) {
   $('answer').textContent = text;
   $('answer').className = `answer ${kind}`;
 }
 
-async function ask(path, body, what) {
-  say(`${what} …`, 'busy');
+async function post(path, body, what) {
+  showAnswer(`${what} …`, 'busy');
   try {
     const response = await fetch(path, {
       method: 'POST',
@@ -318,18 +330,18 @@ async function ask(path, body, what) {
     if (response.status === 401) location.assign('/login');
     const answer = (response.headers.get('Content-Type') || '').includes('json')
       ? await response.json() : {status: 1, lines: [await response.text()]};
-    say(answer.lines.join('\n'), answer.status === 0 ? 'good' : 'bad');
+    showAnswer(answer.lines.join('\n'), answer.status === 0 ? 'good' : 'bad');
     return answer.status === 0;
   } catch (error) {
-    say(`${what}: no answer (${error.message})`, 'bad');
+    showAnswer(`${what}: no answer (${error.message})`, 'bad');
     return false;
   }
 }
 
-const set = (settings, what, anotherRun = false) =>
-  ask('/control/set', {set: settings, timeout_s: anotherRun ? 10 : 5, ...(anotherRun ? {another_run: true} : {})}, what);
+const set = (settings, what, restart = false) =>
+  post('/control/set', {set: settings, timeout_s: restart ? 10 : 5, ...(restart ? {restart: true} : {})}, what);
 
-// One change at a time; of those that come meanwhile only the last is asked for.
+// Sends one change at a time. Of the changes made meanwhile only the last is sent.
 function latest(change) {
   let [running, next] = [false, null];
   return async (value) => {
@@ -345,7 +357,7 @@ function latest(change) {
   };
 }
 
-// A number and a slider that mean the same; the slider's scale may be another.
+// A number field and a slider for the same value; the slider may have another scale.
 function pair(id, settings, what, {toSlider = (x) => x, fromSlider = (x) => x} = {}) {
   const [field, slider] = [$(id), $(`${id}-slider`)];
   let timer = 0;
@@ -369,16 +381,16 @@ function pair(id, settings, what, {toSlider = (x) => x, fromSlider = (x) => x} =
   });
 }
 
-// What a value needs goes along unless it is so already.
-const unless = (so, setting) => (so ? [] : [setting]);
-pair('gain', (value) => [...unless(configured?.gain_mode === 'manual', 'gain.mode=manual'), `gain.db=${value}`], 'Gain');
-pair('exposure', (value) => [...unless(configured?.exposure_mode === 'manual', 'exposure.mode=manual'), `exposure.time_us=${value}`], 'Exposure',
+// Adds the settings that a value depends on, unless they are active already.
+const unless = (active, setting) => (active ? [] : [setting]);
+pair('gain', (value) => [...unless(configured?.gain_auto === 'Off', 'gain.auto=Off'), `gain.db=${value}`], 'Gain');
+pair('exposure', (value) => [...unless(configured?.exposure_auto === 'Off', 'exposure.auto=Off'), `exposure.time_us=${value}`], 'Exposure',
   {toSlider: Math.log10, fromSlider: (value) => Number((10 ** value).toPrecision(3))});
 pair('gamma', (value) => [...unless(configured?.tone, 'tone.enable=true'), `tone.gamma=${value}`], 'Gamma');
 
 $('rate-form').addEventListener('submit', async (event) => {
   event.preventDefault();
-  await set([`timing.frame_rate=${Number($('frame-rate').value)}`], 'Frame rate');
+  await set([`timing.frame_rate_hz=${Number($('frame-rate').value)}`], 'Frame rate');
   touched.delete('frame-rate');
 });
 
@@ -396,22 +408,22 @@ for (const id of ['frame-rate', ...Object.keys(regionKeys)]) $(id).addEventListe
 function button(id, path, body, what) {
   $(id).addEventListener('click', async () => {
     $(id).setAttribute('aria-busy', 'true');
-    await ask(path, body, what);
+    await post(path, body, what);
     $(id).removeAttribute('aria-busy');
   });
 }
-button('table', '/control/table', {'12_bits': false}, 'Calculating a look-up table');
-button('table12', '/control/table', {'12_bits': true}, 'Calculating a look-up table by 12 bits');
-button('reload', '/control/reload', {}, 'Reloading the file');
+button('table', '/control/lut', {'12_bits': false}, 'Calculating a LUT');
+button('table12', '/control/lut', {'12_bits': true}, 'Calculating a LUT from 12 bits');
+button('reload', '/control/reload', {}, 'Reloading the configuration file');
 
 $('stop').addEventListener('click', () => { $('stop-dialog').returnValue = ''; $('stop-dialog').showModal(); });
 $('stop-dialog').addEventListener('close', () => {
-  if ($('stop-dialog').returnValue === 'stop') ask('/control/stop', {}, 'Stopping');
+  if ($('stop-dialog').returnValue === 'stop') post('/control/stop', {}, 'Stopping');
 });
 
 $('stretch').addEventListener('change', () => { shown.number = 0; });
 
-followPictures();
+followImages();
 poll(250, watchStatus);
 poll(1000, followTiming);
 poll(700, followLog);

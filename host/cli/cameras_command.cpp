@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: MIT
+#include "cli/cameras_command.hpp"
+
+#include <fmt/format.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <system_error>
+
+#include "plugin/host_context.hpp"
+#include "plugin/reported_camera.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+using mg_host_api::exit_code;
+
+/// Captures the standard output of this process during its lifetime.
+class output_capture {
+public:
+    output_capture() : file_(memfd_create("plug-in output", MFD_CLOEXEC)), before_(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        if (file_ < 0 || before_ < 0 || dup2(file_, STDOUT_FILENO) < 0) {
+            throw std::system_error(errno, std::generic_category(), "the plug-in's output cannot be captured");
+        }
+    }
+    ~output_capture() {
+        restore();
+        close(file_);
+        close(before_);
+    }
+    output_capture(output_capture const&) = delete;
+    output_capture& operator=(output_capture const&) = delete;
+
+    std::string text() {
+        restore();
+        std::string all;
+        std::array<char, 4096> part{};
+        ssize_t got = 0;
+        while ((got = pread(file_, part.data(), part.size(), static_cast<off_t>(all.size()))) > 0) {
+            all.append(part.data(), static_cast<std::size_t>(got));
+        }
+        return all;
+    }
+
+private:
+    void restore() {
+        std::fflush(stdout);
+        dup2(before_, STDOUT_FILENO);
+    }
+
+    int const file_;
+    int const before_;
+};
+
+struct discovery {
+    std::int32_t exit_code = 0;
+    std::string report;
+};
+
+discovery discover(plugin_library const& plugin) {
+    configuration no_camera;
+    no_camera.camera.active_mask = 0;
+    no_camera.log.level = log_level_info;
+    no_camera.log.sinks = log_sink_stdout;
+    grab_progress progress;
+    signal_latch latch;
+    configuration_store configurations(no_camera);
+    frame_receiver receiver(nullptr, 0, 0, progress);
+    host_context context(configurations, latch, receiver, progress, plugin);
+    output_capture capture;
+    auto const ended = context.run();
+    return {.exit_code = ended.exit_code, .report = capture.text()};
+}
+
+void print(std::ostream& out, std::vector<reported_camera> const& cameras) {
+    for (std::size_t i = 0; i < cameras.size(); ++i) {
+        out << "camera " << i << '\n';
+        for (auto const& property : cameras[i].properties) {
+            out << "  " << property.label << ": " << property.value << '\n';
+        }
+    }
+}
+
+}  // namespace
+
+exit_status cameras_command(std::filesystem::path const& plugin_file, std::ostream& out) {
+    auto const plugin = plugin_library::find(plugin_file);
+    auto const found = discover(plugin);
+    auto const cameras = find_reported_cameras(found.report);
+    print(out, cameras);
+    if (exit_code{found.exit_code} == exit_code::no_device) {
+        out << "no camera found\n";
+        return exit_status::no_camera;
+    }
+    if (exit_code{found.exit_code} != exit_code::no_target || cameras.empty()) {
+        out << found.report << fmt::format("unexpected report of the plug-in (exit code {})\n", found.exit_code);
+        return exit_status::run_failed;
+    }
+    return exit_status::success;
+}
+
+}  // namespace mediagrabber

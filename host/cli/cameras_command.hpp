@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <filesystem>
+#include <ostream>
+
+#include "base/exit_status.hpp"
+
+namespace mediagrabber {
+
+/// `mediagrabber cameras`: lists the cameras that the plug-in finds. The plug-in has no function for that, but it logs
+/// all cameras before it selects one; so it is run without a camera to select, and its log is parsed.
+exit_status cameras_command(std::filesystem::path const& plugin, std::ostream& out);
+
+}  // namespace mediagrabber

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#include "config/topic.hpp"
+
+#include <fmt/format.h>
+#include <mosquitto.h>
+
+#include <stdexcept>
+#include <string_view>
+
+namespace mediagrabber {
+
+std::string topic_of(mqtt_configuration const& chosen, std::uint32_t instance) {
+    constexpr std::string_view placeholder = "{instance}";
+    std::string topic = chosen.topic;
+    for (auto at = topic.find(placeholder); at != topic.npos; at = topic.find(placeholder, at)) {
+        topic.replace(at, placeholder.size(), std::to_string(instance));
+    }
+    return topic;
+}
+
+void check_topic(std::string const& topic) {
+    bool const plain = mosquitto_pub_topic_check2(topic.data(), topic.size()) == MOSQ_ERR_SUCCESS &&
+                       mosquitto_validate_utf8(topic.data(), static_cast<int>(topic.size())) == MOSQ_ERR_SUCCESS;
+    if (!plain || topic.front() == '$' || topic.back() == '/') {
+        throw std::invalid_argument(fmt::format(
+            "\"{}\" is not a topic to publish to, expected UTF-8 without +, #, control characters, a leading $"
+            " and a trailing /",
+            topic));
+    }
+}
+
+}  // namespace mediagrabber

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+#include "control/control_message.hpp"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+namespace mediagrabber {
+
+namespace {
+
+using nlohmann::json;
+
+/// Replaces invalid UTF-8, which JSON does not permit.
+std::string line_of(json const& message) {
+    return message.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+}
+
+[[noreturn]] void refuse(std::string const& why) {
+    throw setting_refused(exit_status::usage, fmt::format("invalid request: {}", why));
+}
+
+}  // namespace
+
+std::string written(change_request const& request) {
+    if (!request.signal.empty()) {
+        return line_of({{"signal", request.signal}});
+    }
+    auto texts = json::array();
+    for (auto const& one : request.settings) {
+        texts.push_back(fmt::format("{}={}", one.path, one.value));
+    }
+    json message{{"set", std::move(texts)}, {"timeout_s", request.timeout_s}};
+    if (request.restart) {
+        message["restart"] = true;
+    }
+    return line_of(message);
+}
+
+std::string written(change_answer const& answer) {
+    return line_of({{"status", static_cast<int>(answer.status)}, {"lines", answer.lines}});
+}
+
+change_request read_request(std::string const& line) {
+    auto const message = json::parse(line, nullptr, false);
+    if (message.is_object() && message.size() == 1 && message.contains("signal") && message["signal"].is_string()) {
+        change_request request;
+        request.signal = message["signal"].get<std::string>();
+        if (request.signal.empty()) {
+            refuse("expected a request in \"signal\"");
+        }
+        return request;
+    }
+    if (!message.is_object() || !message.contains("set") || !message["set"].is_array() || message["set"].empty()) {
+        refuse("expected {\"set\": [\"KEY=VALUE\", ...]} or {\"signal\": \"REQUEST\"}");
+    }
+    change_request request;
+    for (auto const& text : message["set"]) {
+        if (!text.is_string()) {
+            refuse("expected strings in \"set\"");
+        }
+        request.settings.push_back(parse_setting(text.get<std::string>()));
+    }
+    if (message.contains("timeout_s")) {
+        auto const& timeout = message["timeout_s"];
+        if (!timeout.is_number() || !(timeout.get<double>() > 0.0 && timeout.get<double>() <= max_timeout_s)) {
+            refuse("expected seconds in \"timeout_s\", above 0 and at most 3600");
+        }
+        request.timeout_s = timeout.get<double>();
+    }
+    if (message.contains("restart")) {
+        if (!message["restart"].is_boolean()) {
+            refuse("expected true or false in \"restart\"");
+        }
+        request.restart = message["restart"].get<bool>();
+    }
+    return request;
+}
+
+change_answer read_answer(std::string const& line) {
+    try {
+        auto const message = json::parse(line);
+        return {.status = static_cast<exit_status>(message.at("status").get<int>()),
+                .lines = message.at("lines").get<std::vector<std::string>>()};
+    } catch (json::exception const&) {
+        throw std::runtime_error("invalid answer; is the process at the socket a mediagrabber?");
+    }
+}
+
+}  // namespace mediagrabber

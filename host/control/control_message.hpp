@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "base/exit_status.hpp"
+#include "config/settings.hpp"
+
+namespace mediagrabber {
+
+/// A request of `mediagrabber set` or `mediagrabber signal` to a running mediagrabber. On the socket it is one line of
+/// JSON: {"set": ["gain.db=6", ...], "timeout_s": 5, "restart": false} or {"signal": "stop"}
+struct change_request {
+    std::vector<setting> settings;
+    std::string signal = {};  ///< a request of `mediagrabber signal`; empty: `settings` are to be changed
+    double timeout_s = 5.0;
+    bool restart = false;  ///< also accept values whose change restarts acquisition
+};
+
+/// The answer, with the exit status of the command: {"status": 0, "lines": ["...", ...]}
+struct change_answer {
+    exit_status status = exit_status::success;
+    std::vector<std::string> lines;  ///< for the user
+};
+
+/// The maximum length of a line, bytes.
+inline constexpr std::size_t max_message = 65'536;
+/// The maximum of `timeout_s`, an hour: a request keeps the server's only thread busy.
+inline constexpr double max_timeout_s = 3'600.0;
+
+// Each returns one line, including its line end.
+std::string written(change_request const& request);
+std::string written(change_answer const& answer);
+
+/// \throws setting_refused if the text is not a valid request
+change_request read_request(std::string const& line);
+/// \throws std::runtime_error if the text is not a valid answer
+change_answer read_answer(std::string const& line);
+
+}  // namespace mediagrabber

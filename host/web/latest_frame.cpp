@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#include "web/latest_frame.hpp"
+
+namespace mediagrabber {
+
+namespace {
+
+constexpr std::chrono::milliseconds wanted_for{500};  ///< after a client's wait: clients wait again at once
+
+}  // namespace
+
+bool latest_frame::needs_pixels() const {
+    return clock::now().time_since_epoch().count() < wanted_until_;
+}
+
+void latest_frame::on_frame(frame_lease const& frame) noexcept {
+    bool const wanted = needs_pixels() && frame.has_pixels();
+    {
+        std::lock_guard const lock(mutex_);
+        latest_.reset();
+        if (wanted && !cancelled_) {
+            latest_ = frame;
+            arrived_at_ = clock::now();
+        }
+    }
+    if (wanted) {
+        arrived_.notify_all();
+    }
+}
+
+std::optional<frame_lease> latest_frame::wait(std::uint64_t known, clock::time_point since, clock::time_point until) {
+    wanted_until_ = (until + wanted_for).time_since_epoch().count();
+    std::unique_lock lock(mutex_);
+    auto const there = [&] { return latest_ && latest_->record().number != known && arrived_at_ >= since; };
+    arrived_.wait_until(lock, until, [&] { return cancelled_ || there(); });
+    if (cancelled_ || !there()) {
+        return std::nullopt;
+    }
+    wanted_until_ = (clock::now() + wanted_for).time_since_epoch().count();
+    return latest_;
+}
+
+void latest_frame::cancel() {
+    {
+        std::lock_guard const lock(mutex_);
+        cancelled_ = true;
+        latest_.reset();
+    }
+    arrived_.notify_all();
+}
+
+}  // namespace mediagrabber
