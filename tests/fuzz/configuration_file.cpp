@@ -1,18 +1,19 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// Configuration files. One that is accepted means the same when it is written as `mediagrabber check` writes it.
+/// Configuration files. An accepted file, written as `mediagrabber check` writes it, is read back with the same values.
 ///
 /// Input: the file.
 
-#include "configuration_file.hpp"
+#include "config/configuration_file.hpp"
 
-#include "configuration_schema.hpp"
+#include "config/configuration_schema.hpp"
 #include "fuzz_input.hpp"
 
 namespace {
 
 using namespace mediagrabber;
 
-/// The values in force as a file.
+/// The active values as a configuration file.
 std::string written(configuration const& values) {
     std::string text;
     for (auto const& key : configuration_schema()) {
@@ -29,12 +30,12 @@ std::string written(configuration const& values) {
 }
 
 void check_same(configuration const& one, configuration const& other) {
-    for (auto const effect : {change_effect::small_change, change_effect::reconfiguration, change_effect::new_run,
+    for (auto const effect : {change_effect::live_update, change_effect::reconfiguration, change_effect::restart,
                               change_effect::next_start}) {
         for (auto const& path : changed_keys(one, other, effect)) {
             std::fprintf(stderr, "changed: %s\n", path.c_str());
         }
-        require(changed_keys(one, other, effect).empty(), "what is shown reads back as the same");
+        require(changed_keys(one, other, effect).empty(), "written values are read back unchanged");
     }
 }
 
@@ -47,11 +48,11 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size) {
     try {
         loaded = parse_configuration(input.text(), file);
     } catch (configuration_error const& error) {
-        require(!error.faults().empty(), "a file that is refused has a fault");
+        require(!error.faults().empty(), "a refused file has an error");
         return 0;
     }
     remarks(loaded);
-    if (!loaded.values.lut_file) {
+    if (!loaded.values.tone.lut_file) {
         check_same(loaded.values, parse_configuration(written(loaded.values), file).values);
     }
     return 0;

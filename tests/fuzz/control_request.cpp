@@ -1,43 +1,44 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// Requests that come over the control socket, and answers that `mediagrabber set` reads there.
+/// Requests to the control socket, and answers that `mediagrabber set` reads from it.
 ///
 /// Input: the line.
 
-#include "control_message.hpp"
+#include "config/settings.hpp"
+#include "control/control_message.hpp"
 #include "fuzz_input.hpp"
-#include "settings.hpp"
 
 namespace {
 
 using namespace mediagrabber;
 
 bool same(change_request const& one, change_request const& other) {
-    return one.timeout_s == other.timeout_s &&
+    return one.timeout_s == other.timeout_s && one.signal == other.signal &&
            std::ranges::equal(one.settings, other.settings, [](setting const& a, setting const& b) {
                return a.path == b.path && a.value == b.value;
            });
 }
 
-/// What a mediagrabber that is running does with a request; nothing of it when it refuses.
+/// Applies a request as a running mediagrabber does. A refused request must change nothing.
 void apply(std::vector<setting> const& settings) {
     configuration values;
-    values.gain_mode = control_mode::manual;
-    values.exposure_mode = control_mode::manual;
-    values.tone_enabled = true;
+    values.gain.automatic = auto_mode::off;
+    values.exposure.automatic = auto_mode::off;
+    values.tone.enable = true;
     configuration const before = values;
     try {
         apply_settings(settings, values);
     } catch (setting_refused const&) {
-        bool const in_part =
-            settings.size() > 1 && !(changed_keys(before, values, change_effect::small_change).empty() &&
+        bool const partly_applied =
+            settings.size() > 1 && !(changed_keys(before, values, change_effect::live_update).empty() &&
                                      changed_keys(before, values, change_effect::reconfiguration).empty());
-        require(!in_part, "what is refused changes nothing");
+        require(!partly_applied, "a refused request changes nothing");
         return;
     }
-    require(needed_for(settings) <= change_effect::reconfiguration, "what is applied can be applied while it runs");
-    require(changed_keys(before, values, change_effect::new_run).empty() &&
+    require(needed_for(settings) <= change_effect::reconfiguration, "an applied request needs no restart");
+    require(changed_keys(before, values, change_effect::restart).empty() &&
                 changed_keys(before, values, change_effect::next_start).empty(),
-            "what is applied changes nothing else");
+            "an applied request changes no other values");
 }
 
 void answer(std::string const& line) {
@@ -45,13 +46,16 @@ void answer(std::string const& line) {
     try {
         request = read_request(line);
     } catch (setting_refused const& refused) {
-        auto const told = read_answer(written(change_answer{.status = refused.status(), .lines = {refused.what()}}));
-        require(told.status == refused.status() && told.lines.size() == 1, "a refusal arrives as it was sent");
+        auto const received =
+            read_answer(written(change_answer{.status = refused.status(), .lines = {refused.what()}}));
+        require(received.status == refused.status() && received.lines.size() == 1,
+                "an error answer is received unchanged");
         return;
     }
-    require(!request.settings.empty() && request.timeout_s > 0.0 && request.timeout_s <= longest_timeout_s,
-            "a request asks for something, within some time");
-    require(same(request, read_request(written(request))), "a request arrives as it was sent");
+    require(request.settings.empty() != request.signal.empty() && request.timeout_s > 0.0 &&
+                request.timeout_s <= max_timeout_s,
+            "a request has settings or a signal, and a valid timeout");
+    require(same(request, read_request(written(request))), "a request is received unchanged");
     apply(request.settings);
 }
 

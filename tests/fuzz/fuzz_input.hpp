@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What every fuzzer needs: parts of an input, one after the other, and a way to say that something came out wrong.
+/// Shared by the fuzzers: a reader of the input, and the check of properties.
 
 #include <algorithm>
 #include <cstddef>
@@ -10,37 +11,36 @@
 #include <span>
 #include <string>
 
-/// Takes an input apart from its beginning on. Past its end there are zeros and empty spans, so that every input means
-/// something.
+/// Reads an input from its beginning. Past its end there are zeros and empty spans, so that every input is valid.
 class fuzz_input {
 public:
-    fuzz_input(uint8_t const* data, std::size_t size) : rest_(data, size) {}
+    fuzz_input(uint8_t const* data, std::size_t size) : remaining_(data, size) {}
 
-    bool empty() const { return rest_.empty(); }
+    bool empty() const { return remaining_.empty(); }
 
     uint8_t byte() { return take(1).empty() ? uint8_t{0} : taken_.front(); }
-    std::span<uint8_t const> bytes(std::size_t most) { return take(most); }
-    std::span<uint8_t const> all() { return take(rest_.size()); }
+    std::span<uint8_t const> bytes(std::size_t max_count) { return take(max_count); }
+    std::span<uint8_t const> all() { return take(remaining_.size()); }
     std::string text() {
-        auto const rest = all();
-        return {rest.begin(), rest.end()};
+        auto const bytes = all();
+        return {bytes.begin(), bytes.end()};
     }
 
 private:
-    std::span<uint8_t const> take(std::size_t most) {
-        taken_ = rest_.first(std::min(most, rest_.size()));
-        rest_ = rest_.subspan(taken_.size());
+    std::span<uint8_t const> take(std::size_t max_count) {
+        taken_ = remaining_.first(std::min(max_count, remaining_.size()));
+        remaining_ = remaining_.subspan(taken_.size());
         return taken_;
     }
 
-    std::span<uint8_t const> rest_;
+    std::span<uint8_t const> remaining_;
     std::span<uint8_t const> taken_;
 };
 
-/// Ends the program, as a sanitizer does, when something that always holds does not.
-inline void require(bool holds, char const* what) {
+/// Aborts the program, as a sanitizer does, if a property does not hold.
+inline void require(bool holds, char const* property) {
     if (!holds) {
-        std::fprintf(stderr, "does not hold: %s\n", what);
+        std::fprintf(stderr, "property violated: %s\n", property);
         std::abort();
     }
 }

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Writes the fuzzers' seeds: small inputs that are as they should be, from which a fuzzer departs.
+# SPDX-License-Identifier: MIT
+"""Writes the fuzzers' seeds: small valid inputs, which the fuzzers mutate.
 
     tests/fuzz/make_seeds.py        writes tests/fuzz/seeds/FUZZER/NAME
 """
 
+import io
 import json
 import pathlib
 import struct
+import zipfile
 
 SEEDS = pathlib.Path(__file__).resolve().parent / "seeds"
 
@@ -18,14 +21,14 @@ def write(fuzzer, name, data):
     assert file.stat().st_size < 4096, file
 
 
-# Streams: a setting byte, packet size, payload size / 8; steps of length, milliseconds, datagram; lengths from 240 are acts.
+# Streams: setting flags, packet size, payload size / 8; steps of length, milliseconds, datagram; lengths from 240 are actions.
 
-CAN_RESEND, TELLS_PAYLOAD, PATTERNED, ATTENTIVE = 1, 2, 4, 8
+CAN_RESEND, KNOWN_PAYLOAD, PATTERNED, POLL_ALWAYS = 1, 2, 4, 8
 MAKE_BUFFER, RETRIEVE, DESTROY, REQUEUE, REQUEUE_OTHER, ABORT, WAIT = range(240, 247)
 
 
 class Block:
-    """The packets of a block of 80 bytes, in packets of 58 bytes."""
+    """A block of 80 bytes, in packets of 58 bytes."""
 
     packet_bytes = 58
 
@@ -68,19 +71,19 @@ def chunked(size):
 
 def gvsp_packets():
     one, two, three = Block(1), Block(2), Block(3)
-    write("gvsp_packets", "two_blocks", stream(TELLS_PAYLOAD | PATTERNED, *one.packets(), *two.packets(), [RETRIEVE, 0],
+    write("gvsp_packets", "two_blocks", stream(KNOWN_PAYLOAD | PATTERNED, *one.packets(), *two.packets(), [RETRIEVE, 0],
                                                [REQUEUE, 0], *three.packets()))
     lost = [part for at, part in enumerate(one.packets()) if at not in (2, 3)]
-    write("gvsp_packets", "resend", stream(CAN_RESEND | TELLS_PAYLOAD, *lost, [WAIT, 5], one.packets()[2], [WAIT, 5],
+    write("gvsp_packets", "resend", stream(CAN_RESEND | KNOWN_PAYLOAD, *lost, [WAIT, 5], one.packets()[2], [WAIT, 5],
                                            one.packets()[3], [RETRIEVE, 0]))
     gone = one.header(3, 2, 0x800C)
-    write("gvsp_packets", "gone", stream(CAN_RESEND, *lost, [WAIT, 5], gone, [WAIT, 30], *two.packets(), [WAIT, 255]))
+    write("gvsp_packets", "unavailable", stream(CAN_RESEND, *lost, [WAIT, 5], gone, [WAIT, 30], *two.packets(), [WAIT, 255]))
     crossed = [part for pair in zip(one.packets(), two.packets()) for part in pair]
-    write("gvsp_packets", "crossed", stream(PATTERNED | ATTENTIVE, *crossed, *two.packets()))
+    write("gvsp_packets", "crossed", stream(PATTERNED | POLL_ALWAYS, *crossed, *two.packets()))
     long = Block(1 << 40, extended=True)
-    write("gvsp_packets", "long_ids", stream(TELLS_PAYLOAD | PATTERNED, *long.packets(), *Block(7).packets()))
+    write("gvsp_packets", "long_ids", stream(KNOWN_PAYLOAD | PATTERNED, *long.packets(), *Block(7).packets()))
     last, first = Block(0xFFFF), Block(1)
-    write("gvsp_packets", "ids_go_round", stream(PATTERNED, *last.packets(), *first.packets()))
+    write("gvsp_packets", "ids_wrap", stream(PATTERNED, *last.packets(), *first.packets()))
     write("gvsp_packets", "too_small", stream(0, [DESTROY, 0], [DESTROY, 0], [MAKE_BUFFER, 3], *one.packets(),
                                               *two.packets(), payload=40))
     write("gvsp_packets", "acts", stream(CAN_RESEND, *one.packets()[:3], [DESTROY, 0], *one.packets()[3:], [ABORT, 0],
@@ -89,35 +92,77 @@ def gvsp_packets():
 
 
 def chunk_trailers():
-    picture = bytes(range(40))
+    image = bytes(range(40))
     chunks = struct.pack("<d", 2.5) + struct.pack(">II", 0x1010, 8) + struct.pack("<Q", 77) + struct.pack(">II", 0x1011, 8)
-    write("chunk_trailers", "after_picture", struct.pack(">H", len(picture)) + picture + chunks)
-    write("chunk_trailers", "picture_is_chunk",
-          struct.pack(">H", len(picture)) + picture + struct.pack(">II", 1, len(picture)) + chunks)
+    write("chunk_trailers", "after_image", struct.pack(">H", len(image)) + image + chunks)
+    write("chunk_trailers", "image_is_chunk",
+          struct.pack(">H", len(image)) + image + struct.pack(">II", 1, len(image)) + chunks)
     write("chunk_trailers", "size_unknown", struct.pack(">H", 0) + chunks)
-    write("chunk_trailers", "none", struct.pack(">H", len(picture)) + picture)
+    write("chunk_trailers", "none", struct.pack(">H", len(image)) + image)
 
 
 def answer(kind, payload, number=1, status=0):
     return struct.pack(">HHHH", status, kind, len(payload), number) + payload
 
 
-def network(*events):
-    """Each a byte of what happens and a datagram of an even length."""
-    return b"".join(bytes([len(data) // 2, what]) + data for what, data in events)
+def control_channel():
+    correct, pending, unreachable, silent, fitting, code, unsendable, error = (1 << bit for bit in range(8))
+    first_id = 0
+
+    def access(kind, address, count, responses, flow):
+        return bytes([responses, kind, address, count]) + flow
+
+    readreg, writereg, readmem, writemem, no_writemem = 0, 1, 2, 3, 0x20
+    start = bytes([first_id])
+    write("control_channel", "registers", start + access(readreg, 8, 0, 1, bytes([correct, correct]))
+          + access(writereg, 8, 0, 1, bytes([correct, correct])))
+    write("control_channel", "memory", start + access(readmem, 0, 200, 1, bytes([correct] * 4))
+          + access(writemem, 2, 9, 1, bytes([correct] * 4)) + access(writemem | no_writemem, 4, 4, 1, bytes([correct] * 8)))
+    write("control_channel", "pending", start + access(readreg, 8, 0, 3, bytes([pending, 60, pending, 60, correct, correct])))
+    write("control_channel", "refused", start + access(readreg, 8, 0, 1, bytes([correct | error, 6, correct])))
+    write("control_channel", "unreachable", start + access(readreg, 8, 0, 1, bytes([unreachable] * 6 + [unsendable | unreachable])))
+    other = answer(0x81, bytes(4))
+    other += bytes(-len(other) % 3)
+    write("control_channel", "duplicates", start + access(readreg, 8, 0, 4, bytes([correct, correct])
+          + bytes([fitting | code, len(other) // 3]) + other + bytes([silent])))
 
 
-def gvcp_acknowledges():
-    refused, error, fitting = 1, 2, 4
-    value = answer(0x81, struct.pack(">I", 2))
-    identity = bytearray(248)
-    for at, text in ((0x48, b"JAI Corporation"), (0x68, b"GO-5100M-PGE"), (0x88, b"1.0"), (0xD8, b"A42"), (0xE8, b"eye")):
-        identity[at:at + len(text)] = text
-    write("gvcp_acknowledges", "value", network((0, value), (0, answer(0x81, bytes(4), 2))))
-    write("gvcp_acknowledges", "refusal", network((0, answer(0x81, b"", status=0x8006)), (fitting, value)))
-    write("gvcp_acknowledges", "errors", network((error, b""), (refused, b""), (refused, b""), (refused, b"")))
-    write("gvcp_acknowledges", "wrong_number", network((0, answer(0x81, bytes(4), 9)), (0, value)))
-    write("gvcp_acknowledges", "identity", network((fitting, answer(3, bytes(identity)))))
+def discovery():
+    def step(sender, flags, content, offset=None):
+        return bytes([sender, flags, len(content)]) + (b"" if offset is None else bytes([offset])) + content
+
+    write("discovery", "identity", step(1, 1, b"JAI Corporation", 0x48) + step(1, 1, b"\x00\x11\x1c\x01\x02\x03", 0x0A))
+    write("discovery", "flood", step(1, 0x81, b"GO\x1b[2J", 0x68))
+    write("discovery", "other", step(1, 0, answer(3, bytes(240))) + step(2, 0, b""))
+
+
+def zip_of(*entries, method=zipfile.ZIP_DEFLATED):
+    memory = io.BytesIO()
+    with zipfile.ZipFile(memory, "w", method) as made:
+        for name, content in entries:
+            made.writestr(zipfile.ZipInfo(name), content, method)
+    return memory.getvalue()
+
+
+def camera_xml():
+    for name, text in (("xml", "Local:camera.xml;8000;1F00"), ("zip", "local:///camera.zip;0x8000;0x1f00?SchemaVersion=1.1.0"),
+                       ("file", "File:///dev/zero"), ("wild", "Local:x.xml;100000;7FFFFFFFFFFFFFFF"), ("http", "http://a/b.xml")):
+        write("xml_url", name, text)
+    archives = {"deflated": zip_of(("camera.xml", "<xml/>" * 20)), "stored": zip_of(("camera.xml", "<xml/>"), method=0),
+                "two": zip_of(("readme", "a"), ("camera.XML", "<xml/>")), "ratio": zip_of(("a.xml", " " * 200000)), "empty": zip_of()}
+    for name, content in archives.items():
+        write("xml_archive", name, content)
+
+    def download(first, second, delay, troubles, content):
+        return bytes([len(first)]) + first + bytes([len(second)]) + second + bytes([delay, troubles]) + content
+
+    xml = b"<a b='&#27;'/>"
+    zipped = archives["deflated"]
+    write("xml_download", "xml", download(b"Local:a.xml;1000;E", b"", 0, 0, xml))
+    write("xml_download", "second", download(b"File:///dev/zero", b"Local:a.xml;1000;E", 0, 0, xml))
+    write("xml_download", "zip", download(b"Local:a.zip;1000;%X" % len(zipped), b"", 0, 0, zipped))
+    write("xml_download", "slow", download(b"Local:a.xml;1000;10000", b"", 200, 1, xml))
+    write("xml_download", "refused", download(b"Local:a.xml;1000;10000", b"", 1, 2, xml))
 
 
 def command(kind, payload, what=0, wait=0):
@@ -128,7 +173,7 @@ def command(kind, payload, what=0, wait=0):
 
 def gvcp_commands():
     take, of_register = 32, 16
-    discovery, forceip, resend, readreg, writereg, readmem, writemem, _ = range(8)  # as the fuzzer counts them
+    discovery, forceip, resend, readreg, writereg, readmem, writemem, _ = range(8)  # indices in the fuzzer's table
     control = command(writereg, struct.pack(">II", 0xA00, 2))
     write("gvcp_commands", "discovery", b"\0" + command(discovery, b"") + command(discovery, b"", 4))
     write("gvcp_commands", "force_ip", b"\0" + command(forceip, bytes(56)))
@@ -142,10 +187,10 @@ def gvcp_commands():
     registers = b"".join(struct.pack(">II", place, 1) for place in range(0, 60))
     write("gvcp_commands", "features", b"\4" + command(writereg, registers, take | of_register)
           + command(readreg, b"".join(struct.pack(">I", place) for place in range(100)), of_register))
-    # Reads a limit or value of every register of eight bytes, writes it back, and starts whatever is a command.
+    # Writes 1000.0 to every third register.
     wide = b"".join(command(writemem, struct.pack(">Id", place, 1000.0), take | of_register) for place in range(0, 90, 3))
     write("gvcp_commands", "wide_registers", b"\0" + wide)
-    write("gvcp_commands", "everything_is_one", b"\0" + b"".join(
+    write("gvcp_commands", "all_registers_are_one", b"\0" + b"".join(
         command(writereg, struct.pack(">II", place, 1), take | of_register) for place in range(0, 120)))
 
 
@@ -209,22 +254,22 @@ def camera_description():
 def configuration_file():
     write("configuration_file", "empty", "")
     write("configuration_file", "camera", '[camera]\nmodel = "GO-5100M"\nserial = "A\\u00e42"\n'
-          '[image]\nwidth = 640\nheight = 480\noffset_x = 8\noffset_y = 2\nformat = "mono12p"\nrotate = 180\n'
-          '[transport]\npacket_size = "auto"\n')
-    write("configuration_file", "automatic", '[exposure]\nmode = "auto"\nlimits_us = [100, 2000.5]\n[gain]\nmode = "auto"\n'
-          'limits_db = [0.0, 12.0]\n[auto]\nbrightness = 40\narea = "middle"\n[timing]\nframe_rate = 25.0\n'
-          'clock_correction = -3\n')
-    write("configuration_file", "manual", 'exposure = {mode = "manual", time_us = 1e3}\n[gain]\nmode = "manual"\ndb = 6\n'
+          '[image]\nwidth = 640\nheight = 480\noffset_x = 8\noffset_y = 2\nformat = "Mono12Packed"\nrotation_deg = 180\n'
+          '[transport]\npacket_size_bytes = "auto"\n')
+    write("configuration_file", "automatic", '[exposure]\nauto = "Continuous"\nlimits_us = [100, 2000.5]\n[gain]\nauto = "Continuous"\n'
+          'limits_db = [0.0, 12.0]\n[auto]\nbrightness = 0.4\narea = true\n[timing]\nframe_rate_hz = 25.0\n'
+          'clock_correction_ppb = -3\n')
+    write("configuration_file", "manual", 'exposure = {auto = "Off", time_us = 1e3}\n[gain]\nauto = "Off"\ndb = 6\n'
           '[tone]\nenable = true\ngamma = 0.45\ncontrast_limit = 3.5\npercentiles = [1, 99.5]\n')
     write("configuration_file", "table", '[tone]\nenable = true\nlut = "curve.csv"\nlut_bits = 12\n')
-    write("configuration_file", "lines", '[[line]]\npin = "Out1"\nsource = "exposure_active"\ninverted = true\n'
-          '[[line]]\npin = "Out2"\nsource = "low"\n')
+    write("configuration_file", "lines", '[[line]]\npin = "Out1"\nsource = "ExposureActive"\ninverted = true\n'
+          '[[line]]\npin = "Out2"\nsource = "Low"\n')
     write("configuration_file", "running", '[memory]\nbuffers = 8\nexport_buffers = 4\n[run]\nframes = 100\n'
           'grace_time_s = 2.5\nretry_interval_s = 1\ngive_up_after = "never"\n[output]\ndirectory = "a/b"\nformat = "bigtiff"\n'
           'compression = "deflate"\n[control]\nsocket = "none"\n[log]\nlevel = "debug"\nsinks = ["stdout", "syslog"]\n'
           'instance = 3\n')
     write("configuration_file", "spellings", "# comment\n'image'.\"width\" = 0x280\nimage.height = 0o740 # octal\n"
-          'timing.frame_rate = inf\nlog.level = """\\\n  info"""\nrun.frames = 1_000\nexposure.time_us = nan\n'
+          'timing.frame_rate_hz = inf\nlog.level = """\\\n  info"""\nrun.frames = 1_000\nexposure.time_us = nan\n'
           "output.directory = '''a\n\\b'''\nx = 1979-05-27T07:32:00Z\n")
 
 
@@ -233,12 +278,12 @@ def control_request():
         return json.dumps({"set": settings, **more}) + "\n"
 
     write("control_request", "one", request("gain.db=6"))
-    write("control_request", "several", request("gain.db=6.5", "exposure.time_us=2000", "timing.frame_rate=25", timeout_s=5))
-    write("control_request", "text", request("tone.gamma=0.45", 'gain.mode="auto"', "exposure.mode=auto"))
+    write("control_request", "several", request("gain.db=6.5", "exposure.time_us=2000", "timing.frame_rate_hz=25", timeout_s=5))
+    write("control_request", "text", request("tone.gamma=0.45", 'gain.auto="Continuous"', "exposure.auto=Continuous"))
     write("control_request", "not_while_running", request("image.width=640", "log.level=debug"))
     write("control_request", "table", request("tone.lut=/nonexistent/curve.csv", "tone.lut_bits=12"))
-    write("control_request", "limits", request("gain.limits_db=[0, 12]", "auto.brightness=40", timeout_s=0.25))
-    write("control_request", "answer", json.dumps({"status": 9, "lines": ["gain.db: asked for 6, the camera has 5.9"]}))
+    write("control_request", "limits", request("gain.limits_db=[0, 12]", "auto.brightness=0.4", timeout_s=0.25))
+    write("control_request", "answer", json.dumps({"status": 9, "lines": ["gain.db: requested 6, but the camera has 5.9"]}))
 
 
 def tiff(bits, entries, big=False):
@@ -273,6 +318,26 @@ def lookup_table_file():
     write("lookup_table_file", "npy_f8", numpy + npy("<f8", struct.pack("<256d", *[i / 255 for i in range(256)]), 256, 3))
 
 
-for make in (gvsp_packets, chunk_trailers, gvcp_acknowledges, gvcp_commands, camera_description, configuration_file,
+# Formulas: four variables of 8 bytes, the formula, its sub-expressions, a line each.
+
+
+def formula():
+    edges = struct.pack("<qqqq", -2**63, -1, 0, 2**63 - 1)
+    small = struct.pack("<dddd", 1.5, -2.25, 0.0, 1e300)
+    for name, text in {
+        "arithmetic": "A / B + C % D - A * B ** C",
+        "bits": "~A & B | C ^ D << 3 >> 64",
+        "conditions": "A = B ? C : D <> A && B || C < D ? 1 : 0",
+        "comparisons": "(A <= B) + (A >= B) + (A > C) + (A == D) + (B != C)",
+        "hostile": "(1<<63)/(0-1)\n1 % 0\n2 ** 0x7FFFFFFFFFFFFFFF",
+        "functions": "SGN(A) + NEG(B) + ABS(C) + TRUNC(D) + FLOOR(0.5) + CEIL(A) + ROUND(B, 2) + ROUND(C)",
+        "transcendental": "SIN(A) + COS(B) * TAN(C) - ASIN(D) + ACOS(A) + ATAN(B) + EXP(C) + LN(D) + LG(A) + SQRT(B) + PI + E",
+        "expressions": "S * 2 + T\nA + 1\nS - U\n0xFF",
+        "nested": "((((A + 1) * 2) - (B / (C + (D - 1)))))",
+    }.items():
+        write("formula", name, (small if name == "transcendental" else edges) + text.encode())
+
+
+for make in (gvsp_packets, chunk_trailers, control_channel, discovery, camera_xml, gvcp_commands, camera_description, formula, configuration_file,
              control_request, lookup_table_file):
     make()

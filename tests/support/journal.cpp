@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "journal.hpp"
 
 #include <algorithm>
@@ -29,6 +30,7 @@ void call_journal::add(char const* format, ...) {
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
     calls_.emplace_back(text);
+    threads_.insert(std::this_thread::get_id());
 }
 
 std::vector<std::string> call_journal::starting(std::vector<std::string> const& prefixes) const {

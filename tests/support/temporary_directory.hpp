@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstdlib>
@@ -5,13 +6,13 @@
 #include <stdexcept>
 #include <string>
 
-/// A directory that is gone, with what is in it, when the test is over.
+/// A new directory in the system's temporary directory. The destructor removes it with its contents.
 class temporary_directory {
 public:
     temporary_directory() {
         std::string name = (std::filesystem::temp_directory_path() / "mediagrabber_test.XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
+            throw std::runtime_error("cannot create a temporary directory");
         }
         path_ = name;
     }

@@ -1,4 +1,5 @@
-"""A disk for a test, in memory: it may be small, or read-only. Needs a mount namespace of one's own."""
+# SPDX-License-Identifier: MIT
+"""A file system in memory, which may be small or read-only. Needs a mount namespace of its own."""
 
 import contextlib
 import pathlib
@@ -8,15 +9,15 @@ import tempfile
 
 @contextlib.contextmanager
 def file_system(options):
-    """Is mounted for the length of a test. \return its path"""
-    with tempfile.TemporaryDirectory() as place:
-        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", place], check=True)
+    """Mounts a file system until the context is left. Yields its path."""
+    with tempfile.TemporaryDirectory() as directory:
+        subprocess.run(["mount", "-t", "tmpfs", "-o", options, "tmpfs", directory], check=True)
         try:
-            yield pathlib.Path(place)
+            yield pathlib.Path(directory)
         finally:
-            subprocess.run(["umount", place], check=True)
+            subprocess.run(["umount", directory], check=True)
 
 
-def remount(place, options):
-    """From now on it is like this; what is on it stays."""
-    subprocess.run(["mount", "-o", f"remount,{options}", place], check=True)
+def remount(directory, options):
+    """Changes the mount options; the files stay."""
+    subprocess.run(["mount", "-o", f"remount,{options}", directory], check=True)

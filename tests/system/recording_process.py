@@ -1,4 +1,8 @@
-"""`mediagrabber run` as a child process. The path of mediagrabber comes from the environment: MEDIAGRABBER."""
+# SPDX-License-Identifier: MIT
+"""`mediagrabber run` as a child process, with any plug-in.
+
+The path of mediagrabber is in the environment variable MEDIAGRABBER.
+"""
 
 import json
 import os
@@ -6,25 +10,17 @@ import pathlib
 import subprocess
 import tempfile
 import threading
-import time
+
+from waiting import DEADLINE_SECONDS, wait_for
 
 MEDIAGRABBER = os.environ["MEDIAGRABBER"]
-DEADLINE_SECONDS = 60
-
-
-def wait_for(condition, what, seconds=DEADLINE_SECONDS):
-    """Waits until condition() holds and returns its value; fails when it does not come true."""
-    deadline = time.monotonic() + seconds
-    while time.monotonic() < deadline:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.005)
-    raise AssertionError(f"waited in vain for {what}")
 
 
 class RecordingProcess:
-    """One recording, until it ends or the context is left. What it wrote is gone then, unless `output` is elsewhere."""
+    """One recording. Leaving the context kills a running process and deletes its files, except those in a given `output`.
+
+    `log` is the output so far, `configuration_path` the configuration file, which a test may overwrite before a reload.
+    """
 
     def __init__(self, plugin, configuration, arguments, output=None, environment=None):
         self.plugin = plugin
@@ -62,26 +58,28 @@ class RecordingProcess:
         self.process.send_signal(number)
 
     def finish(self, seconds=DEADLINE_SECONDS):
-        """Waits for the end that is mediagrabber's own. \\return its exit status"""
+        """Waits until mediagrabber exits by itself. \\return its exit status"""
         status = self.process.wait(timeout=seconds)
         self.reader.join()
         return status
 
-    def journal(self):
-        """The frames that frames.jsonl tells of, so far."""
+    def frame_index(self):
+        """The complete lines of frames.jsonl so far, one object for each saved frame."""
         path = self.output / "frames.jsonl"
         return [json.loads(line) for line in path.read_text().split("\n")[:-1]] if path.exists() else []
 
     def wait_while_running(self, condition, what, seconds=DEADLINE_SECONDS):
-        """As wait_for; fails at once when the recording ended without it."""
+        """Like wait_for(), but fails as soon as the process ends and the condition is false."""
         wait_for(lambda: condition() or self.process.poll() is not None, f"{what}; the log so far:\n{self.log}", seconds)
         if not condition():
             self.finish()
         if not condition():
-            raise AssertionError(f"ended with {self.process.returncode} before {what}:\n{self.log}")
+            raise AssertionError(f"mediagrabber ended with {self.process.returncode} before {what}:\n{self.log}")
 
-    def wait_for_log(self, text):
-        self.wait_while_running(lambda: text in self.log, f"\"{text}\" was in the log")
+    def wait_for_log(self, text, times=1):
+        """Waits until the text is in the log so often. Programs and threads write to it independently, so a test must wait for each
+        text that it expects, and may check the order or the absence of texts only after finish()."""
+        self.wait_while_running(lambda: self.log.count(text) >= times, f"\"{text}\" in the log, {times} time(s)")
 
     def wait_for_frames(self, count):
-        self.wait_while_running(lambda: len(self.journal()) >= count, f"there were {count} frames")
+        self.wait_while_running(lambda: len(self.frame_index()) >= count, f"{count} saved frames")

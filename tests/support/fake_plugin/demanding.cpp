@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// A plug-in that needs a host function which no host has.
+/// A plug-in that calls a host function that does not exist.
 
 #include "mg_host_api.hpp"
 

@@ -1,23 +1,26 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// A plug-in that does what a script says; see script_of_run. It calls the host as a real one does and reports on
-/// standard output, unbuffered, what it was answered. Its verbs:
+/// A plug-in that follows a script instead of a camera. It calls the host as the real one does, and prints the host's
+/// results on standard output, unbuffered. The script is in the environment variable FAKE_PLUGIN_SCRIPT; see
+/// `script_of_run` for its form. Its verbs:
 ///
 /// ~~~
-/// image WIDTH HEIGHT CODEC [PADDING]  geometry and format of the frames to come; padding in bytes a line
-/// grab [INTERVAL_MS]                  frames until a stop, the frame limit or a configuration that needs a new run
-/// frames COUNT [INTERVAL_MS]          that many good frames, whatever is asked
-/// overwrite                           from now on, each slot is written to right after its frame was exported
-/// convert CODEC                       from now on, frames are also handed over converted, on instance 1
+/// image WIDTH HEIGHT CODEC [PADDING]  geometry and format of the frames that follow; padding in bytes per line
+/// grab [INTERVAL_MS]                  frames until a stop, the frame limit or a configuration that needs a new run;
+///                                     10 ms apart, which a busy disk keeps up with, unless given
+/// frames COUNT [INTERVAL_MS]          that many good frames, signals do not end them
+/// overwrite                           from now on, overwrite each buffer right after its frame was exported
+/// convert CODEC                       from now on, also hand over converted frames, on instance 1
 /// stubborn                            from now on, the camera keeps its gain, exposure time and frame rate
-/// real_time                           from now on, the camera's clock is the host's, in steps of 10 us, and timestamps
-///                                     are announced by it; without it, 10 ms are between frames whatever the clock
-///                                     says
+/// real_time                           from now on, the camera clock is the host's, in ticks of 10 us, and the next
+///                                     timestamps follow it; without it, frames are 10 ms apart by any clock
 /// fetches COUNT [INTERVAL_MS]         that many fetches without an image
-/// idle                                fetches without an image for ever
-/// hang                                calls nothing, for ever
-/// wrong                               calls that no plug-in should make
-/// devices COUNT                       a report of cameras
-/// exit CODE                           returns; without it, with 0
+/// await FILE                          fetches without an image until FILE exists; the path has no spaces
+/// idle                                fetches without an image, endlessly
+/// hang                                no calls, endlessly
+/// wrong                               calls that a correct plug-in does not make
+/// devices COUNT                       a report of that many cameras
+/// exit CODE                           return CODE; without it, a run returns 0
 /// ~~~
 
 #include <chrono>
@@ -26,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -40,8 +44,10 @@ uint32_t gMgLogModeLib = 0;
 namespace {
 
 using fake_plugin::step;
+using mg_host_api::param_number;
+using mg_host_api::signal_code;
 
-constexpr uint64_t tick_us = 10;
+constexpr uint64_t tick_us = 10;  ///< of the camera clock
 
 [[gnu::format(printf, 1, 2)]] void report(char const* format, ...) {
     va_list arguments;
@@ -66,7 +72,7 @@ struct image_format {
     uint32_t bytes() const { return line() * height; }
 };
 
-/// One run: it goes through a script and keeps what a plug-in keeps.
+/// One run: follows its script and holds the state of a plug-in.
 class scripted_run {
 public:
     int32_t follow(std::vector<step> const& steps);
@@ -101,8 +107,8 @@ private:
     std::vector<uint8_t> converted_;
 };
 
-/// Pixel bytes that tell which frame they belong to: byte i of good frame n is i * 7 + n * 13, so that a mixture of two
-/// frames is recognised. The upper bits of a 16-bit pixel stay empty.
+/// Fills a frame so that a test recognises a mixture of two frames: byte i of good frame n is i * 7 + n * 13. The upper
+/// four bits of a 16-bit pixel are 0.
 void scripted_run::fill(uint8_t* slot) const {
     for (uint32_t i = 0; i < image_.bytes(); ++i) {
         slot[i] = static_cast<uint8_t>(i * 7 + good_frames_ * 13);
@@ -119,10 +125,10 @@ void scripted_run::set_up() {
     set_up_ = true;
     uint32_t const bits = image_.bits() == 8 ? 8 : 12;
     uint32_t const line = image_.line();
-    MgSc__SetParamVal(4, image_.codec.c_str(), bits);
-    MgSc__SetParamVal(8, &line);
-    MgSc__SetParamVal(1, &image_.width);
-    MgSc__SetParamVal(2, &image_.height);
+    MgSc__SetParamVal(value_of(param_number::format_name), image_.codec.c_str(), bits);
+    MgSc__SetParamVal(value_of(param_number::stride), &line);
+    MgSc__SetParamVal(value_of(param_number::width), &image_.width);
+    MgSc__SetParamVal(value_of(param_number::height), &image_.height);
     MgGiMemInst__SetActFsize(0, image_.bytes());
     buffers_ = MgGiMainCtx__GetBnum();
     MgGiMainCtx__SetBnum(buffers_);
@@ -132,7 +138,7 @@ void scripted_run::set_up() {
         converted_.resize(image_.bytes() * 2);
         MgGiMemInst__Init(1, static_cast<uint32_t>(converted_.size()), 0);
         MgGiMemInst__SetActFsize(1, image_.bytes());
-        MgSc__InstSetParamVal(1, 4, converted_codec_.c_str());
+        MgSc__InstSetParamVal(1, value_of(param_number::format_name), converted_codec_.c_str());
     }
     report("buffers %u width %d format %u\n", buffers_, MgGiMainCtx__GetWidth(), unsigned{MgGiMainCtx__GetFormat()});
     set_up_camera(true);
@@ -140,7 +146,7 @@ void scripted_run::set_up() {
     MgGi__ResetTermSigProc();
 }
 
-/// The camera's own values are those that it begins with; it takes others where somebody has to set them.
+/// Applies the manual values of the host; without them, the camera keeps the values of its start.
 void scripted_run::set_up_camera(bool with_frame_rate) {
     constexpr int32_t manual = 1;
     if (stubborn_) {
@@ -166,7 +172,7 @@ void scripted_run::hand_over(uint8_t* slot) {
         result = MgGiMemInst__Trigger(1, 0, timestamp, converted_.data(), 0);
     }
     result = result == 0 ? MgGiMemInst__Trigger(0, 0, timestamp, slot, 0) : result;
-    MgSc__SetParamVal(12, &timestamp);
+    MgSc__SetParamVal(value_of(param_number::timestamp_us), &timestamp);
     if (result == 0) {
         MgSc__ProcExport(timestamp);
     } else {
@@ -178,14 +184,14 @@ void scripted_run::hand_over(uint8_t* slot) {
     }
 }
 
-/// When the camera took the frame at hand: 10 ms after the last one, or now.
+/// Sets the camera timestamp of the current frame: 10 ms after the last one, or now.
 void scripted_run::take_time() {
     using std::chrono::steady_clock;
     auto const now = std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now().time_since_epoch());
     ticks_ = real_time_ ? static_cast<uint64_t>(now.count()) / tick_us : uint64_t{good_frames_} * 1000;
 }
 
-/// \return whether to go on
+/// \return whether the run continues
 bool scripted_run::good_frame() {
     set_up();
     int32_t const code = MgUtl__CheckSignal();
@@ -196,9 +202,9 @@ bool scripted_run::good_frame() {
     fill(slot);
     uint64_t const ticks_before = ticks_;
     take_time();
-    MgSc__SetParamVal(6, &gain_db_);
-    MgSc__SetParamVal(7, &exposure_us_);
-    MgSc__SetParamVal(9, &ticks_);
+    MgSc__SetParamVal(value_of(param_number::gain_db), &gain_db_);
+    MgSc__SetParamVal(value_of(param_number::exposure_us), &exposure_us_);
+    MgSc__SetParamVal(value_of(param_number::camera_ticks), &ticks_);
     if (good_frames_ > 1) {
         hand_over(slot);
     }
@@ -208,7 +214,8 @@ bool scripted_run::good_frame() {
 }
 
 bool scripted_run::follow_signal(int32_t code) {
-    if (code == 0) {
+    auto const signal = static_cast<signal_code>(code);
+    if (signal == signal_code::none) {
         if (MgGi__CheckDynConfig(nullptr, nullptr, nullptr, nullptr) != 0) {
             set_up_camera(false);
             report("small change: gain %.1f exposure %.1f bright %.2f level %u\n", double{MgGiMainCtx__GetGainMan()},
@@ -217,10 +224,10 @@ bool scripted_run::follow_signal(int32_t code) {
         return true;
     }
     report("signal %d\n", code);
-    if (code == 2) {
+    if (signal == signal_code::reload) {
         return reconfigure();
     }
-    bool const stop = code == 1 || code == 5;
+    bool const stop = signal == signal_code::stop || signal == signal_code::stop_second_kind;
     if (stop) {
         MgGi__SetSignalAction(code);
     }
@@ -233,7 +240,7 @@ bool scripted_run::reconfigure() {
     report("reconfigured %d exit %u width %d rate %.1f\n", result, exit_requested, MgGiMainCtx__GetWidth(),
            double{MgGiMainCtx__GetFps()});
     if (exit_requested != 0) {
-        MgGi__SetSignalAction(2);
+        MgGi__SetSignalAction(value_of(signal_code::reload));
     } else if (result == 0) {
         set_up_camera(true);
     }
@@ -265,7 +272,7 @@ void scripted_run::call_wrongly() {
     report("null %d\n", MgGiMemInst__Trigger(0, 0, 1, nullptr, 0));
     report("stray %d\n", MgGiMemInst__Trigger(0, 0, 1, stray, 0));
     MgSc__ProcExport(1);
-    MgSc__SetParamVal(4, "NOSUCHFORMAT", uint32_t{8});
+    MgSc__SetParamVal(value_of(param_number::format_name), "NOSUCHFORMAT", uint32_t{8});
     report("pin %u\n", MgGiMainCtx__GetIoboxPin(99));
 }
 
@@ -286,7 +293,7 @@ int32_t scripted_run::follow(std::vector<step> const& steps) {
                       .padding = static_cast<uint32_t>(now.number(3, 0)),
                       .codec = now.text(2, "MONO8T")};
         } else if (now.verb == "grab") {
-            grab(now.number(0, 1));
+            grab(now.number(0, 10));
         } else if (now.verb == "frames") {
             for (long i = 0; i < now.number(0, 1); ++i) {
                 good_frame();
@@ -303,6 +310,10 @@ int32_t scripted_run::follow(std::vector<step> const& steps) {
         } else if (now.verb == "fetches") {
             for (long i = 0; i < now.number(0, 1); ++i) {
                 empty_fetch(now.number(1, 1));
+            }
+        } else if (now.verb == "await") {
+            while (!std::filesystem::exists(now.text(0, ""))) {
+                empty_fetch(1);
             }
         } else if (now.verb == "idle") {
             report("idle\n");

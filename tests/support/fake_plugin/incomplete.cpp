@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// A shared object that is no plug-in: of what one exports it has only `MgLibProc`.
+/// A shared object that is not a complete plug-in: of the required symbols it exports only `MgLibProc`.
 
 #include "mg_host_api.hpp"
 

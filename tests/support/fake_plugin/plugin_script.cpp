@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "plugin_script.hpp"
 
 #include <sstream>

@@ -1,4 +1,6 @@
-// The time of day, as somebody has set it. Clocks that nobody can set go on as they do.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Shifts the time of day. Clocks that cannot be set, for example CLOCK_MONOTONIC, stay correct.
 
 #include <ctime>
 

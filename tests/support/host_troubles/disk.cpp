@@ -1,5 +1,7 @@
-// Writing to files, as on a disk that is slow, or that its file system does not trust any more. Sockets and pipes are
-// let alone.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Writes to files as on a slow disk, or on one whose file system has become read-only or faulty. Sockets and pipes are
+/// not affected.
 
 #include <cerrno>
 #include <cstdint>
@@ -19,13 +21,13 @@ bool is_file(int descriptor) {
     return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
 }
 
-/// \return whether it fails; errno says why
+/// \return whether the call fails; errno holds the error
 bool fails() {
     errno = static_cast<int>(present_troubles().write_error);
     return errno != 0;
 }
 
-void be_slow() {
+void delay_write() {
     constexpr int64_t us_per_second = 1'000'000;
     int64_t const delay = present_troubles().write_delay_us;
     timespec const pause{delay / us_per_second, delay % us_per_second * 1000};
@@ -37,7 +39,7 @@ ssize_t write_troubled(int file, long number, void const* data, size_t size, off
         if (fails()) {
             return -1;
         }
-        be_slow();
+        delay_write();
     }
     return syscall(number, file, data, size, place);
 }
@@ -63,7 +65,8 @@ extern "C" ssize_t pwrite64(int file, void const* data, size_t size, off64_t pla
     return write_troubled(file, SYS_pwrite64, data, size, place);
 }
 
-// Declared by other names, since their own have declarations without the mode, which is there when a file is made.
+// Defined under other names: the headers declare `openat` with a variable argument, which is the mode if a file is
+// created.
 extern "C" int troubled_openat(int directory, char const* name, int flags, mode_t mode) __asm__("openat");
 extern "C" int troubled_openat64(int directory, char const* name, int flags, mode_t mode) __asm__("openat64");
 

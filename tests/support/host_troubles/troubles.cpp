@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "troubles.hpp"
 
 #include <cstdio>
@@ -10,14 +11,14 @@
 
 namespace {
 
-/// By system calls: the functions of these names are the troubled ones.
+/// Uses system calls, because this library replaces the functions of the same names.
 void const* map_troubles() {
     char const* const path = std::getenv("HOST_TROUBLES");
     long const file = path == nullptr ? -1 : syscall(SYS_openat, AT_FDCWD, path, O_RDONLY | O_CLOEXEC, 0);
     void* const mapped =
         file < 0 ? MAP_FAILED : mmap(nullptr, sizeof(host_troubles), PROT_READ, MAP_SHARED, static_cast<int>(file), 0);
     if (mapped == MAP_FAILED) {
-        std::fputs("HOST_TROUBLES names no file with troubles\n", stderr);
+        std::fputs("HOST_TROUBLES does not name a valid file\n", stderr);
         std::abort();
     }
     syscall(SYS_close, file);

@@ -1,17 +1,18 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What troubles a program has at present. A test writes them into a file, which the program's environment names:
-/// HOST_TROUBLES.
+/// Faults of the host that a test injects into a program. The test writes them to a file, whose path the program gets
+/// in the environment variable HOST_TROUBLES; it may change them at any time.
 
 #include <atomic>
 #include <cstdint>
 
-/// As it stands in the file, in this machine's byte order.
+/// Layout of the file, in this machine's byte order.
 struct host_troubles {
-    std::atomic<int64_t> clock_ahead_s;   ///< added to the time of day
-    std::atomic<int64_t> write_delay_us;  ///< that each write to a file takes longer
-    std::atomic<int64_t> write_error;     ///< that writing to files fails with, an errno; 0: none
+    std::atomic<int64_t> clock_ahead_s;   ///< seconds added to the time of day
+    std::atomic<int64_t> write_delay_us;  ///< microseconds that each write to a file takes longer
+    std::atomic<int64_t> write_error;     ///< errno with which writes to files fail; 0: none
 };
 
-/// \return those of the moment; it stays the same object
+/// \return the current faults, mapped from the file; always the same object
 host_troubles const& present_troubles();

@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "recording_host.hpp"
 
 #include <mg_host_api.hpp>
 
 #include <cstdarg>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -18,7 +18,7 @@ namespace {
 constexpr size_t slot_bytes = 4096 * 1024;
 constexpr size_t slots = 8;
 
-/// Flat frame memory; the pages are touched only where a test writes.
+/// Flat frame memory. Only pages that a test writes to occupy memory.
 uint8_t* frame_memory() {
     static auto* const memory = static_cast<uint8_t*>(std::aligned_alloc(4096, slot_bytes * slots));
     return memory;
@@ -197,9 +197,11 @@ uint16_t const* MgGiMainCtx__GetLutDataU16() {
     return host().lut.empty() ? nullptr : host().lut.data();
 }
 uint32_t MgGiMainCtx__GetFnum() {
+    journal().add("MgGiMainCtx__GetFnum()");
     return host().fnum;
 }
 uint32_t MgGiMainCtx__GetBnum() {
+    journal().add("MgGiMainCtx__GetBnum()");
     return host().bnum;
 }
 void MgGiMainCtx__SetBnum(uint32_t count) {
@@ -246,8 +248,9 @@ void MgSc__SetParamVal(uint32_t number, void const* value, ...) {
     if (host().on_publish) {
         host().on_publish(number);
     }
-    switch (number) {
-        case 4: {
+    using mg_host_api::param_number;
+    switch (static_cast<param_number>(number)) {
+        case param_number::format_name: {
             va_list args;
             va_start(args, value);
             uint32_t const bits = va_arg(args, uint32_t);
@@ -255,20 +258,24 @@ void MgSc__SetParamVal(uint32_t number, void const* value, ...) {
             auto const* const name = static_cast<char const*>(value);
             journal().add("MgSc__SetParamVal(4, %s, %u)", name, bits);
             host().values.push_back({.number = 4, .value = 0.0, .format = name, .bits = bits});
-            break;
+            return;
         }
-        case 6:
-        case 7:
+        case param_number::gain_db:
+        case param_number::exposure_us:
             record_value(number, read_as<float>(value));
-            break;
-        case 9:
-        case 12:
+            return;
+        case param_number::camera_ticks:
+        case param_number::timestamp_us:
             record_value(number, read_as<uint64_t>(value));
-            break;
-        default:
+            return;
+        case param_number::width:
+        case param_number::height:
+        case param_number::stride:
+        case param_number::exposure_counter:
             record_value(number, read_as<uint32_t>(value));
-            break;
+            return;
     }
+    journal().add("MgSc__SetParamVal(%u, unknown)", number);
 }
 void MgSc__InstSetParamVal(uint32_t instance, uint32_t number, void const* value) {
     journal().add("MgSc__InstSetParamVal(%u, %u, %s)", instance, number, static_cast<char const*>(value));
@@ -337,6 +344,9 @@ void MgGi__CommTriggerAll(uint64_t next, uint32_t latency_adjustment, uint32_t s
     }
 }
 timeval MgUtl__TimeValDiff(timeval const* later, timeval const* earlier) {
+    if (host().time_difference) {
+        return host().time_difference(*later, *earlier);
+    }
     timeval difference{};
     timersub(later, earlier, &difference);
     return difference;

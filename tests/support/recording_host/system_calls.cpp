@@ -1,4 +1,7 @@
-// Calls of the C library that the recording host stands in for. Linked into a program they take precedence.
+// SPDX-License-Identifier: MIT
+/// \file
+/// C library functions that the recording host replaces. Linked into a program, they take precedence over the
+/// library's.
 #include <sys/time.h>
 #include <syslog.h>
 
@@ -10,7 +13,7 @@
 
 namespace {
 
-void record_line(int priority, char const* format, va_list args) {
+[[gnu::format(printf, 2, 0)]] void record_line(int priority, char const* format, va_list args) {
     support::outside_plugin const scope;
     char text[4096];
     std::vsnprintf(text, sizeof text, format, args);
@@ -47,8 +50,8 @@ void syslog(int priority, char const* format, ...) {
     va_end(args);
 }
 
-// What the call above becomes where the C library checks formats at run time.
-void __syslog_chk(int priority, int, char const* format, ...);
+// The C library's headers replace `syslog` by this function where formats are checked at run time.
+[[gnu::format(printf, 3, 4)]] void __syslog_chk(int priority, int, char const* format, ...);
 void __syslog_chk(int priority, int, char const* format, ...) {
     va_list args;
     va_start(args, format);

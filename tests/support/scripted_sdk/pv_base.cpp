@@ -1,4 +1,6 @@
-// PvString and PvResult, and the script itself.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvString and PvResult, and the script itself.
 #include <PvResult.h>
 #include <PvString.h>
 
@@ -8,7 +10,7 @@
 
 #include "scripted_sdk.hpp"
 
-// ---- PvString: an empty text owns nothing -------------------------------------------------------
+// ---- PvString: an empty text allocates nothing --------------------------------------------------
 
 struct PvString::impl {
     std::string text;

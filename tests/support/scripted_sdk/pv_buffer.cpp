@@ -1,4 +1,6 @@
-// PvBuffer and PvImage.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvBuffer and PvImage.
 #include <PvBuffer.h>
 
 #include "scripted_objects.hpp"
@@ -20,7 +22,7 @@ PvResult PvBuffer::Attach(void* memory, uint32_t bytes) {
     journal().add("Attach(%p, %u)", memory, bytes);
     impl_->memory = memory;
     impl_->size = bytes;
-    return scripted::ok;
+    return scripted::sdk().attach;
 }
 PvPayloadType PvBuffer::GetPayloadType() const {
     return impl_->content.payload;

@@ -1,4 +1,6 @@
-// PvDevice and PvDeviceGEV.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvDevice and PvDeviceGEV.
 #include <PvDeviceGEV.h>
 
 #include "scripted_objects.hpp"
@@ -32,7 +34,7 @@ PvDevice* PvDevice::CreateAndConnect(PvString const& connection_id, PvResult* re
     journal().add("PvDevice::CreateAndConnect(%s)", connection_id.GetAscii());
     auto* const script = scripted::find_device(connection_id);
     *result = script == nullptr ? PvResult::Code::NOT_FOUND : script->connect;
-    if (!result->IsOK()) {
+    if (script == nullptr || (!result->IsOK() && !script->half_connected)) {
         return nullptr;
     }
     auto state = std::make_unique<impl>(*script);
@@ -54,6 +56,9 @@ PvResult PvDevice::Connect(PvString const& connection_id, PvAccessType) {
 }
 PvResult PvDevice::Disconnect() {
     journal().add("Disconnect()");
+    if (impl_->script.on_disconnect) {
+        impl_->script.on_disconnect();
+    }
     return impl_->script.disconnect;
 }
 bool PvDevice::IsConnected() const {

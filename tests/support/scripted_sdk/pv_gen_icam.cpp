@@ -1,4 +1,6 @@
-// PvGenParameterArray and the features.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvGenParameterArray and the features.
 #include <PvGenBoolean.h>
 #include <PvGenCommand.h>
 #include <PvGenEnum.h>
@@ -17,16 +19,16 @@ namespace {
 
 template <typename... arguments>
 void note(char const* operation, char const* name, char const* format = "", arguments... values) {
-    char rest[256];
+    char shown_values[256];
     if constexpr (sizeof...(values) == 0) {
-        std::snprintf(rest, sizeof rest, "%s", format);
+        std::snprintf(shown_values, sizeof shown_values, "%s", format);
     } else {
-        std::snprintf(rest, sizeof rest, format, values...);
+        std::snprintf(shown_values, sizeof shown_values, format, values...);
     }
-    journal().add("%s(%s%s)", operation, name, rest);
+    journal().add("%s(%s%s)", operation, name, shown_values);
 }
 
-/// Reads: the value goes out only with OK.
+/// Reads a value; the output is written only if the result is OK.
 template <typename value_type, typename take>
 PvResult read(char const* operation, char const* name, feature& script, value_type& value, take&& value_of) {
     outside_plugin const scope;
@@ -125,7 +127,7 @@ code execute(char const* operation, char const* name, feature& script) {
     return script.execute;
 }
 
-/// The feature of a name, whatever its kind.
+/// \return the feature of that name, of any type; null: there is none
 feature* find(PvGenParameterArray::impl& array, PvString const& name) {
     outside_plugin const scope;
     auto const found = array.script->find(name.GetAscii());

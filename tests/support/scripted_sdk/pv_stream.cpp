@@ -1,4 +1,6 @@
-// PvStream and PvStreamGEV.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvStream and PvStreamGEV.
 #include <PvStreamGEV.h>
 
 #include <deque>
@@ -12,7 +14,7 @@ struct PvStream::impl {
     scripted::device& script;
     std::deque<PvBuffer*> queued{};
     std::deque<PvBuffer*> aborted{};
-    uint32_t made = 0;  ///< blocks of the endless script
+    uint32_t made = 0;  ///< blocks made by the endless script
 
     scripted::block next_block() {
         if (!script.blocks.empty()) {
@@ -38,7 +40,7 @@ PvStream* PvStream::CreateAndOpen(PvString const& connection_id, PvResult* resul
     journal().add("PvStream::CreateAndOpen(%s)", connection_id.GetAscii());
     auto* const script = scripted::find_device(connection_id);
     *result = script == nullptr ? PvResult::Code::NOT_FOUND : script->open_stream;
-    if (!result->IsOK()) {
+    if (script == nullptr || (!result->IsOK() && !script->half_connected)) {
         return nullptr;
     }
     std::unique_ptr<impl> state(new impl{*script});
@@ -53,8 +55,10 @@ void PvStream::Free(PvStream* stream) {
 PvResult PvStream::QueueBuffer(PvBuffer* buffer) {
     outside_plugin const scope;
     journal().add("QueueBuffer(%p)", buffer->impl_->memory);
-    impl_->queued.push_back(buffer);
-    return scripted::ok;
+    if (impl_->script.queue == scripted::ok) {
+        impl_->queued.push_back(buffer);
+    }
+    return impl_->script.queue;
 }
 
 PvResult PvStream::RetrieveBuffer(PvBuffer** buffer, PvResult* operation, uint32_t timeout_ms) {
@@ -74,6 +78,10 @@ PvResult PvStream::RetrieveBuffer(PvBuffer** buffer, PvResult* operation, uint32
     if (block.call != scripted::ok) {
         return block.call;
     }
+    if (block.without_buffer) {
+        *operation = block.operation;
+        return scripted::ok;
+    }
     if (impl_->queued.empty()) {
         return PvResult::Code::TIMEOUT;
     }
@@ -87,6 +95,9 @@ PvResult PvStream::RetrieveBuffer(PvBuffer** buffer, PvResult* operation, uint32
 PvResult PvStream::AbortQueuedBuffers() {
     outside_plugin const scope;
     journal().add("AbortQueuedBuffers()");
+    if (impl_->script.abort != scripted::ok) {
+        return impl_->script.abort;
+    }
     impl_->aborted.insert(impl_->aborted.end(), impl_->queued.begin(), impl_->queued.end());
     impl_->queued.clear();
     return scripted::ok;

@@ -1,4 +1,6 @@
-// PvSystem, PvInterface and PvDeviceInfo.
+// SPDX-License-Identifier: MIT
+/// \file
+/// PvSystem, PvInterface and PvDeviceInfo.
 #include <PvSystem.h>
 
 #include "scripted_objects.hpp"

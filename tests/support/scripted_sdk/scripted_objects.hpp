@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// The double's side of the SDK's opaque classes, shared by its source files.
+/// Implementation of the SDK's opaque classes, shared by the source files of the scripted SDK.
 
 #include <PvBuffer.h>
 #include <PvDevice.h>
@@ -48,19 +49,19 @@ struct PvDevice::impl {
           communication(std::make_unique<PvGenParameterArray::impl>(PvGenParameterArray::impl{&camera.communication})) {
         begin_connection();
     }
-    /// A connection has features of its own. Whoever still asks those of the connection before finds none.
+    /// Starts a new connection. It has its own features; those of the previous connection become empty.
     void begin_connection() {
         static std::map<std::string, scripted::feature> none;
-        if (in_force != nullptr) {
-            in_force->script = &none;
+        if (active != nullptr) {
+            active->script = &none;
         }
         auto state = std::make_unique<PvGenParameterArray::impl>(PvGenParameterArray::impl{&script.features});
-        in_force = state.get();
+        active = state.get();
         features.push_back(std::make_unique<PvGenParameterArray>(std::move(state)));
     }
     scripted::device& script;
-    std::vector<std::unique_ptr<PvGenParameterArray>> features{};  ///< of each connection so far
-    PvGenParameterArray::impl* in_force = nullptr;                 ///< of the last of them
+    std::vector<std::unique_ptr<PvGenParameterArray>> features{};  ///< one per connection, also the closed ones
+    PvGenParameterArray::impl* active = nullptr;                   ///< of the last connection
     PvGenParameterArray communication;
 };
 
@@ -75,7 +76,7 @@ struct PvBuffer::impl {
 
 namespace scripted {
 
-/// The device with this connection ID, null when the script has none.
+/// \return the device with this connection ID, null: the script has none
 device* find_device(PvString const& connection_id);
 
 }  // namespace scripted

@@ -1,4 +1,5 @@
-"""A browser without a window, and what tests ask of the page in it."""
+# SPDX-License-Identifier: MIT
+"""Headless Chromium, and access to the elements of the live page in it."""
 
 import pathlib
 import tempfile
@@ -10,7 +11,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from recording_process import wait_for
+from waiting import wait_for
 
 OPTIONS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--no-first-run",
            "--disable-background-networking", "--disable-component-update", "--disable-sync",
@@ -21,7 +22,7 @@ PHONE = (390, 844)
 
 
 class Browser:
-    """Chromium, until the context is left."""
+    """Chromium, until the context is left. Elements are named by their id."""
 
     def __enter__(self):
         self.profile = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
@@ -59,11 +60,11 @@ class Browser:
                                     {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
 
     def press(self, *keys):
-        """Keys to whatever has the focus, as a keyboard has them."""
+        """Sends key presses to the focused element."""
         ActionChains(self.driver, duration=0).send_keys(*keys).perform()
 
     def fill(self, name, value):
-        """Goes to a field and writes over what is in it."""
+        """Focuses an input field with the keyboard and replaces its text."""
         self.tab_to(name)
         ActionChains(self.driver, duration=0).key_down(Keys.CONTROL).send_keys("a").key_up(Keys.CONTROL).perform()
         self.press(value)
@@ -72,24 +73,24 @@ class Browser:
         return self.run("return document.activeElement.id || document.activeElement.getAttribute('aria-label')"
                         " || document.activeElement.className || document.activeElement.tagName")
 
-    def tab_to(self, name, most=60):
-        for _ in range(most):
+    def tab_to(self, name, max_presses=60):
+        for _ in range(max_presses):
             if self.focused() == name:
                 return
             self.press(Keys.TAB)
-        raise AssertionError(f"the keyboard does not reach {name}")
+        raise AssertionError(f"{name} cannot be focused with the keyboard")
 
     def wait(self, condition, what, seconds=20):
-        return wait_for(condition, f"{what}; the answer is \"{self.shown_answer()}\"", seconds)
+        return wait_for(condition, f"{what}; the page shows the answer \"{self.shown_answer()}\"", seconds)
 
     def shown_answer(self):
         return self.run("return document.getElementById('answer')?.textContent")
 
-    def complaints(self):
-        """What the page's console has to say beside what is of no consequence."""
+    def console_errors(self):
+        """Errors and warnings in the page's console."""
         return [line for line in self.driver.get_log("browser")
                 if line["level"] in ("SEVERE", "WARNING") and not line["message"].startswith("chrome://")]
 
-    def photograph(self, directory, name):
+    def save_screenshot(self, directory, name):
         pathlib.Path(directory).mkdir(parents=True, exist_ok=True)
         self.driver.save_screenshot(str(pathlib.Path(directory) / name))

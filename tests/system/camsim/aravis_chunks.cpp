@@ -1,9 +1,10 @@
-/// Grabs blocks with chunks through Aravis and prints what Aravis makes of each, a JSON object a line: of the buffer as
-/// it tells it, and of the chunks both as its buffers find them and as its chunk parser reads them by the description.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Grabs blocks with chunks through Aravis and prints one JSON object per block: properties of the buffer, and its
+/// chunks as raw bytes and as values from Aravis's chunk parser.
 #include <arv.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <stdexcept>
@@ -14,10 +15,10 @@ namespace {
 struct unref {
     void operator()(gpointer object) const { g_object_unref(object); }
 };
-template <typename Object>
-using owned = std::unique_ptr<Object, unref>;
+template <typename object>
+using owned = std::unique_ptr<object, unref>;
 
-/// The error that an Aravis call leaves behind, as an exception.
+/// Turns the error of an Aravis call into an exception.
 class checked_error {
 public:
     ~checked_error() { g_clear_error(&error_); }
@@ -35,8 +36,8 @@ private:
     GError* error_ = nullptr;
 };
 
-template <typename Call>
-auto checked(char const* what, Call call) {
+template <typename function>
+auto checked(char const* what, function call) {
     checked_error error;
     auto result = call(error.out());
     error.check(what);
@@ -74,15 +75,15 @@ std::string parsed_integer(ArvChunkParser* parser, ArvBuffer* buffer, char const
 }
 
 void print(ArvBuffer* buffer, ArvChunkParser* parser) {
-    std::size_t whole = 0;
+    std::size_t size = 0;
     std::size_t image = 0;
-    arv_buffer_get_data(buffer, &whole);
+    arv_buffer_get_data(buffer, &size);
     arv_buffer_get_image_data(buffer, &image);
     bool const has_chunks = arv_buffer_has_chunks(buffer) == TRUE;
     std::printf("{\"status\": %d, \"block_id\": %" G_GUINT64_FORMAT
                 ", \"payload_type\": %d, \"has_chunks\": %s, \"bytes\": %zu, \"image_bytes\": %zu",
                 static_cast<int>(arv_buffer_get_status(buffer)), arv_buffer_get_frame_id(buffer),
-                static_cast<int>(arv_buffer_get_payload_type(buffer)), has_chunks ? "true" : "false", whole, image);
+                static_cast<int>(arv_buffer_get_payload_type(buffer)), has_chunks ? "true" : "false", size, image);
     if (has_chunks) {
         std::printf(", \"raw\": [\"%s\", \"%s\", \"%s\", \"%s\"], \"parsed\": [%s, %s, %s, %s]",
                     raw_chunk(buffer, 0x2005).c_str(), raw_chunk(buffer, 0x2004).c_str(),
@@ -96,7 +97,7 @@ void print(ArvBuffer* buffer, ArvChunkParser* parser) {
 }
 
 void grab(char const* chunks, int frames) {
-    constexpr guint64 longest_wait_us = 5'000'000;
+    constexpr guint64 max_wait_us = 5'000'000;
     owned<ArvCamera> const camera(checked("open", [](GError** error) { return arv_camera_new(nullptr, error); }));
     arv_camera_gv_set_stream_options(camera.get(), ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
     checked("chunks", [&](GError** error) {
@@ -116,9 +117,9 @@ void grab(char const* chunks, int frames) {
         return 0;
     });
     for (int count = 0; count < frames; ++count) {
-        owned<ArvBuffer> const buffer(arv_stream_timeout_pop_buffer(stream.get(), longest_wait_us));
+        owned<ArvBuffer> const buffer(arv_stream_timeout_pop_buffer(stream.get(), max_wait_us));
         if (!buffer) {
-            throw std::runtime_error("no buffer came");
+            throw std::runtime_error("timeout: no buffer");
         }
         print(buffer.get(), parser.get());
     }

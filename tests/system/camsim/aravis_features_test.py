@@ -1,9 +1,10 @@
-"""Aravis, a stranger, finds camsim and works with its features."""
+# SPDX-License-Identifier: MIT
+"""Aravis finds camsim and uses its features."""
 
 import re
 import unittest
 
-from camera_process import Camera, arv_control, arv_tool
+from camera_process import Camera, StandardCamera, arv_control, arv_tool
 
 
 def value_of(line):
@@ -54,13 +55,21 @@ class AravisFeatures(unittest.TestCase):
         self.assertEqual(lines[5], "ExposureTime = 1000 us min:10 max:1e+06")
         self.assertIn("min:500 ", lines[6])
 
-    def test_knows_limits_that_move_with_each_other(self):
-        with Camera("--sensor", "1920x1200", "--dependent-roi-limits"):
-            lines = arv_control("OffsetX", "Width=1280", "OffsetX=600", "OffsetX", "Width", "OffsetX=648")
+    def test_knows_limits_that_depend_on_each_other(self):
+        with StandardCamera("--sensor", "1920x1200"):
+            lines = arv_control("OffsetX", "Width=1280", "OffsetX=600", "OffsetX", "Width", "OffsetX=648",
+                                "ExposureTime", "AcquisitionFrameRate=100", "ExposureTime=9981", "ExposureTime",
+                                "AcquisitionFrameRate", "Height=600", "AcquisitionFrameRate")
         self.assertIn("max:0 ", lines[0])
         self.assertIn("max:640 ", lines[3])
         self.assertIn("max:1320 ", lines[4])
         self.assertIn("write error", lines[5])
+        self.assertEqual(lines[6], "ExposureTime = 1000 us min:10 max:49980")
+        self.assertIn("write error", lines[8])
+        self.assertEqual(lines[9], "ExposureTime = 1000 us min:10 max:9980")
+        maxima = [float(lines[index].split("max:")[1]) for index in (10, 12)]
+        for maximum, height in zip(maxima, (1200, 600)):
+            self.assertAlmostEqual(maximum, 1e6 / (1.75 * height + 40), places=2)
 
     def test_selects_a_gain_by_its_selector(self):
         with Camera():
@@ -69,7 +78,7 @@ class AravisFeatures(unittest.TestCase):
         self.assertEqual(lines[4], "Gain = 8 min:1 max:16")
         self.assertEqual(lines[6], "Gain = 2.5 min:1 max:4")
 
-    def test_is_refused_what_the_camera_cannot_do(self):
+    def test_gets_an_error_for_unsupported_values(self):
         with Camera():
             lines = arv_control("Width=17", "Gain=16.5", "ExposureTime=9", "AcquisitionFrameRate=100000",
                                 "PixelFormat=RGB8", "Width", "Gain", "PixelFormat")
@@ -77,7 +86,7 @@ class AravisFeatures(unittest.TestCase):
             self.assertIn("error", line)
         self.assertEqual([value_of(line) for line in lines[5:]], ["2464", "1", "Mono8"])
 
-    def test_is_refused_a_region_beyond_the_sensor_at_acquisition_start(self):
+    def test_gets_an_error_for_a_region_outside_the_sensor_at_acquisition_start(self):
         with Camera():
             lines = arv_control("OffsetX=2448", "AcquisitionStart", "OffsetX=0", "AcquisitionStart", "AcquisitionStop")
         self.assertIn("error", lines[1])
@@ -89,8 +98,18 @@ class AravisFeatures(unittest.TestCase):
         self.assertIn("error", lines[1])
         self.assertEqual(value_of(lines[4]), "1280")
 
+    def test_reads_the_timestamp_that_was_latched_last(self):
+        with Camera():
+            lines = arv_control("GevTimestampValue", "GevTimestampControlLatch", "GevTimestampValue", "GevTimestampValue",
+                                "GevTimestampControlLatch", "GevTimestampValue")
+        ticks = [int(value_of(lines[index])) for index in (0, 2, 3, 5)]
+        self.assertEqual(ticks[0], 0)
+        self.assertGreater(ticks[1], 0)
+        self.assertEqual(ticks[2], ticks[1])
+        self.assertGreater(ticks[3], ticks[1])
+
     def test_reads_a_timestamp_that_runs_and_a_temperature(self):
-        with Camera("--tick-frequency", "125000000"):
+        with Camera("--tick-frequency", "125000000", "--timestamp", "running"):
             lines = arv_control("GevTimestampTickFrequency", "GevTimestampValue", "GevTimestampValue",
                                 "DeviceTemperature", "GevTimestampControlReset", "GevTimestampValue")
         ticks = [int(value_of(lines[index])) for index in (1, 2, 5)]

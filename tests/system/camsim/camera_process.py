@@ -1,8 +1,10 @@
-"""camsim as a child process, and the other programs that a test runs against it.
+# SPDX-License-Identifier: MIT
+"""Runs camsim as a child process, and programs that use it.
 
 Paths come from the environment: CAMSIM, CAMSIM_STREAM_PROBE and CAMSIM_ARAVIS_CHUNKS. Tests run inside a network namespace of their own.
 """
 
+import functools
 import json
 import os
 import pathlib
@@ -11,20 +13,28 @@ import signal
 import socket
 import subprocess
 import tempfile
-import time
 import tomllib
+
+import waiting
 
 CAMSIM = os.environ["CAMSIM"]
 PROBE = os.environ["CAMSIM_STREAM_PROBE"]
 ARAVIS_CHUNKS = os.environ["CAMSIM_ARAVIS_CHUNKS"]
 DEADLINE_SECONDS = 20
+wait_for = functools.partial(waiting.wait_for, seconds=DEADLINE_SECONDS)
 
 
 class Camera:
-    """Runs camsim from its ready line to SIGTERM; leaving the context fails when it does not end in good order."""
+    """A camsim process. It is ready when the context is entered; leaving fails unless it ends with status 0 and no errors.
+
+    The plug-in sets a region only in a camera whose limits of size and offset are independent, so this one has such limits. A
+    StandardCamera has the defaults of camsim.
+    """
+
+    limits_options = ("--limits", "independent")
 
     def __init__(self, *arguments, end_signal=signal.SIGTERM):
-        self.arguments = arguments
+        self.arguments = (*self.limits_options, *arguments)
         self.end_signal = end_signal
         self.lost = False
         self.directory = tempfile.TemporaryDirectory()
@@ -37,11 +47,11 @@ class Camera:
         self.ready_line = self.process.stdout.readline() if ready else ""
         if not self.ready_line.startswith("camsim: ready, "):
             self.process.kill()
-            raise AssertionError(f"camsim did not get ready: {self.process.communicate()[1]}")
+            raise AssertionError(f"camsim did not become ready: {self.process.communicate()[1]}")
         return self
 
     def lose(self):
-        """Ends the camera without a word, as a pulled plug does."""
+        """Kills the camera, as unplugging it does."""
         self.lost = True
         self.process.kill()
         self.process.wait()
@@ -52,25 +62,53 @@ class Camera:
             _, errors = self.process.communicate(timeout=DEADLINE_SECONDS)
         except subprocess.TimeoutExpired:
             self.process.kill()
-            raise AssertionError("camsim did not end when asked to")
-        lines = self.truth_path.read_text().splitlines()
+            raise AssertionError("camsim did not end after the signal")
+        self._read_truth()
         self.directory.cleanup()
-        self.truth_header, *self.truth_frames = [json.loads(line) for line in lines]
         if kind is None and not self.lost and (self.process.returncode != 0 or errors):
             raise AssertionError(f"camsim ended with {self.process.returncode}: {errors}")
 
+    def _read_truth(self):
+        lines = self.truth_path.read_text().splitlines()
+        self.truth_header, *self.truth_frames = [json.loads(line) for line in lines]
+
     def description(self):
-        """The GenICam description of a camera with the same options."""
-        return run(CAMSIM, *self.arguments, "--print-description")
+        """\\return the GenICam XML of a camera with the same options"""
+        return run(CAMSIM, *self.arguments, "--print-xml")
 
     def frames_so_far(self):
-        """The frames that the truth file tells of already."""
+        """\\return the frames in the truth file so far; after the end of the camera, all"""
+        if self.process.returncode is not None and not self.truth_path.exists():
+            return self.truth_frames
         lines = self.truth_path.read_text().split("\n")[1:-1]
         return [json.loads(line) for line in lines]
 
 
+class StandardCamera(Camera):
+    """A camera with the defaults of camsim, which are those of the standards."""
+
+    limits_options = ()
+
+
+class Cameras(Camera):
+    """Several cameras in one camsim process, at 127.0.0.2 and the following addresses."""
+
+    def __init__(self, count, *arguments):
+        super().__init__("--count", str(count), *arguments)
+        self.addresses = [f"127.0.0.{2 + index}" for index in range(count)]
+        self.truth_paths = [self.truth_path.with_name(f"{self.truth_path.name}.{address}") for address in self.addresses]
+
+    def __enter__(self):
+        super().__enter__()
+        self.ready_lines = [self.ready_line, *(self.process.stdout.readline() for _ in self.addresses[1:])]
+        return self
+
+    def _read_truth(self):
+        """Each camera has a truth file of its own, which tests read while the cameras run."""
+
+
 class FaultyCamera(Camera):
-    """A camera whose faults are started and ended while it runs."""
+    """A camera with a control socket, which starts and stops faults."""
 
     def __init__(self, *arguments, **options):
         super().__init__(*arguments, **options)
@@ -81,15 +119,15 @@ class FaultyCamera(Camera):
         super().__enter__()
         self.control = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self.control.settimeout(DEADLINE_SECONDS)
-        wait_for(lambda: self.control.connect_ex(self.control_path) == 0, "the control socket")
+        self.control.connect(self.control_path)  # it accepts connections before the camera is ready
         return self
 
     def __exit__(self, *exception):
         self.control.close()
         super().__exit__(*exception)
 
-    def ask(self, line):
-        """The answer to a request, both a line of TOML."""
+    def request(self, line):
+        """Sends a request on the control socket, a line of TOML. \\return the response"""
         self.control.sendall(line.encode() + b"\n")
         answer = b""
         while not answer.endswith(b"\n"):
@@ -99,32 +137,35 @@ class FaultyCamera(Camera):
         return tomllib.loads(answer.decode())
 
     def start_fault(self, kind, **parameters):
-        """Puts a fault into force. \\return its number"""
+        """Starts a fault. \\return its number"""
         values = {"kind": kind, **parameters}
-        return self.ask(f"start = {{ {', '.join(f'{name} = {json.dumps(value)}' for name, value in values.items())} }}")["fault"]
+        return self.request(f"start = {{ {', '.join(f'{name} = {json.dumps(value)}' for name, value in values.items())} }}")["fault"]
 
     def stop_fault(self, number):
-        """Ends a fault. \\return how often it struck"""
-        return self.ask(f"stop = {json.dumps(number)}")["hits"]
+        """Stops a fault. \\return how often it was applied"""
+        return self.request(f"stop = {json.dumps(number)}")["hits"]
 
     def hits(self, number):
-        """How often a fault has struck so far."""
-        return next(one["hits"] for one in self.ask("list = true")["faults"] if one["fault"] == number)
+        """\\return how often a fault has been applied so far"""
+        return next(one["hits"] for one in self.request("list = true")["faults"] if one["fault"] == number)
 
 
-def wait_for(condition, what):
-    """Waits until condition() holds and returns its value; fails when it does not come true."""
-    deadline = time.monotonic() + DEADLINE_SECONDS
-    while time.monotonic() < deadline:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.01)
-    raise AssertionError(f"waited in vain for {what}")
+class StandardFaultyCamera(FaultyCamera):
+    """A FaultyCamera with the defaults of camsim."""
+
+    limits_options = ()
+
+
+def undisturbed_frames(truth, frames=10):
+    """The exposed frames before which the camera dropped none for some frames. The chart moves on while a frame is dropped, so the next
+    frames differ from those that automatic exposure and gain have measured."""
+    dropped = {frame["frame"] for frame in truth if frame["outcome"] == "dropped"}
+    return [frame for frame in truth
+            if frame["outcome"] != "dropped" and dropped.isdisjoint(range(frame["frame"] - frames, frame["frame"]))]
 
 
 def run(*command, timeout=60):
-    """Standard output of a program that must succeed."""
+    """Runs a program, which must succeed. \\return its standard output"""
     done = subprocess.run(command, capture_output=True, text=True, timeout=timeout)
     if done.returncode != 0:
         raise AssertionError(f"{command} ended with {done.returncode}: {done.stdout}{done.stderr}")
@@ -136,12 +177,12 @@ def arv_tool(*arguments):
 
 
 def arv_control(*assignments):
-    """The answer lines of `arv-tool control`, without the one that names the camera."""
+    """\\return the output of `arv-tool control` without the first line, which names the camera"""
     return arv_tool("control", *assignments).splitlines()[1:]
 
 
 def features(*names):
-    """The values of features of the only camera, as Aravis prints them, without units and limits."""
+    """\\return the values of features, by name, as Aravis prints them, without units and limits"""
     lines = arv_control(*names)
     return {name: line.removeprefix(f"{name} = ").split(" ")[0] for name, line in zip(names, lines, strict=True)}
 
@@ -151,7 +192,7 @@ def feature(name):
 
 
 def arv_grab(seconds, packet_size):
-    """Grabs with Aravis; its figures by name."""
+    """Grabs with Aravis. \\return its statistics, by name"""
     output = run("arv-camera-test-0.8", "-a", "--no-packet-socket", "-j", "never", "-i", str(packet_size),
                  f"--duration={seconds}")
     pairs = (line.split("=") for line in output.splitlines() if line.startswith("n_"))

@@ -1,31 +1,37 @@
-"""A GVCP application in Python, written from the layout of the standard and independent of camsim's own encoders."""
+# SPDX-License-Identifier: MIT
+"""A GVCP application and GVSP receiver in Python, written from the packet layouts of the standard and independent of camsim's encoders."""
 
 import socket
 import struct
 
+DEADLINE_SECONDS = 20  # for packets that must arrive
+NO_ACKNOWLEDGE_SECONDS = 2  # hundreds of round trips
+MANY_SECONDS = 60  # a heartbeat timeout that a busy machine does not exceed
 PORT = 3956
 READREG, WRITEREG, READMEM, WRITEMEM, PACKETRESEND = 0x0080, 0x0082, 0x0084, 0x0086, 0x0040
 PENDING_ACK = 0x0089
+FORCEIP, ACTION = 0x0004, 0x0100
 
 SUCCESS, ACCESS_DENIED, INVALID_HEADER = 0x0000, 0x8006, 0x800E
-NOT_IMPLEMENTED, INVALID_ADDRESS, WRITE_PROTECT, BAD_ALIGNMENT = 0x8001, 0x8003, 0x8004, 0x8005
+NOT_IMPLEMENTED, INVALID_PARAMETER, INVALID_ADDRESS, WRITE_PROTECT, BAD_ALIGNMENT = 0x8001, 0x8002, 0x8003, 0x8004, 0x8005
 PACKET_RESEND, PACKET_UNAVAILABLE = 0x0100, 0x800C
 
-HEARTBEAT_TIMEOUT, GVCP_CONFIGURATION, GVSP_CONFIGURATION = 0x0938, 0x0954, 0x0960
+GVCP_CAPABILITY, HEARTBEAT_TIMEOUT, GVCP_CONFIGURATION, GVSP_CONFIGURATION = 0x0934, 0x0938, 0x0954, 0x0960
 CCP, PRIMARY_PORT, PRIMARY_ADDRESS = 0x0A00, 0x0A04, 0x0A14
 HOST_PORT, PACKET_SIZE, PACKET_DELAY = 0x0D00, 0x0D04, 0x0D08
-DESTINATION, STREAM_CONFIGURATION = 0x0D18, 0x0D24
+DESTINATION, SOURCE_PORT, STREAM_CAPABILITY, STREAM_CONFIGURATION = 0x0D18, 0x0D1C, 0x0D20, 0x0D24
+ACTION_DEVICE_KEY, ACTION_GROUP_KEY, ACTION_GROUP_MASK = 0x090C, 0x9800, 0x9804
 EXCLUSIVE, CONTROL = 1, 2
 
 LEADER, TRAILER, PAYLOAD = 1, 2, 3
 
 
 class Application:
-    """One application's control channel."""
+    """The control channel of one application."""
 
     def __init__(self, camera="127.0.0.1"):
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.socket.settimeout(2)
+        self.socket.settimeout(DEADLINE_SECONDS)
         self.socket.connect((camera, PORT))
         self.next_id = 0
 
@@ -40,32 +46,47 @@ class Application:
         self.socket.send(struct.pack(">BBHHH", 0x42, flags, command, len(payload), self.next_id) + payload)
 
     def receive(self):
-        """Status, acknowledge number, ID and payload of the next acknowledge."""
+        """\\return status, acknowledge number, ID and payload of the next acknowledge"""
         datagram = self.socket.recv(2048)
         status, number, length, identifier = struct.unpack(">HHHH", datagram[:8])
         assert length == len(datagram) - 8
         return status, number, identifier, datagram[8:]
 
-    def ask(self, command, payload):
-        """Status and payload of the acknowledge to a command, however often it is announced as pending."""
+    def execute(self, command, payload):
+        """Sends a command and skips PENDING_ACKs. \\return status and payload of its acknowledge"""
         self.send(command, payload)
-        status, number, identifier, answer = self.receive()
+        status, number, identifier, data = self.receive()
         while number == PENDING_ACK:
-            status, number, identifier, answer = self.receive()
+            status, number, identifier, data = self.receive()
         assert (number, identifier) == (command + 1, self.next_id)
-        return status, answer
+        return status, data
 
     def read(self, *addresses):
-        status, answer = self.ask(READREG, struct.pack(f">{len(addresses)}I", *addresses))
-        return status, struct.unpack(f">{len(answer) // 4}I", answer)
+        status, data = self.execute(READREG, struct.pack(f">{len(addresses)}I", *addresses))
+        return status, struct.unpack(f">{len(data) // 4}I", data)
 
     def write(self, address, value):
-        return self.ask(WRITEREG, struct.pack(">II", address, value))[0]
+        return self.execute(WRITEREG, struct.pack(">II", address, value))[0]
+
+    def gets_no_acknowledge(self):
+        """Whether a read is not acknowledged for many round trips."""
+        self.socket.settimeout(NO_ACKNOWLEDGE_SECONDS)
+        try:
+            self.read(CCP)
+            return False
+        except TimeoutError:
+            return True
+        finally:
+            self.socket.settimeout(DEADLINE_SECONDS)
 
     def take_control(self, privilege=CONTROL):
-        return self.write(CCP, privilege)
+        """Takes control with a long heartbeat timeout. \\return the status of the first write"""
+        status = self.write(CCP, privilege)
+        if status == SUCCESS:
+            assert self.write(HEARTBEAT_TIMEOUT, MANY_SECONDS * 1000) == SUCCESS
+        return status
 
-    def ask_again(self, block, first, last, extended=False):
+    def request_resend(self, block, first, last, extended=False):
         if extended:
             self.send(PACKETRESEND, struct.pack(">HHIIQ", 0, 0, first, last, block), flags=0x10)
         else:
@@ -73,13 +94,13 @@ class Application:
 
 
 class Stream:
-    """The receiving end of a stream channel."""
+    """Receives a stream channel."""
 
     def __init__(self):
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 24)
         self.socket.bind(("127.0.0.1", 0))
-        self.socket.settimeout(2)
+        self.socket.settimeout(DEADLINE_SECONDS)
         self.port = self.socket.getsockname()[1]
 
     def __enter__(self):
@@ -93,7 +114,7 @@ class Stream:
         assert application.write(HOST_PORT, self.port) == SUCCESS
 
     def packet(self):
-        """The next packet: a dictionary of its header, and its payload."""
+        """\\return header (a dictionary) and payload of the next packet"""
         data = self.socket.recv(65536)
         status, block, word = struct.unpack(">HHI", data[:8])
         header = {"status": status, "block": block, "format": word >> 24 & 0xF, "packet": word & 0xFFFFFF, "flags": 0}
@@ -104,7 +125,7 @@ class Stream:
         return header, data[20:]
 
     def block(self):
-        """The packets of one whole block, by packet ID, beginning with the next leader."""
+        """\\return ID and packets, by packet ID, of the block that starts with the next leader"""
         header, payload = self.packet()
         while header["format"] != LEADER:
             header, payload = self.packet()
@@ -117,16 +138,16 @@ class Stream:
         return number, packets
 
     def drain(self):
-        """Drops what has arrived already."""
+        """Drops all packets that have arrived."""
         self.socket.setblocking(False)
         try:
             while True:
                 self.socket.recv(65536)
         except BlockingIOError:
-            self.socket.settimeout(2)
+            self.socket.settimeout(DEADLINE_SECONDS)
 
     def is_silent(self):
-        """Whether nothing is there, and nothing comes for a while that is long against the frame period."""
+        """Whether no packet arrives for 0.5 s, many frame periods."""
         self.socket.settimeout(0.5)
         try:
             self.socket.recv(65536)
@@ -134,14 +155,19 @@ class Stream:
         except TimeoutError:
             return True
         finally:
-            self.socket.settimeout(2)
+            self.socket.settimeout(DEADLINE_SECONDS)
 
 
-def feature_addresses(camsim_description):
-    """Addresses of features' registers, from the description's text."""
+def timestamp(packets):
+    """\\return the timestamp of a block, in ticks, from its leader"""
+    return struct.unpack_from(">Q", packets[0][1], 4)[0]
+
+
+def feature_addresses(genicam_xml):
+    """\\return the register addresses of features, by name"""
     import xml.etree.ElementTree as tree
     space = "{http://www.genicam.org/GenApi/Version_1_1}"
-    root = tree.fromstring(camsim_description)
+    root = tree.fromstring(genicam_xml)
     nodes = {node.get("Name"): node for node in root}
     addresses = {}
     for name, node in nodes.items():

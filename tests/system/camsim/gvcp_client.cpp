@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "gvcp_client.hpp"
 
 #include <sys/socket.h>
@@ -5,11 +6,10 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <stdexcept>
 #include <system_error>
 
-#include "byte_order.hpp"
+#include "base/byte_order.hpp"
 
 namespace gvcp = camsim::gvcp;
 
@@ -27,7 +27,7 @@ gvcp_client::gvcp_client(camsim::ipv4_address camera) : socket_(::socket(AF_INET
 }
 
 /// Sends a command and waits for its acknowledge.
-/// \throws std::runtime_error when the camera refuses or is silent
+/// \throws std::runtime_error if the camera returns an error or no ACK
 void gvcp_client::transact(gvcp::command command, std::span<std::byte const> payload, std::string const& what) {
     std::uint16_t const id = next_request_id_;
     next_request_id_ = static_cast<std::uint16_t>(id == UINT16_MAX ? 1 : id + 1);
@@ -36,20 +36,19 @@ void gvcp_client::transact(gvcp::command command, std::span<std::byte const> pay
         gvcp::encode_command({gvcp::flag_acknowledge_required, number, 0, id}, payload);
     for (int attempt = 0; attempt < 3; ++attempt) {
         ::send(socket_.get(), datagram.data(), datagram.size(), 0);
-        std::array<std::byte, gvcp::maximum_datagram> answer;
-        ssize_t const length = ::recv(socket_.get(), answer.data(), answer.size(), 0);
-        auto const bytes = std::span(answer).first(length > 0 ? static_cast<std::size_t>(length) : 0);
+        std::array<std::byte, gvcp::max_datagram_size> ack;
+        ssize_t const length = ::recv(socket_.get(), ack.data(), ack.size(), 0);
+        auto const bytes = std::span(ack).first(length > 0 ? static_cast<std::size_t>(length) : 0);
         auto const header = gvcp::decode_acknowledge_header(bytes);
         if (!header || header->acknowledge_id != id) {
             continue;
         }
         if (header->status != gvcp::status::success) {
-            throw std::runtime_error(what + " refused, status " +
-                                     std::to_string(static_cast<unsigned>(header->status)));
+            throw std::runtime_error(what + " failed, status " + std::to_string(static_cast<unsigned>(header->status)));
         }
         return;
     }
-    throw std::runtime_error(what + ": the camera does not answer");
+    throw std::runtime_error(what + ": no ACK from the camera");
 }
 
 void gvcp_client::write_register(std::uint32_t address, std::uint32_t value) {
@@ -59,7 +58,7 @@ void gvcp_client::write_register(std::uint32_t address, std::uint32_t value) {
 }
 
 void gvcp_client::write_memory(std::uint32_t address, std::span<std::byte const> data) {
-    // WRITEMEM_CMD has the shape of READMEM_ACK: an address, then data.
+    // WRITEMEM_CMD has the format of READMEM_ACK: address and data.
     transact(gvcp::command::writemem, gvcp::encode_readmem_payload(address, data),
              "writing memory " + std::to_string(address));
 }

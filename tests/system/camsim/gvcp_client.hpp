@@ -1,17 +1,17 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
-#include <vector>
 
-#include "file_descriptor.hpp"
-#include "gvcp_packet.hpp"
-#include "ipv4.hpp"
+#include "base/file_descriptor.hpp"
+#include "base/ipv4.hpp"
+#include "protocol/gvcp_packet.hpp"
 
-/// The application's side of a control channel, no more than measurements need: one command at a time, three tries
-/// each.
+/// The application side of a control channel, for measurements: one command at a time, with up to three attempts.
+/// Errors are exceptions.
 class gvcp_client {
 public:
     explicit gvcp_client(camsim::ipv4_address camera);
@@ -19,7 +19,7 @@ public:
     void write_register(std::uint32_t address, std::uint32_t value);
     void write_memory(std::uint32_t address, std::span<std::byte const> data);
 
-    /// The address of this host that the camera sees.
+    /// The address of this host from which the camera receives commands.
     camsim::ipv4_address own_address() const { return own_address_; }
 
 private:

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The camera's output lines: set by Aravis, and the trace of their levels against the truth of the frames."""
 
 import pathlib
@@ -9,8 +10,9 @@ import unittest
 import gvcp
 from camera_process import CAMSIM, PROBE, Camera, arv_control, arv_tool, run
 from gvcp import Application
+from waiting import DEADLINE_SECONDS
 
-ADDRESSES = gvcp.feature_addresses(run(CAMSIM, "--print-description"))
+ADDRESSES = gvcp.feature_addresses(run(CAMSIM, "--print-xml"))
 
 
 def read_vcd(text):
@@ -30,7 +32,7 @@ def read_vcd(text):
 
 
 def intervals(changes, level=1):
-    """From when to when a wire had the level; an interval that is open at the end is left out."""
+    """\\return start and end of each interval with the level, without one that is open at the end"""
     return [(start, end) for (start, value), (end, _) in zip(changes, changes[1:]) if value == level]
 
 
@@ -41,19 +43,19 @@ class Lines(unittest.TestCase):
         self.trace = pathlib.Path(self.directory.name) / "lines.vcd"
 
     def grab(self, settings, *options):
-        """Changes of the wires over an acquisition, and the camera with its truth."""
+        """\\return the changes of the wires during an acquisition, and the camera with its truth file"""
         with Camera("--line-trace", str(self.trace), *options) as camera:
-            answers = arv_control(*settings)
-            self.assertNotIn("rror", "".join(answers))
-            run(PROBE, "--width", "320", "--height", "200", "--rate", "100", "--seconds", "0.5")
+            output = arv_control(*settings)
+            self.assertNotIn("rror", "".join(output))
+            run(PROBE, "--width", "320", "--height", "200", "--rate", "100", "--frames", "40", "--seconds", str(DEADLINE_SECONDS))
         return read_vcd(self.trace.read_text()), camera
 
     def exposures(self, camera):
         power_up = camera.truth_header["power_up_ns"]
         return [(frame["exposure_start_ns"] - power_up, frame["exposure_end_ns"] - power_up)
-                for frame in camera.truth_frames if frame["fate"] != "skipped"]
+                for frame in camera.truth_frames if frame["outcome"] != "dropped"]
 
-    def test_driven_by_the_exposure_tell_each_frame_to_the_nanosecond(self):
+    def test_driven_by_exposure_active_match_each_exposure_to_the_nanosecond(self):
         wires, camera = self.grab(["LineSelector=Line2", "LineSource=ExposureActive"], "--clock-drift-ppm", "300")
         exposures = self.exposures(camera)
         self.assertGreater(len(exposures), 30)
@@ -62,7 +64,7 @@ class Lines(unittest.TestCase):
 
     def test_can_be_inverted(self):
         wires, camera = self.grab(["LineSelector=Line3", "LineSource=ExposureActive", "LineInverter=true"])
-        self.assertEqual(wires["line3"][1][1], 1)  # it rose when it was inverted
+        self.assertEqual(wires["line3"][1][1], 1)  # rises when it is inverted
         self.assertEqual(intervals(wires["line3"], level=0)[1:], self.exposures(camera))
         self.assertEqual(wires["line2"], [(0, 0)])
 
@@ -70,7 +72,7 @@ class Lines(unittest.TestCase):
         wires, camera = self.grab(["LineSelector=Line2", "LineSource=FrameActive"], "--network-delay", "3:1")
         power_up = camera.truth_header["power_up_ns"]
         expected = [(frame["exposure_start_ns"] - power_up, frame["send_end_ns"] - power_up)
-                    for frame in camera.truth_frames if frame["fate"] == "sent"]
+                    for frame in camera.truth_frames if frame["outcome"] == "sent"]
         active = intervals(wires["line2"])
         merged = []
         for start, end in expected:
@@ -81,9 +83,9 @@ class Lines(unittest.TestCase):
         self.assertGreater(len(expected), 30)
         self.assertEqual(active[:len(merged) - 1], merged[:-1])
 
-    def test_of_a_camera_that_leaves_frames_out_tell_those_it_exposes(self):
+    def test_of_a_camera_that_drops_frames_show_the_exposed_ones(self):
         wires, camera = self.grab(["LineSelector=Line2", "LineSource=ExposureActive"], "--pacing", "2")
-        self.assertIn("skipped", {frame["fate"] for frame in camera.truth_frames})
+        self.assertIn("dropped", {frame["outcome"] for frame in camera.truth_frames})
         self.assertEqual(intervals(wires["line2"]), self.exposures(camera))
 
     def test_follow_user_outputs_and_show_their_status(self):
@@ -96,27 +98,27 @@ class Lines(unittest.TestCase):
         self.assertEqual(status, ["false", "true", "false", "true", "false"])
         self.assertEqual(lines[-1], "LineSource = Low")
         wires = read_vcd(self.trace.read_text())
-        # Up by the output, down by the inverter; High behind the inverter stays low; up when that is off.
+        # High by the output, low by the inverter; source High with the inverter stays low; high without it.
         self.assertEqual([level for _, level in wires["line3"]], [0, 1, 0, 1])
         self.assertEqual([level for _, level in wires["user_output1"]], [0, 1])
 
-    def test_are_read_alike_whatever_aravis_caches(self):
+    def test_are_read_alike_with_and_without_a_register_cache(self):
         steps = ["LineSelector=Line2", "LineSource=ExposureActive", "LineSelector=Line3", "LineSource", "LineInverter",
                  "LineInverter=true", "LineSelector=Line2", "LineSource", "LineInverter"]
-        answers = []
+        outputs = []
         for cache in ("enable", "disable"):
             with Camera():
-                answers.append(arv_tool(f"--register-cache={cache}", "control", *steps).splitlines()[1:])
-        self.assertEqual(answers[0], answers[1])
-        self.assertEqual([line for line in answers[0] if line.startswith("LineSource =")][-1],
+                outputs.append(arv_tool(f"--register-cache={cache}", "control", *steps).splitlines()[1:])
+        self.assertEqual(outputs[0], outputs[1])
+        self.assertEqual([line for line in outputs[0] if line.startswith("LineSource =")][-1],
                          "LineSource = ExposureActive")
 
     def test_keep_their_level_while_no_frame_is_exposed(self):
-        with Camera("--refuse", "LineSource=Low", "--line-trace", str(self.trace)), Application() as application:
-            self.assertEqual(application.read(ADDRESSES["LineStatus"]), (gvcp.SUCCESS, (1,)))  # High is left
+        with Camera("--missing-entry", "LineSource=Low", "--line-trace", str(self.trace)), Application() as application:
+            self.assertEqual(application.read(ADDRESSES["LineStatus"]), (gvcp.SUCCESS, (1,)))  # the first remaining entry is High
         self.assertEqual(read_vcd(self.trace.read_text())["line2"], [(0, 1)])
 
-    def test_have_a_trace_or_camsim_says_why_not(self):
+    def test_reports_a_trace_that_cannot_be_created(self):
         done = subprocess.run([CAMSIM, "--line-trace", "/nowhere/trace"], capture_output=True, text=True, timeout=20)
         self.assertEqual(done.returncode, 1)
         self.assertIn("cannot write the line trace /nowhere/trace: No such file or directory", done.stderr)

@@ -1,14 +1,16 @@
-/// Measures how fast frames are rendered, a strip of lines after the other as they are when they are sent.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Measures how fast frames are rendered, in strips of lines as the sender does.
 #include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
 
-#include "frame_renderer.hpp"
+#include "image/frame_renderer.hpp"
 
 namespace {
 
-/// Pixels a second, on this thread.
+/// \return pixels per second on this thread
 double measure(camsim::pixel_format format) {
     constexpr int frames = 300;
     constexpr std::uint32_t strip_lines = 16;

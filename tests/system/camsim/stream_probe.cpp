@@ -1,5 +1,7 @@
-/// Grabs from a camsim with a bare receiver and prints what arrived: the measure of what camsim sends without loss, and
-/// the check that what arrives is, byte for byte, what the renderer makes of the truth file's lines.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Grabs from a camsim with a minimal receiver and prints statistics: a measurement of what camsim sends without loss,
+/// and a byte-for-byte comparison of received frames with frames rendered from the truth file.
 #include <algorithm>
 #include <bit>
 #include <chrono>
@@ -9,13 +11,13 @@
 #include <map>
 #include <string>
 
-#include "block_layout.hpp"
-#include "bootstrap_registers.hpp"
-#include "byte_order.hpp"
-#include "camera_features.hpp"
+#include "base/byte_order.hpp"
+#include "device/bootstrap_registers.hpp"
+#include "features/camera_features.hpp"
 #include "gvcp_client.hpp"
+#include "protocol/block_layout.hpp"
+#include "stream/truth_log.hpp"
 #include "stream_receiver.hpp"
-#include "truth_log.hpp"
 
 namespace {
 
@@ -34,10 +36,11 @@ struct probe_options {
     bool chunks = false;
     bool change_tone = false;
     double seconds = 3.0;
+    std::uint64_t frames = 0;  ///< ends after that many complete frames, if not 0
     std::string truth;
 };
 
-/// A block as it comes in.
+/// A block that is being received.
 struct assembly {
     std::uint64_t block_id = 0;
     std::uint32_t packets = 0;
@@ -49,11 +52,11 @@ struct tally {
     std::uint64_t complete = 0;
     std::uint64_t incomplete = 0;
     std::uint64_t missing_packets = 0;
-    std::uint64_t bytes = 0;  ///< of payload, in complete frames
-    std::map<std::uint64_t, std::vector<std::byte>> kept;
+    std::uint64_t bytes = 0;                                   ///< payload of complete frames
+    std::map<std::uint64_t, std::vector<std::byte>> payloads;  ///< by block ID, for the comparison
 };
 
-/// Feature registers lie where the camera's own declarations put them.
+/// Writes features by name; their addresses come from camsim's declarations.
 class camera_control {
 public:
     explicit camera_control(gvcp_client& client)
@@ -80,7 +83,7 @@ private:
     std::vector<camsim::placed_feature> features_;
 };
 
-/// Writes look-up tables, gamma and their mode without a pause, a register at a time, so that frames begin between any
+/// Writes LUT entries, gamma and their mode continuously, one register at a time, so that exposures start between any
 /// two writes.
 class tone_changer {
 public:
@@ -97,7 +100,7 @@ public:
         } else if (step % 2 == 0) {
             camera_.set("LUTIndex", step * 37 / 2 % 256);
         } else {
-            camera_.set("LUTValue", step * 613 % 4097);
+            camera_.set("LUTValue", step * 613 % 4096);
         }
     }
 
@@ -109,10 +112,10 @@ private:
 void configure(gvcp_client& client, camera_control& camera, probe_options const& options, std::uint16_t port) {
     auto const format = camsim::pixel_format_named(options.format);
     if (!format) {
-        throw std::runtime_error("no pixel format " + options.format);
+        throw std::runtime_error("unknown pixel format " + options.format);
     }
     client.write_register(bootstrap::control_channel_privilege, camsim::control_channel::control_access);
-    // While it receives, the probe says nothing on the control channel.
+    // The probe sends no commands while it receives.
     client.write_register(bootstrap::gvcp_configuration, bootstrap::heartbeat_disable);
     camera.set("Width", options.width);
     camera.set("Height", options.height);
@@ -130,13 +133,13 @@ void configure(gvcp_client& client, camera_control& camera, probe_options const&
     client.write_register(bootstrap::stream_host_port, port);
 }
 
-/// Counts a finished block; keeps its bytes when they are to be compared.
+/// Counts a finished block and stores its payload if it is to be compared.
 void finish(assembly& block, camsim::block_layout const& layout, bool keep, tally& result) {
     if (block.packets == layout.packet_count()) {
         ++result.complete;
         result.bytes += block.bytes;
         if (keep) {
-            result.kept[block.block_id] = block.payload;
+            result.payloads[block.block_id] = block.payload;
         }
     } else {
         ++result.incomplete;
@@ -182,16 +185,16 @@ tally grab(stream_receiver& receiver, tone_changer& changer, probe_options const
     };
     steady::time_point const end =
         steady::now() + std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(options.seconds));
-    while (steady::now() < end) {
+    while (steady::now() < end && (options.frames == 0 || result.complete < options.frames)) {
         receiver.receive(handle);
         if (options.change_tone) {
             changer.write_next();
         }
     }
-    return result;  // the block in work at the end counts neither way
+    return result;  // the last block, which may be incomplete, is not counted
 }
 
-/// The payload that the truth file's line stands for, picture and chunks.
+/// Renders the payload that a line of the truth file describes: image and chunks.
 void render_payload(camsim::frame_renderer& renderer, camsim::truth_frame const& frame, std::vector<std::byte>& out) {
     camsim::frame_settings const& settings = frame.settings;
     std::size_t const image_bytes = camsim::frame_bytes(settings.area, settings.format);
@@ -202,7 +205,7 @@ void render_payload(camsim::frame_renderer& renderer, camsim::truth_frame const&
                           image_bytes, std::span(out).subspan(image_bytes));
 }
 
-/// \return how many of the kept frames are, byte for byte, what the truth file describes
+/// \return the number of stored payloads that equal the truth file's byte for byte
 std::uint64_t count_true_frames(tally const& result, std::string const& truth_file) {
     std::ifstream file(truth_file);
     camsim::truth_reader truth(file);
@@ -210,12 +213,12 @@ std::uint64_t count_true_frames(tally const& result, std::string const& truth_fi
     std::vector<std::byte> expected;
     std::uint64_t equal = 0;
     while (auto const frame = truth.next()) {
-        auto const kept = result.kept.find(frame->block_id);
-        if (kept == result.kept.end()) {
+        auto const payload = result.payloads.find(frame->block_id);
+        if (payload == result.payloads.end()) {
             continue;
         }
         render_payload(renderer, *frame, expected);
-        equal += expected == kept->second ? 1U : 0U;
+        equal += expected == payload->second ? 1U : 0U;
     }
     return equal;
 }
@@ -223,7 +226,7 @@ std::uint64_t count_true_frames(tally const& result, std::string const& truth_fi
 int run(probe_options const& options) {
     auto const address = camsim::parse_ipv4(options.camera);
     if (!address) {
-        throw std::runtime_error("no IPv4 address: " + options.camera);
+        throw std::runtime_error("not a valid IPv4 address: " + options.camera);
     }
     gvcp_client client(*address);
     stream_receiver receiver(client.own_address());
@@ -244,26 +247,27 @@ int run(probe_options const& options) {
         return result.complete > 0 ? 0 : 1;
     }
     std::uint64_t const equal = count_true_frames(result, options.truth);
-    std::printf("byte_exact=%llu of %zu\n", static_cast<unsigned long long>(equal), result.kept.size());
-    return equal == result.kept.size() && equal > 0 ? 0 : 1;
+    std::printf("byte_exact=%llu of %zu\n", static_cast<unsigned long long>(equal), result.payloads.size());
+    return equal == result.payloads.size() && equal > 0 ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     probe_options options;
-    CLI::App app("Grabs from a camsim and prints what arrived.", "camsim_stream_probe");
+    CLI::App app("Grabs from a camsim and prints statistics.", "camsim_stream_probe");
     app.add_option("--camera", options.camera, "Address of the camera")->capture_default_str();
     app.add_option("--width", options.width)->capture_default_str();
     app.add_option("--height", options.height)->capture_default_str();
     app.add_option("--format", options.format)->capture_default_str();
-    app.add_option("--rate", options.rate, "Frames a second")->capture_default_str();
+    app.add_option("--rate", options.rate, "Frames per second")->capture_default_str();
     app.add_option("--packet-size", options.packet_size)->capture_default_str();
     app.add_flag("--extended-ids", options.extended_ids);
-    app.add_flag("--chunks", options.chunks, "Every chunk that the camera has");
-    app.add_flag("--change-tone", options.change_tone, "Write look-up tables and gamma all the time");
+    app.add_flag("--chunks", options.chunks, "Enable all chunks");
+    app.add_flag("--change-tone", options.change_tone, "Write look-up tables and gamma continuously");
     app.add_option("--seconds", options.seconds)->capture_default_str();
-    app.add_option("--truth", options.truth, "Truth file of the camera: compare every frame with it");
+    app.add_option("--frames", options.frames, "End after that many complete frames, if they arrive in time");
+    app.add_option("--truth", options.truth, "Truth file of the camera to compare frames with");
     try {
         app.parse(argc, argv);
         return run(options);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "stream_receiver.hpp"
 
 #include <netinet/udp.h>
@@ -15,9 +16,9 @@ namespace gvsp = camsim::gvsp;
 namespace {
 
 constexpr int socket_buffer = 64 << 20;
-constexpr std::size_t largest_merged_packet = 65536;
+constexpr std::size_t max_merged_packet = 65536;
 
-/// Size of the packets that the kernel merged; all of them but the last are as long. 0 when it merged none.
+/// \return the size of the merged packets, all except the last one; 0 if the kernel merged none
 std::size_t merged_packet_size(msghdr& message) {
     for (cmsghdr* part = CMSG_FIRSTHDR(&message); part != nullptr; part = CMSG_NXTHDR(&message, part)) {
         if (part->cmsg_level == SOL_UDP && part->cmsg_type == UDP_GRO) {
@@ -32,7 +33,7 @@ std::size_t merged_packet_size(msghdr& message) {
 }  // namespace
 
 stream_receiver::stream_receiver(camsim::ipv4_address own_address)
-    : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), buffer_(largest_merged_packet) {
+    : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), buffer_(max_merged_packet) {
     sockaddr_in address = camsim::to_sockaddr({own_address, 0});
     socklen_t length = sizeof(address);
     int const on = 1;
@@ -49,8 +50,8 @@ stream_receiver::stream_receiver(camsim::ipv4_address own_address)
     port_ = camsim::from_sockaddr(address).port;
 }
 
-/// Receives what one call brings and hands out its packets.
-/// \return bytes received; 0 when nothing came within 100 ms
+/// Makes one receive call and passes its packets to `handle`.
+/// \return bytes received; 0 after 100 ms without a packet
 std::size_t stream_receiver::receive(packet_handler const& handle) {
     alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control;
     iovec piece{buffer_.data(), buffer_.size()};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -6,11 +7,11 @@
 #include <span>
 #include <vector>
 
-#include "file_descriptor.hpp"
-#include "gvsp_packet.hpp"
-#include "ipv4.hpp"
+#include "base/file_descriptor.hpp"
+#include "base/ipv4.hpp"
+#include "protocol/gvsp_packet.hpp"
 
-/// A plain receiver of a GVSP stream: a socket that lets the kernel merge packets (UDP_GRO).
+/// A minimal receiver of a GVSP stream: a socket for which the kernel merges packets (UDP_GRO).
 class stream_receiver {
 public:
     using packet_handler = std::function<void(camsim::gvsp::packet_header const&, std::span<std::byte const> payload)>;

@@ -1,4 +1,5 @@
-"""What the truth file says is what was sent."""
+# SPDX-License-Identifier: MIT
+"""The truth file describes what was sent."""
 
 import unittest
 
@@ -15,23 +16,23 @@ class Truth(unittest.TestCase):
                     self.assertRegex(output, r"byte_exact=(\d\d) of \1\n")
                     self.assertIn("incomplete=0 ", output)
 
-    def test_describes_frames_whose_tone_is_written_all_the_time(self):
+    def test_describes_frames_whose_tone_changes_continuously(self):
         for pixel_format in ("Mono8", "BayerRG8"):
             with self.subTest(pixel_format=pixel_format), Camera() as camera:
                 output = run(PROBE, "--format", pixel_format, "--width", "320", "--height", "200", "--rate", "400",
                              "--seconds", "1", "--change-tone", "--truth", str(camera.truth_path))
                 self.assertRegex(output, r"byte_exact=(\d\d+) of \1\n")
                 self.assertIn("incomplete=0 ", output)
-            # The sharp end of it: frames that found a table half written.
+            # Many of these frames have a partially written LUT.
             tables = {frame["lut"]: frame["lut_tables"] for frame in camera.truth_frames if "lut_tables" in frame}
             self.assertGreater(len(tables), 20)
             self.assertGreater(sum("gamma" in frame for frame in camera.truth_frames), 20)
 
     def test_keeps_the_frame_period_in_the_camera_s_drifting_time(self):
-        drift = 20000  # ppm: 2 percent, far above what the host's own timing errors make of one second
+        drift = 20000  # ppm: 2 %, far more than the host's timing errors in one second
         with Camera("--clock-drift-ppm", str(drift), "--tick-frequency", "1000000", "--first-tick", "5000") as camera:
             run(PROBE, "--width", "320", "--height", "200", "--rate", "200", "--seconds", "1")
-        frames = [frame for frame in camera.truth_frames if frame["fate"] == "sent"]
+        frames = [frame for frame in camera.truth_frames if frame["outcome"] == "sent"]
         self.assertGreater(len(frames), 20)
         first, last = frames[0], frames[-1]
         periods = last["frame"] - first["frame"]
@@ -41,16 +42,22 @@ class Truth(unittest.TestCase):
                                delta=ticks * 1e-3)
         self.assertGreater(first["ticks"], 5000)
 
-    def test_tells_of_frames_left_out_by_a_camera_that_cannot_keep_up(self):
+    def test_contains_frames_dropped_by_a_camera_that_cannot_keep_up(self):
         with Camera("--pacing", "2") as camera:  # 2 MB/s for 64 kB at 100 Hz
             run(PROBE, "--width", "320", "--height", "200", "--rate", "100", "--seconds", "2")
-        fates = [frame["fate"] for frame in camera.truth_frames]
-        self.assertGreater(fates.count("skipped"), 50)
+        outcomes = [frame["outcome"] for frame in camera.truth_frames]
+        self.assertGreater(outcomes.count("dropped"), 50)
         numbers = [frame["frame"] for frame in camera.truth_frames]
         self.assertEqual(numbers, list(range(len(numbers))))
-        blocks = [frame["block_id"] for frame in camera.truth_frames if frame["fate"] != "skipped"]
+        blocks = [frame["block_id"] for frame in camera.truth_frames if frame["outcome"] != "dropped"]
         self.assertEqual(blocks, list(range(1, len(blocks) + 1)))
-        self.assertTrue(all(frame["block_id"] == 0 for frame in camera.truth_frames if frame["fate"] == "skipped"))
+        self.assertTrue(all(frame["block_id"] == 0 for frame in camera.truth_frames if frame["outcome"] == "dropped"))
+
+    def test_a_camera_with_enough_frame_buffers_drops_no_frame(self):
+        with Camera("--pacing", "2", "--frame-buffers", "1000") as camera:
+            run(PROBE, "--width", "320", "--height", "200", "--rate", "100", "--seconds", "2")
+        self.assertGreater(len(camera.truth_frames), 50)
+        self.assertNotIn("dropped", {frame["outcome"] for frame in camera.truth_frames})
 
 
 if __name__ == "__main__":

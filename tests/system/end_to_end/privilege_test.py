@@ -1,6 +1,7 @@
-"""What camera and recorder need, and what they show to others: no capability, the one network, files as the umask says.
+# SPDX-License-Identifier: MIT
+"""camsim and mediagrabber need no capabilities, use one network only, and create files according to the umask.
 
-Everything here runs without a single capability, on a machine with a second network.
+The tests run without any capability, in a network namespace with a second network.
 """
 
 import os
@@ -19,18 +20,20 @@ CONFIGURATION = """
 width = 320
 height = 240
 [transport]
-packet_size = 1400
+packet_size_bytes = 1400
 [timing]
-frame_rate = 100.0
+frame_rate_hz = 100.0
+[memory]
+export_buffers = 200
 """
 OTHER_NETWORK = "10.77.0.1"
 
 
-def without_privileges():
-    """Makes a second network, gives up what it takes to do so, and begins anew."""
-    for words in ("link add other type veth peer name other_end", f"addr add {OTHER_NETWORK}/24 dev other",
+def restart_without_privileges():
+    """Creates a second network, drops all capabilities and executes this script again."""
+    for command in ("link add other type veth peer name other_end", f"addr add {OTHER_NETWORK}/24 dev other",
                   "link set other up", "link set other_end up"):
-        subprocess.run(["ip", *words.split()], check=True)
+        subprocess.run(["ip", *command.split()], check=True)
     os.execvp("setpriv", ["setpriv", "--no-new-privs", "--bounding-set=-all", "--inh-caps=-all", "--ambient-caps=-all",
                           sys.executable, *sys.argv])
 
@@ -41,13 +44,13 @@ def capabilities(process="self"):
 
 
 def addresses(process):
-    """The local addresses of a process's UDP sockets."""
+    """The local addresses of the UDP sockets of a process."""
     inodes = set()
     for descriptor in pathlib.Path(f"/proc/{process}/fd").iterdir():
         try:
             target = os.readlink(descriptor)
         except FileNotFoundError:
-            continue  # closed in this moment
+            continue  # closed meanwhile
         inodes.update(re.findall(r"^socket:\[(\d+)\]$", target))
     found = set()
     for line in pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]:
@@ -58,8 +61,8 @@ def addresses(process):
     return found
 
 
-class Privileges(unittest.TestCase):
-    def test_none_are_needed(self):
+class Capabilities(unittest.TestCase):
+    def test_none_is_needed(self):
         self.assertEqual(capabilities(), 0)
         with Camera() as camera, Recording(CONFIGURATION, "--frames", "20") as recording:
             recording.wait_for_frames(1)
@@ -67,17 +70,17 @@ class Privileges(unittest.TestCase):
             self.assertEqual(recording.finish(), 0, recording.log)
 
 
-class Sockets(unittest.TestCase):
-    def test_are_on_the_cameras_network_and_no_other(self):
+class SocketBinding(unittest.TestCase):
+    def test_is_limited_to_the_cameras_network(self):
         with Camera() as camera, Recording(CONFIGURATION) as recording:
             recording.wait_for_frames(5)
             self.assertEqual(addresses(recording.process.pid), {"127.0.0.1"})
-            # The last two are how broadcasts are heard; those that come by another network are not.
+            # The last two receive broadcasts, but not those of another network.
             self.assertEqual(addresses(camera.process.pid), {"127.0.0.1", "127.255.255.255", "255.255.255.255"})
             self.assertEqual(recording.stop(), 0, recording.log)
 
 
-class Files(unittest.TestCase):
+class FileModes(unittest.TestCase):
     def modes(self, umask):
         before = os.umask(umask)
         try:
@@ -90,7 +93,7 @@ class Files(unittest.TestCase):
         finally:
             os.umask(before)
 
-    def test_are_made_as_the_umask_says(self):
+    def test_follow_the_umask(self):
         self.assertEqual(self.modes(0o022), (0o755, {0o644}))
         self.assertEqual(self.modes(0o007), (0o770, {0o660}))
         self.assertEqual(self.modes(0o077), (0o700, {0o600}))
@@ -98,5 +101,5 @@ class Files(unittest.TestCase):
 
 if __name__ == "__main__":
     if capabilities() != 0:
-        without_privileges()
+        restart_without_privileges()
     unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])

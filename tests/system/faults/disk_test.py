@@ -1,10 +1,11 @@
-"""Faults of the disk: grabbing goes on, what could not be kept is counted, and what is kept is whole."""
+# SPDX-License-Identifier: MIT
+"""Faults of the disk: grabbing continues, frames that cannot be saved are counted, and saved frames are complete."""
 
 import errno
 import sys
 import unittest
 
-from faulty_grabbing import Grabbing
+from fault_recording import FaultRecording
 from file_system import file_system, remount
 from host_troubles import HostTroubles
 
@@ -12,43 +13,43 @@ FRAMES_WITHOUT_DISK = 50
 
 
 class FullDisk(unittest.TestCase):
-    def test_costs_the_frames_that_find_no_room_and_no_other(self):
-        with file_system("size=6m") as disk, Grabbing(self, output=disk / "frames") as run:
+    def test_costs_only_the_frames_that_do_not_fit(self):
+        with file_system("size=6m") as disk, FaultRecording(self, output=disk / "frames") as run:
             run.recording.wait_for_log("No space left on device")
             run.wait_for_exposures(FRAMES_WITHOUT_DISK)
             remount(disk, "size=600m")
             run.recover()
-            account = run.finish()
-        self.assertGreater(account.not_written, FRAMES_WITHOUT_DISK / 2)
-        account.check(self)
+            balance = run.finish()
+        self.assertGreater(balance.dropped_write_error, FRAMES_WITHOUT_DISK / 2)
+        balance.check(self)
 
 
 class ReadOnlyDisk(unittest.TestCase):
-    def test_costs_the_frames_that_cannot_be_written_and_no_other(self):
+    def test_costs_only_the_frames_that_cannot_be_written(self):
         troubles = HostTroubles()
-        with Grabbing(self, troubles=troubles) as run:
+        with FaultRecording(self, troubles=troubles) as run:
             troubles.write_error = errno.EROFS
             run.recording.wait_for_log("Read-only file system")
             run.wait_for_exposures(FRAMES_WITHOUT_DISK)
             troubles.write_error = 0
             run.recover()
-            account = run.finish()
-        self.assertGreater(account.not_written, FRAMES_WITHOUT_DISK / 2)
-        account.check(self)
+            balance = run.finish()
+        self.assertGreater(balance.dropped_write_error, FRAMES_WITHOUT_DISK / 2)
+        balance.check(self)
 
 
 class SlowDisk(unittest.TestCase):
-    def test_costs_the_frames_that_cannot_wait_any_longer_and_no_other(self):
+    def test_costs_only_the_frames_that_the_full_queue_rejects(self):
         troubles = HostTroubles()
-        with Grabbing(self, troubles=troubles, export_buffers=4) as run:
-            troubles.write_delay_us = 100_000  # five frames' time
+        with FaultRecording(self, troubles=troubles, export_buffers=4) as run:
+            troubles.write_delay_us = 100_000  # 5 frame periods
             run.wait_for_exposures(FRAMES_WITHOUT_DISK)
             troubles.write_delay_us = 0
             run.recover()
-            account = run.finish()
-        self.assertGreater(account.overrun, FRAMES_WITHOUT_DISK / 2)
-        self.assertEqual(account.not_written, 0)
-        account.check(self)
+            balance = run.finish()
+        self.assertGreater(balance.dropped_queue_full, FRAMES_WITHOUT_DISK / 2)
+        self.assertEqual(balance.dropped_write_error, 0)
+        balance.check(self)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
-"""A clock that is set and a disk that fails, for one program: a library loaded before its own does it.
+# SPDX-License-Identifier: MIT
+"""Clock steps and disk errors for one process, injected by a preloaded library.
 
-The library's path comes from the environment: HOST_TROUBLES_LIBRARY.
+The path of the library is in the environment variable HOST_TROUBLES_LIBRARY.
 """
 
 import mmap
@@ -14,7 +15,10 @@ FIELDS = ("clock_ahead_s", "write_delay_us", "write_error")
 
 
 class HostTroubles:
-    """None at first. Setting one of the fields puts it into force."""
+    """Has no effect at first. Assigning to one of FIELDS takes effect at once, through shared memory.
+
+    `environment` holds the variables for the process.
+    """
 
     def __init__(self):
         self.directory = tempfile.TemporaryDirectory()
@@ -24,7 +28,7 @@ class HostTroubles:
             self.memory = mmap.mmap(file.fileno(), 0)
         for name in FIELDS:
             setattr(self, name, 0)
-        # The address sanitizer wants to be loaded first; these functions do without it.
+        # The address sanitizer requires to be the first library, but these functions do not need it.
         self.environment = {"HOST_TROUBLES": str(path), "LD_PRELOAD": LIBRARY,
                             "ASAN_OPTIONS": ":".join([os.environ.get("ASAN_OPTIONS", ""), "verify_asan_link_order=0"])}
 

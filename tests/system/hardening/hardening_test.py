@@ -1,4 +1,5 @@
-"""What stands between a defect and whoever would use it: the files that users run, looked at with binutils."""
+# SPDX-License-Identifier: MIT
+"""Exploit mitigations in the installed binaries, checked with binutils."""
 
 import json
 import os
@@ -9,7 +10,7 @@ import sys
 import unittest
 
 PLUGIN = os.environ["MGJAI"]
-PROGRAMS = [os.environ["MEDIAGRABBER"], os.environ["CAMSIM"]]
+PROGRAMS = [os.environ["MEDIAGRABBER"], os.environ["CAMSIM"], os.environ["GEVCTL"]]
 COMPILE_COMMANDS = os.environ["COMPILE_COMMANDS"]
 SOURCE_DIR = pathlib.Path(os.environ["MG_SOURCE_DIR"])
 
@@ -27,7 +28,7 @@ def imports(path):
 
 
 def function(path, name):
-    """The instructions of a function, by its name without arguments."""
+    """The instructions of a function. `name` has no parameter list."""
     code = listing("objdump", "--disassemble=" + name, "--no-show-raw-insn", path)
     return re.findall(r"^ +[0-9a-f]+:\t(.*)$", code, re.MULTILINE)
 
@@ -38,7 +39,7 @@ class EveryFile(unittest.TestCase):
             with self.subTest(os.path.basename(path)):
                 check(path)
 
-    def test_has_no_memory_that_is_written_and_executed(self):
+    def test_has_no_writable_and_executable_memory(self):
         def check(path):
             segments = re.findall(r"^ +([A-Z_]+) +(?:0x[0-9a-f]+ +){5}([RWE ]{3}) ", headers(path), re.MULTILINE)
             self.assertIn("GNU_STACK", dict(segments))
@@ -47,69 +48,81 @@ class EveryFile(unittest.TestCase):
 
         self.check_each(check)
 
-    def test_has_relocations_that_are_read_only_once_they_are_made(self):
+    def test_has_read_only_relocations(self):
         def check(path):
             self.assertIn("GNU_RELRO", headers(path))
             self.assertNotIn("TEXTREL", headers(path))
 
         self.check_each(check)
 
-    def test_is_guarded_against_overflows_on_the_stack(self):
+    def test_has_stack_protectors(self):
         self.check_each(lambda path: self.assertIn("__stack_chk_fail", imports(path)))
 
-    def test_checks_the_sizes_that_the_compiler_knows(self):
+    def test_is_fortified(self):
         self.check_each(lambda path: self.assertTrue({name for name in imports(path) if re.fullmatch(r"__\w+_chk", name)}))
 
-    def test_takes_its_libraries_from_the_systems_places_only(self):
+    def test_loads_libraries_from_system_directories_only(self):
         self.check_each(lambda path: self.assertNotRegex(headers(path), r"\((RPATH|RUNPATH)\)"))
 
-    def test_is_nobody_elses_when_it_is_started(self):
+    def test_has_no_elevated_privileges(self):
         def check(path):
-            self.assertEqual(os.stat(path).st_mode & 0o7022, 0, "set-ID bits, or written by others")
+            self.assertEqual(os.stat(path).st_mode & 0o7022, 0, "set-ID bits, or writable by others")
             self.assertNotIn("security.capability", os.listxattr(path))
 
         self.check_each(check)
 
 
 class Programs(unittest.TestCase):
-    def test_lie_at_another_place_each_time(self):
+    def test_are_position_independent(self):
         for path in PROGRAMS:
             with self.subTest(os.path.basename(path)):
                 self.assertRegex(headers(path), r"Type: +DYN ")
                 self.assertRegex(headers(path), r"\(FLAGS_1\).* PIE")
 
-    def test_have_all_their_relocations_made_before_they_begin(self):
+    def test_bind_all_symbols_at_startup(self):
         for path in PROGRAMS:
             with self.subTest(os.path.basename(path)):
                 self.assertRegex(headers(path), r"\(FLAGS(_1)?\).* (BIND_)?NOW")
 
-    def test_accept_indirect_jumps_at_marked_places_only(self):
+    def test_support_indirect_branch_tracking(self):
         for path in PROGRAMS:
             with self.subTest(os.path.basename(path)):
                 self.assertEqual(function(path, "main")[0].split()[0], "endbr64")
 
 
 class Plugin(unittest.TestCase):
-    def test_is_bound_when_it_is_needed(self):
-        """It is started as a program, too: without a host, whose functions it would not find."""
+    def test_binds_symbols_lazily(self):
+        """The shared object can also be started as a program, where the host functions are missing."""
         self.assertNotRegex(headers(PLUGIN), r"BIND_NOW|\(FLAGS_1\).* NOW")
 
-    def test_accepts_indirect_jumps_at_marked_places_only(self):
+    def test_supports_indirect_branch_tracking(self):
         for name in ("MgLibProc", "MgLibGetVer", "LibEntry"):
             self.assertEqual(function(PLUGIN, name)[0].split()[0], "endbr64", name)
 
 
+class FrameRing(unittest.TestCase):
+    """Programs map the frame ring. A store to a sequence number must be visible before the stores that follow it."""
+
+    def test_orders_the_removal_of_a_frame_before_the_change_of_its_memory(self):
+        program = os.environ["MEDIAGRABBER"]
+        for name in ("_ZN12mediagrabber11shared_ring5enterERKNS_11frame_leaseEm", "_ZN12mediagrabber11buffer_pool7acquireEv"):
+            with self.subTest(name):
+                code = function(program, name)
+                self.assertTrue(code, "the function is missing")
+                self.assertTrue(any(re.match(r"lock or|mfence", line) for line in code), "no fence")
+
+
 class Sources(unittest.TestCase):
-    def test_are_all_compiled_with_what_leaves_no_trace_in_every_file(self):
-        """A large frame is touched page by page; most functions have none."""
+    def test_are_compiled_with_the_hardening_options(self):
+        """Not every function shows the effect of these options, so the compiler commands are checked as well."""
         seen = set()
         for command in json.loads(pathlib.Path(COMPILE_COMMANDS).read_text()):
             source = pathlib.Path(command["file"])
             if not source.is_relative_to(SOURCE_DIR):
                 continue
-            room = source.relative_to(SOURCE_DIR).parts[0]
-            if room in ("src", "openpv", "host", "simulator"):
-                seen.add(room)
+            component = source.relative_to(SOURCE_DIR).parts[0]
+            if component in ("src", "openpv", "host", "simulator"):
+                seen.add(component)
                 for flag in ("-fstack-clash-protection", "-fstack-protector-strong", "-fcf-protection=full",
                              "_FORTIFY_SOURCE=2"):
                     self.assertIn(flag, command["command"], source)

@@ -1,131 +1,120 @@
-"""How a run ends, what is on disk then, and what is not."""
+# SPDX-License-Identifier: MIT
+"""`mediagrabber run`: exit status, saved frames, output directory and report."""
 
 import pathlib
-import struct
 import sys
 import tempfile
 import unittest
 
 from file_system import file_system
 from host_process import Recording, command
+from tiff_strip import read_strip
 
 SUCCESS, FRAMES_LOST, USAGE, NO_CAMERA, RUN_FAILED, CUT_SHORT = range(6)
+UNAVAILABLE = 11
 
 
-class EndOfARun(unittest.TestCase):
+class ExitStatus(unittest.TestCase):
     def expect(self, status, script, *arguments, configuration="", log=""):
         with Recording(script, *arguments, configuration=configuration) as recording:
             self.assertEqual(recording.finish(), status, recording.log)
             self.assertIn(log, recording.log)
-            return recording.journal()
+            return recording.frame_index()
 
-    def test_is_a_success_when_the_frames_are_there(self):
+    def test_is_success_after_the_requested_frames(self):
         self.assertEqual(len(self.expect(SUCCESS, "grab", "--frames", 10)), 10)
 
-    def test_is_a_success_with_the_frames_that_the_configuration_asks_for(self):
+    def test_is_success_after_the_configured_frames(self):
         self.assertEqual(len(self.expect(SUCCESS, "grab", configuration="run.frames = 7")), 7)
 
-    def test_has_the_frames_of_the_command_line_instead_of_the_configurations(self):
+    def test_uses_the_command_line_rather_than_the_configuration(self):
         self.assertEqual(len(self.expect(SUCCESS, "grab", "--frames", 3, configuration="run.frames = 7")), 3)
 
-    def test_is_reached_when_the_plugin_does_not_count_its_frames(self):
+    def test_is_success_if_the_plugin_does_not_count_frames(self):
         self.assertEqual(len(self.expect(SUCCESS, "frames 100 0", "--frames", 10)), 10)
 
-    def test_comes_after_the_grace_time_when_the_plugin_does_not_end_with_its_last_frame(self):
+    def test_is_cut_short_if_the_plugin_does_not_end_after_its_last_frame(self):
         frames = self.expect(CUT_SHORT, "frames 20 0; idle", "--frames", 10, configuration="run.grace_time_s = 0.1")
         self.assertEqual(len(frames), 10)
 
-    def test_without_a_camera_has_a_status_of_its_own(self):
+    def test_without_a_camera_is_distinct(self):
         self.expect(NO_CAMERA, "exit 2", log="no camera was found (exit code 2)")
         self.expect(NO_CAMERA, "exit 3", log="the configured camera was not found (exit code 3)")
 
-    def test_of_a_plugin_that_failed_is_a_failure(self):
+    def test_is_failure_if_the_plugin_fails(self):
         for code in (-1, -2, -5, -10, 1, 42):
             with self.subTest(code):
                 self.expect(RUN_FAILED, f"exit {code}", log=f"(exit code {code})")
 
-    def test_that_nobody_asked_for_is_a_failure(self):
-        self.expect(RUN_FAILED, "frames 5", log="the plug-in ended its run and nobody asked for it (exit code 0)")
+    def test_is_failure_if_the_plugin_ends_unexpectedly(self):
+        self.expect(RUN_FAILED, "frames 5", log="the plug-in ended its run without a stop request (exit code 0)")
 
-    def test_comes_after_the_attempts_that_are_allowed(self):
+    def test_is_failure_after_the_allowed_attempts(self):
         configuration = "run.give_up_after = 3\nrun.retry_interval_s = 0"
         with Recording("exit -10", configuration=configuration) as recording:
             self.assertEqual(recording.finish(), RUN_FAILED, recording.log)
             self.assertEqual(recording.log.count("run "), 4, recording.log)
 
-    def test_comes_at_once_where_another_attempt_cant_help(self):
+    def test_is_failure_without_retry_if_retries_cannot_help(self):
         configuration = "run.give_up_after = \"never\"\nrun.retry_interval_s = 0"
         with Recording("exit -2", configuration=configuration) as recording:
             self.assertEqual(recording.finish(), RUN_FAILED, recording.log)
             self.assertEqual(recording.log.count("run "), 1, recording.log)
 
-    def test_does_not_come_while_the_next_run_brings_frames(self):
+    def test_counts_attempts_from_the_last_run_with_frames(self):
         configuration = "run.give_up_after = 2\nrun.retry_interval_s = 0"
         script = "frames 4; exit -10\nexit -10\nframes 4; exit -10\nexit 2\ngrab"
         self.assertEqual(len(self.expect(SUCCESS, script, "--frames", 20, configuration=configuration)), 20)
 
-    def test_is_a_failure_where_no_frame_can_be_used(self):
+    def test_is_failure_if_no_frame_is_usable(self):
         self.expect(RUN_FAILED, "image 64 48 NOSUCHFORMAT; grab", "--frames", 5,
-                    log="the plug-in publishes the unknown pixel format NOSUCHFORMAT")
+                    log="the plug-in published an unknown pixel format: NOSUCHFORMAT")
 
-    def test_survives_calls_that_no_plugin_should_make(self):
+    def test_is_failure_after_invalid_calls_of_the_plugin(self):
         with Recording("wrong; exit -5") as recording:
             self.assertEqual(recording.finish(), RUN_FAILED, recording.log)
             for answer in ("no reload -1", "buffer 1", "instance -1", "null -1", "stray -1", "pin 0"):
                 self.assertIn(answer + "\n", recording.log)
 
-    def test_tells_what_was_recorded(self):
-        self.expect(SUCCESS, "grab", "--frames", 10, log="10 frames on disk, ")
-        self.expect(SUCCESS, "grab", "--frames", 10, log="lost: 0 overrun, 0 not written; 0 fetches without a frame")
+    def test_is_preceded_by_a_summary(self):
+        self.expect(SUCCESS, "grab", "--frames", 10, log="10 frames saved, ")
+        self.expect(SUCCESS, "grab", "--frames", 10, log="dropped: 0 (queue full), 0 (write errors); 0 fetches without a frame")
 
 
-def pixels_of(path):
-    """The strip of an uncompressed TIFF file of one strip."""
-    data = path.read_bytes()
-    assert data[:4] == b"II*\0", data[:4]
-    (directory,) = struct.unpack_from("<I", data, 4)
-    (count,) = struct.unpack_from("<H", data, directory)
-    fields = {}
-    for i in range(count):
-        tag, kind, _, value = struct.unpack_from("<HHII", data, directory + 2 + 12 * i)
-        fields[tag] = value & 0xFFFF if kind == 3 else value
-    return data[fields[273]:fields[273] + fields[279]]
-
-
-class Frames(unittest.TestCase):
-    def test_are_what_they_were_when_they_were_handed_over(self):
+class SavedFrames(unittest.TestCase):
+    def test_have_the_content_at_the_time_of_the_handover(self):
         with Recording("overwrite; grab 0", "--frames", 100) as recording:
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
-            frames = recording.journal()
+            frames = recording.frame_index()
             self.assertEqual([frame["frame"] for frame in frames], list(range(1, 101)))
             for frame in frames:
-                good_frame = frame["frame"] + 1  # the first one is never exported
+                good_frame = frame["frame"] + 1  # the first good frame is never exported
                 expected = bytes((i * 7 + good_frame * 13) & 0xFF for i in range(64 * 48))
-                self.assertEqual(pixels_of(recording.output / frame["file"]), expected, frame)
+                self.assertEqual(read_strip(recording.output / frame["file"]), expected, frame)
 
     def test_have_the_values_that_the_plugin_published(self):
         with Recording("image 32 16 MONO12T 8; grab", "--frames", 5) as recording:
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
-            for number, frame in enumerate(recording.journal(), 1):
+            for number, frame in enumerate(recording.frame_index(), 1):
                 start = 1_700_000_000_000_000
                 self.assertGreater(frame.pop("handed_over_us"), start)
                 self.assertEqual(frame, {
                     "file": f"frame-{number:08}-{start + number * 10_000:016}.tif", "frame": number,
                     "timestamp_us": start + number * 10_000, "announced_us": start + number * 10_000,
                     "ticks": (number + 1) * 1000, "gain_db": 1.5, "exposure_us": 250.0, "counter": None, "width": 32,
-                    "height": 16, "stride": 72, "format": "MONO12T", "significant_bits": 12, "temperature_c": 36.5})
+                    "height": 16, "stride": 72, "pixel_format": "Mono12", "significant_bits": 12, "temperature_c": 36.5})
 
-    def test_are_the_converted_ones_where_there_are_such(self):
+    def test_are_the_converted_ones_if_the_plugin_converts(self):
         with Recording("image 32 16 BayerRG8T; convert MONO12PT; grab", "--frames", 5) as recording:
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
-            self.assertEqual({frame["format"] for frame in recording.journal()}, {"MONO12PT"})
+            self.assertEqual({frame["pixel_format"] for frame in recording.frame_index()}, {"Mono12Packed"})
 
-    def test_go_on_counting_over_the_plugins_runs(self):
+    def test_are_numbered_across_runs_of_the_plugin(self):
         script = "frames 4; exit -10\nimage 32 16 MONO8T; grab"
         configuration = "run.give_up_after = 1\nrun.retry_interval_s = 0"
         with Recording(script, "--frames", 10, configuration=configuration) as recording:
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
-            frames = recording.journal()
+            frames = recording.frame_index()
             self.assertEqual([frame["frame"] for frame in frames], list(range(1, 11)))
             self.assertEqual([frame["width"] for frame in frames], [64] * 3 + [32] * 7)
 
@@ -135,47 +124,46 @@ class OutputDirectory(unittest.TestCase):
         with Recording("grab", "--frames", 5, output=output) as recording:
             return recording.finish(), recording.log
 
-    def test_that_cant_be_written_is_refused_before_the_camera_is_touched(self):
-        with file_system("ro") as place:
-            for output in (place, place / "frames"):
+    def test_that_is_not_writable_is_refused_before_the_camera_is_used(self):
+        with file_system("ro") as directory:
+            for output in (directory, directory / "frames"):
                 status, log = self.run_into(output)
-                self.assertEqual(status, USAGE, log)
+                self.assertEqual(status, UNAVAILABLE, log)
                 self.assertIn("Read-only file system", log)
                 self.assertNotIn("run 0", log)
 
-    def test_that_is_no_directory_is_refused(self):
+    def test_that_is_not_a_directory_is_refused(self):
         with tempfile.NamedTemporaryFile() as file:
             for output in (pathlib.Path(file.name), pathlib.Path(file.name) / "frames"):
                 status, log = self.run_into(output)
-                self.assertEqual(status, USAGE, log)
+                self.assertEqual(status, UNAVAILABLE, log)
                 self.assertIn(file.name, log)
 
-    def test_that_holds_a_recording_is_left_alone(self):
-        with tempfile.TemporaryDirectory() as place:
-            output = pathlib.Path(place)
+    def test_with_a_recording_is_refused_and_unchanged(self):
+        with tempfile.TemporaryDirectory() as directory:
+            output = pathlib.Path(directory)
             self.assertEqual(self.run_into(output)[0], SUCCESS)
             before = {path: path.read_bytes() for path in output.iterdir()}
             status, log = self.run_into(output)
             self.assertEqual(status, USAGE, log)
-            self.assertIn("holds a recording already", log)
+            self.assertIn("already contains a recording", log)
             self.assertEqual({path: path.read_bytes() for path in output.iterdir()}, before)
 
-    def test_that_is_full_costs_frames_and_leaves_no_half_of_one(self):
-        with file_system("size=40k") as place, Recording("grab", "--frames", 50, output=place / "frames") as recording:
+    def test_on_a_full_disk_has_only_complete_frames(self):
+        with file_system("size=40k") as directory, Recording("grab", "--frames", 50, output=directory / "frames") as recording:
             self.assertEqual(recording.finish(), FRAMES_LOST, recording.log)
-            self.assertIn("is not on disk: ", recording.log)
+            self.assertIn("was not saved: ", recording.log)
             self.assertIn("No space left on device", recording.log)
-            frames = recording.journal()
+            frames = recording.frame_index()
             self.assertTrue(0 < len(frames) < 50, len(frames))
             self.assertEqual(recording.files(), {frame["file"] for frame in frames} | {"frames.jsonl"})
             for frame in frames:
-                self.assertEqual(len(pixels_of(recording.output / frame["file"])), 64 * 48)
-            self.assertIn(f"lost: 0 overrun, {50 - len(frames)} not written", recording.log)
-
+                self.assertEqual(len(read_strip(recording.output / frame["file"])), 64 * 48)
+            self.assertIn(f"dropped: 0 (queue full), {50 - len(frames)} (write errors)", recording.log)
 
 
 class Report(unittest.TestCase):
-    def test_is_written_into_the_recording(self):
+    def test_is_written_to_the_recording(self):
         with Recording("grab", "--frames", 5) as recording:
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
             written = command("report", recording.output)
@@ -184,11 +172,11 @@ class Report(unittest.TestCase):
             self.assertIn("<td>frames</td><td>5</td>", page)
             self.assertEqual(page.count("<img "), 5)
 
-    def test_of_what_is_no_recording_is_refused(self):
-        with tempfile.TemporaryDirectory() as place:
-            refused = command("report", place)
+    def test_of_a_directory_without_a_recording_is_refused(self):
+        with tempfile.TemporaryDirectory() as directory:
+            refused = command("report", directory)
             self.assertEqual(refused.returncode, USAGE)
-            self.assertIn("holds no recording", refused.stderr)
+            self.assertIn("is not a recording", refused.stderr)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,7 @@
-"""A broker on the loopback interface, those who listen to it, and certificates for it.
+# SPDX-License-Identifier: MIT
+"""An MQTT broker on the loopback interface, subscribers, and certificates.
 
-Paths come from the environment: MOSQUITTO, MOSQUITTO_SUB and OPENSSL.
+Paths are in the environment variables MOSQUITTO, MOSQUITTO_SUB and OPENSSL.
 """
 
 import json
@@ -10,7 +11,7 @@ import socket
 import subprocess
 import threading
 
-from recording_process import wait_for
+from waiting import wait_for
 
 MOSQUITTO = os.environ["MOSQUITTO"]
 MOSQUITTO_SUB = os.environ["MOSQUITTO_SUB"]
@@ -19,7 +20,7 @@ PORT = 1883
 
 
 class Broker:
-    """mosquitto, from start() to stop(), as often as one likes; what is retained is forgotten in between."""
+    """mosquitto. It may be stopped and started again; retained messages are not kept."""
 
     def __init__(self, directory, listener=f"listener {PORT} 127.0.0.1\nallow_anonymous true\n"):
         self.configuration = pathlib.Path(directory) / "mosquitto.conf"
@@ -37,19 +38,19 @@ class Broker:
         self.process = subprocess.Popen([MOSQUITTO, "-c", str(self.configuration)], stderr=subprocess.PIPE, text=True)
         self.reader = threading.Thread(target=self._read)
         self.reader.start()
-        wait_for(self._answers, "the broker")
+        wait_for(self._accepts_connections, "the broker")
 
     def _read(self):
         for line in self.process.stderr:
             self.log += line
 
-    def _answers(self):
+    def _accepts_connections(self):
         assert self.process.poll() is None, self.log
         with socket.socket() as client:
             return client.connect_ex(("127.0.0.1", PORT)) == 0
 
     def stop(self):
-        """As a broker ends that is killed."""
+        """Kills the broker."""
         self.process.kill()
         self.process.wait()
         self.reader.join()
@@ -57,7 +58,7 @@ class Broker:
 
 
 class Subscriber:
-    """Hears what is said under a topic, from when it is entered."""
+    """Collects the messages of a topic from the time when the context is entered."""
 
     def __init__(self, topic, *options):
         self.topic = topic
@@ -88,10 +89,11 @@ class Subscriber:
         self.process.stdout.close()
 
     def of(self, topic):
-        """The texts of one topic."""
+        """The messages of one topic, as text."""
         return [text for name, text in list(self.messages) if name == topic]
 
     def json_of(self, topic):
+        """The messages of one topic, as objects."""
         return [json.loads(text) for text in self.of(topic)]
 
 
@@ -100,7 +102,7 @@ def openssl(*arguments):
 
 
 class Authority:
-    """Makes certificates that are good for a day."""
+    """A certificate authority. Its certificates are valid for one day."""
 
     def __init__(self, directory, name):
         self.directory = pathlib.Path(directory)
@@ -111,7 +113,7 @@ class Authority:
                 "-subj", f"/CN={name}", "-keyout", self.key, "-out", self.certificate)
 
     def issue(self, name, alternative):
-        """\\return the paths of a certificate for `alternative` ("IP:127.0.0.1") and of its key"""
+        """\\return the paths of a certificate for `alternative`, for example "IP:127.0.0.1", and of its key"""
         key, request, certificate = (self.directory / f"{name}.{kind}" for kind in ("key", "csr", "pem"))
         extensions = self.directory / f"{name}.ext"
         extensions.write_text(f"subjectAltName={alternative}\n")

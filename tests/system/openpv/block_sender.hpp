@@ -1,17 +1,19 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// Sends blocks as a camera does, packet by packet, with whatever the test wants in them.
+/// Sends blocks with arbitrary contents, as a camera does.
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
-#include "udp_socket.hpp"
+#include "net/udp_socket.hpp"
 
-/// What the leader of a block tells.
+/// Contents of a block's leader.
 struct block_leader {
-    uint16_t payload_type = 0x0001;  ///< an image; 0x4000 added: with chunks behind it
-    uint64_t timestamp = 0;          ///< ticks
+    uint16_t payload_type =
+        0x0001;  ///< 1: an image, 4: chunk data, 5: extended chunk data; 0x4000 added: with chunks behind it
+    uint64_t timestamp = 0;  ///< ticks
     uint32_t pixel_format = 0x01080001;
     uint32_t width = 0;
     uint32_t height = 0;
@@ -24,7 +26,7 @@ public:
     block_sender(uint16_t to_port, uint32_t packet_bytes);
 
     void send(block_leader const& leader, std::vector<uint8_t> const& payload);
-    /// Any bytes at all.
+    /// Sends any bytes.
     void send_raw(std::vector<uint8_t> const& datagram);
 
 private:

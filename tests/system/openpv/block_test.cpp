@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -15,7 +16,7 @@ constexpr uint16_t image = 0x0001;
 constexpr uint16_t chunk_data = 0x0004;
 constexpr uint16_t image_with_chunks = 0x4001;
 
-/// A stream that hears from the test instead of its camera.
+/// A stream that receives packets from the test instead of its camera.
 class Block : public testing::Test {
 protected:
     void SetUp() override {
@@ -32,7 +33,7 @@ protected:
         set.queue(*stream);
     }
 
-    /// \return the next buffer, whose block must be whole
+    /// \return the next buffer, whose block must be complete
     PvBuffer* retrieve() {
         PvBuffer* buffer = nullptr;
         PvResult operation;
@@ -49,14 +50,14 @@ protected:
     buffer_set set{4, 512 * 512 + 1000};
 };
 
-std::vector<uint8_t> picture(std::size_t bytes) {
+std::vector<uint8_t> pixels(std::size_t bytes) {
     return std::vector<uint8_t>(bytes, 0x42);
 }
 
 }  // namespace
 
 TEST_F(Block, OfAnImageHasNoChunks) {
-    sender->send({image, 123'456'789, 0x01080001, 100, 50}, picture(5000));
+    sender->send({image, 123'456'789, 0x01080001, 100, 50}, pixels(5000));
     PvBuffer* const buffer = retrieve();
     ASSERT_NE(buffer, nullptr);
     EXPECT_EQ(buffer->GetImage()->GetWidth(), 100U);
@@ -64,11 +65,11 @@ TEST_F(Block, OfAnImageHasNoChunks) {
     EXPECT_EQ(buffer->GetTimestamp(), 123'456'789U);
     EXPECT_EQ(buffer->GetChunkCount(), 0U);
     EXPECT_EQ(buffer->GetImage()->GetDataPointer()[4999], 0x42);
-    EXPECT_EQ(buffer->GetImage()->GetDataPointer()[5000], 0xA5) << "beyond the picture";
+    EXPECT_EQ(buffer->GetImage()->GetDataPointer()[5000], 0xA5) << "beyond the image";
 }
 
-TEST_F(Block, OfAnImageWithChunksTellsThemByIndexAndById) {
-    auto payload = picture(5000);
+TEST_F(Block, OfAnImageWithChunksReturnsThemByIndexAndById) {
+    auto payload = pixels(5000);
     append_chunk(payload, 0x2005, {0, 0, 0, 0, 0, 0, 0, 64});
     append_chunk(payload, 0x200F, {7, 0, 0, 0});
     sender->send({image_with_chunks, 1, 0x01080001, 100, 50}, payload);
@@ -96,9 +97,9 @@ TEST_F(Block, OfAnImageWithChunksTellsThemByIndexAndById) {
     EXPECT_TRUE(has_code(buffer->GetChunkIDByIndex(2, first), PvResult::Code::NOT_FOUND));
 }
 
-TEST_F(Block, OfChunkDataHasItsPictureAsTheFirstChunk) {
+TEST_F(Block, OfChunkDataHasItsImageAsTheFirstChunk) {
     std::vector<uint8_t> payload;
-    append_chunk(payload, 1, picture(5000));
+    append_chunk(payload, 1, pixels(5000));
     append_chunk(payload, 0x200F, {9, 0, 0, 0});
     sender->send({chunk_data, 1, 0x01080001, 100, 50}, payload);
     PvBuffer* const buffer = retrieve();
@@ -109,8 +110,8 @@ TEST_F(Block, OfChunkDataHasItsPictureAsTheFirstChunk) {
     EXPECT_EQ(*buffer->GetChunkRawDataByID(0x200F), 9);
 }
 
-TEST_F(Block, WithAChunkLengthThatLiesHasNoChunks) {
-    auto payload = picture(5000);
+TEST_F(Block, WithAnInvalidChunkLengthHasNoChunks) {
+    auto payload = pixels(5000);
     append_chunk(payload, 0x200F, {7, 0, 0, 0});
     payload[payload.size() - 4] = 0xFF;
     sender->send({image_with_chunks, 1, 0x01080001, 100, 50}, payload);
@@ -119,8 +120,8 @@ TEST_F(Block, WithAChunkLengthThatLiesHasNoChunks) {
     EXPECT_EQ(buffer->GetChunkCount(), 0U);
 }
 
-TEST_F(Block, DoesNotKeepTheChunksOfTheOneBefore) {
-    auto payload = picture(5000);
+TEST_F(Block, DoesNotKeepTheChunksOfThePreviousOne) {
+    auto payload = pixels(5000);
     append_chunk(payload, 0x200F, {7, 0, 0, 0});
     sender->send({image_with_chunks, 1, 0x01080001, 100, 50}, payload);
     PvBuffer* const first = retrieve();
@@ -128,16 +129,16 @@ TEST_F(Block, DoesNotKeepTheChunksOfTheOneBefore) {
     ASSERT_EQ(first->GetChunkCount(), 1U);
     ASSERT_TRUE(ok(stream->QueueBuffer(first)));
     for (int i = 0; i < 4; ++i) {
-        sender->send({image, 2, 0x01080001, 100, 50}, picture(5000));
+        sender->send({image, 2, 0x01080001, 100, 50}, pixels(5000));
         PvBuffer* const next = retrieve();
         ASSERT_NE(next, nullptr);
         EXPECT_EQ(next->GetChunkCount(), 0U);
     }
 }
 
-TEST_F(Block, MayTellAnyPictureSizeWithoutHarm) {
+TEST_F(Block, MayAnnounceAnyImageSize) {
     for (uint32_t const size : {0U, 0xFFFFU, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-        sender->send({image, 1, 0x01FF0001, size, size}, picture(5000));
+        sender->send({image, 1, 0x01FF0001, size, size}, pixels(5000));
         PvBuffer* buffer = nullptr;
         PvResult operation;
         ASSERT_TRUE(ok(stream->RetrieveBuffer(&buffer, &operation, 10'000)));
@@ -146,13 +147,13 @@ TEST_F(Block, MayTellAnyPictureSizeWithoutHarm) {
     }
 }
 
-TEST_F(Block, OfNoSenseDoesNoHarmBeyondTheNextStart) {
+TEST_F(Block, ThatIsMalformedDoesNotAffectTheNextAcquisition) {
     for (std::size_t length = 0; length < 60; ++length) {
         sender->send_raw(std::vector<uint8_t>(length, 0xFF));
         sender->send_raw(std::vector<uint8_t>(length, 0x00));
     }
     ASSERT_TRUE(ok(start_acquisition(*device)));
-    bool const whole_frame_seen = wait_until([this] {
+    bool const complete_frame_seen = wait_until([this] {
         PvBuffer* buffer = nullptr;
         PvResult operation;
         if (!stream->RetrieveBuffer(&buffer, &operation, 1000).IsOK()) {
@@ -161,6 +162,6 @@ TEST_F(Block, OfNoSenseDoesNoHarmBeyondTheNextStart) {
         EXPECT_TRUE(ok(stream->QueueBuffer(buffer)));
         return operation.IsOK() && buffer->GetImage()->GetWidth() == 512;
     });
-    EXPECT_TRUE(whole_frame_seen);
+    EXPECT_TRUE(complete_frame_seen);
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: MIT
 #include <chrono>
 #include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "gvcp_client.hpp"
-#include "gvcp_message.hpp"
+#include "device/camera_session.hpp"
+#include "gvcp/connection_id.hpp"
+#include "gvcp/gvcp_channel.hpp"
+#include "gvcp/gvcp_message.hpp"
 #include "test_camera.hpp"
 
 namespace {
@@ -20,11 +23,9 @@ bool another_application_gets_control(PvString const& id) {
 }
 
 bool camera_is_controlled() {
-    auto client = openpv::gvcp_client::open({loopback}, {loopback});
+    auto channel = openpv::gvcp_channel::open({loopback}, {loopback});
     uint32_t privilege = 0;
-    return client &&
-           client->read(openpv::gvcp::reg::control_channel_privilege, std::chrono::milliseconds(100), privilege) ==
-               openpv::register_read::answered &&
+    return channel && channel->read_register(openpv::gvcp::reg::control_channel_privilege, privilege).ok() &&
            privilege != 0;
 }
 
@@ -35,7 +36,7 @@ PvResult try_to_connect(char const* id) {
     return result;
 }
 
-/// On each of the two cameras.
+/// With each of the two cameras.
 class Connection : public testing::TestWithParam<char const*> {
 protected:
     void SetUp() override {
@@ -75,7 +76,7 @@ TEST_P(Connection, CanBeMadeAgainOnTheSameDeviceWhichKeepsItsParameters) {
     EXPECT_EQ(device->GetParameters()->GetInteger("Width"), width);
 }
 
-TEST_P(Connection, KeepsItsCameraForItself) {
+TEST_P(Connection, ExcludesOtherApplications) {
     auto const device = connect(id);
     ASSERT_TRUE(device);
     EXPECT_FALSE(another_application_gets_control(id));
@@ -84,14 +85,14 @@ TEST_P(Connection, KeepsItsCameraForItself) {
     EXPECT_TRUE(another_application_gets_control(id)) << "at once after the disconnection";
 }
 
-TEST_P(Connection, GivesControlBackWhenTheDeviceIsFreed) {
+TEST_P(Connection, ReleasesControlWhenTheDeviceIsFreed) {
     auto device = connect(id);
     ASSERT_TRUE(device);
     device.reset();
     EXPECT_TRUE(another_application_gets_control(id));
 }
 
-TEST_P(Connection, GivesControlBackThoughAStreamIsStillOpen) {
+TEST_P(Connection, ReleasesControlThoughAStreamIsStillOpen) {
     auto const device = connect(id);
     auto const stream = open_stream(id);
     ASSERT_TRUE(device && stream);
@@ -113,10 +114,10 @@ TEST_P(Connection, IsRefusedToASecondDeviceOfTheSameProcess) {
     auto const device = connect(id);
     ASSERT_TRUE(device);
     EXPECT_TRUE(has_code(try_to_connect(id.GetAscii()), PvResult::Code::GENERIC_ERROR));
-    EXPECT_TRUE(device->IsConnected()) << "the first one is left alone";
+    EXPECT_TRUE(device->IsConnected()) << "the first one is not affected";
 }
 
-TEST_P(Connection, OfAStreamAloneTakesControlAndGivesItBack) {
+TEST_P(Connection, OfAStreamAloneTakesAndReleasesControl) {
     auto stream = open_stream(id);
     ASSERT_TRUE(stream);
     EXPECT_FALSE(another_application_gets_control(id));
@@ -134,7 +135,7 @@ TEST_P(Connection, OfAStreamIsRefusedWhileTheCameraHasOne) {
     EXPECT_NE(open_stream(id), nullptr);
 }
 
-TEST_P(Connection, OfAStreamIsNoConnectionOfADeviceThatWasDisconnected) {
+TEST_P(Connection, OfAStreamDoesNotConnectADisconnectedDevice) {
     auto const device = connect(id);
     ASSERT_TRUE(device);
     ASSERT_TRUE(ok(device->Disconnect()));
@@ -151,7 +152,7 @@ TEST_P(Connection, OfAStreamIsTakenOverByTheDevice) {
     EXPECT_TRUE(device->IsConnected());
 }
 
-TEST(ConnectionWithoutACamera, IsRefusedSoonWhenNobodyAnswers) {
+TEST(ConnectionWithoutACamera, IsRefusedQuicklyWithoutACamera) {
     auto const start = clock::now();
     EXPECT_TRUE(has_code(try_to_connect("00:11:1c:00:00:07@127.0.0.9%127.0.0.1"), PvResult::Code::NOT_FOUND));
     EXPECT_LT(clock::now() - start, std::chrono::seconds(2));
@@ -161,7 +162,7 @@ TEST(ConnectionWithoutACamera, IsRefusedFromAnAddressThatTheHostDoesNotHave) {
     EXPECT_TRUE(has_code(try_to_connect("00:11:1c:00:00:07@127.0.0.1%10.9.9.9"), PvResult::Code::NOT_FOUND));
 }
 
-TEST(ConnectionWithoutACamera, IsRefusedForATextThatIsNoConnectionId) {
+TEST(ConnectionWithoutACamera, IsRefusedForAnInvalidConnectionId) {
     for (char const* const text : {"", "127.0.0.1", "eth0"}) {
         EXPECT_TRUE(has_code(try_to_connect(text), PvResult::Code::INVALID_PARAMETER));
         PvResult result;
@@ -170,9 +171,9 @@ TEST(ConnectionWithoutACamera, IsRefusedForATextThatIsNoConnectionId) {
     }
 }
 
-TEST(ConnectionWithoutACamera, NeedsNoPlaceForTheResult) {
-    EXPECT_EQ(PvDevice::CreateAndConnect("nobody", nullptr), nullptr);
-    EXPECT_EQ(PvStream::CreateAndOpen("nobody", nullptr), nullptr);
+TEST(ConnectionWithoutACamera, DoesNotRequireAResultPointer) {
+    EXPECT_EQ(PvDevice::CreateAndConnect("invalid", nullptr), nullptr);
+    EXPECT_EQ(PvStream::CreateAndOpen("invalid", nullptr), nullptr);
 }
 
 TEST(ConnectionWithoutACamera, OfAStreamFailsWithTheReason) {
@@ -186,7 +187,7 @@ TEST(Free, OfNothingIsHarmless) {
     PvStream::Free(nullptr);
 }
 
-TEST(ConnectionToAnotherCamera, IsNotMadeUnderTheNameOfTheFirst) {
+TEST(ConnectionToAnotherCamera, IsRefusedUnderTheIdOfTheFirst) {
     auto first = start_camsim("127.0.0.1", {"--serial", "FIRST"});
     PvString const id = find_only_camera();
     first->kill();
@@ -207,5 +208,50 @@ TEST(ConnectionToAnotherCamera, MovesADeviceToThatCamera) {
     PvString serial;
     ASSERT_TRUE(ok(device->GetParameters()->GetStringValue("DeviceSerialNumber", serial)));
     EXPECT_STREQ(serial.GetAscii(), devices[1]->GetSerialNumber().GetAscii());
-    EXPECT_TRUE(another_application_gets_control(devices[0]->GetConnectionID())) << "the first camera was let go";
+    EXPECT_TRUE(another_application_gets_control(devices[0]->GetConnectionID())) << "the first camera was released";
+}
+
+namespace {
+
+openpv::connection_id parse(PvString const& id) {
+    return openpv::parse_connection_id(id.GetAscii()).value();
+}
+
+std::unique_ptr<openpv::camera_session> open_read_only(PvString const& id, PvResult& result) {
+    return openpv::camera_session::open(
+        parse(id), [] {}, result, openpv::session_mode::read_only);
+}
+
+}  // namespace
+
+TEST_P(Connection, ToReadOnlyIsMadeBesideAnApplicationThatHasControl) {
+    auto const device = connect(id);
+    ASSERT_TRUE(device);
+    test_process reader({own_program(), "--read-width", id.GetAscii()});
+    EXPECT_EQ(reader.wait(), EXIT_SUCCESS);
+    EXPECT_TRUE(device->IsConnected());
+    int64_t value = 0;
+    EXPECT_TRUE(ok(device->GetParameters()->GetIntegerValue("Width", value)));
+}
+
+TEST_P(Connection, ToReadOnlyDoesNotTakeControl) {
+    PvResult result;
+    auto const session = open_read_only(id, result);
+    ASSERT_TRUE(session) << result.GetDescription().GetAscii();
+    EXPECT_FALSE(camera_is_controlled());
+    uint32_t value = 0;
+    EXPECT_TRUE(session->registers().read_register(0, value).ok());
+    EXPECT_TRUE(another_application_gets_control(id));
+}
+
+TEST(ConnectionToReadOnly, IsRefusedWhileAnotherApplicationHasExclusiveAccess) {
+    auto const camera = start_camsim();
+    ASSERT_TRUE(camera);
+    PvString const id = find_only_camera();
+    auto owner = openpv::gvcp_channel::open({loopback}, {loopback});
+    ASSERT_TRUE(
+        owner->write_register(openpv::gvcp::reg::control_channel_privilege, openpv::gvcp::privilege_exclusive).ok());
+    PvResult result;
+    EXPECT_FALSE(open_read_only(id, result));
+    EXPECT_TRUE(has_code(result, PvResult::Code::GENERIC_ERROR));
 }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <map>
 #include <string>
 #include <vector>
@@ -27,13 +28,13 @@ std::vector<std::string> find_interface_names() {
 
 }  // namespace
 
-TEST(Discovery, FindsNothingBeforeItWasAskedTo) {
+TEST(Discovery, FindsNothingBeforeASearch) {
     PvSystem const system;
     EXPECT_EQ(system.GetInterfaceCount(), 0U);
     EXPECT_EQ(system.GetInterface(0), nullptr);
 }
 
-TEST(Discovery, ListsLoopbackThoughNoCameraIsThere) {
+TEST(Discovery, ListsLoopbackWithoutACamera) {
     PvSystem system;
     EXPECT_TRUE(find_devices(system).empty());
     ASSERT_EQ(system.GetInterfaceCount(), 1U);
@@ -42,7 +43,7 @@ TEST(Discovery, ListsLoopbackThoughNoCameraIsThere) {
     EXPECT_EQ(system.GetInterface(1), nullptr);
 }
 
-TEST(Discovery, TellsWhoAravissCameraIs) {
+TEST(Discovery, IdentifiesAravissCamera) {
     auto const camera = start_aravis_camera({"-s", "AB123"});
     PvSystem system;
     auto const devices = find_devices(system);
@@ -56,7 +57,7 @@ TEST(Discovery, TellsWhoAravissCameraIs) {
     EXPECT_STREQ(info.GetDisplayID().GetAscii(), "Fake [127.0.0.1] serial AB123");
 }
 
-TEST(Discovery, TellsWhoCamsimIs) {
+TEST(Discovery, IdentifiesCamsim) {
     auto const camera = start_camsim("127.0.0.1", {"--model", "GO-2400M-PGE", "--serial", "U7", "--user-name", "left",
                                                    "--mac", "00:11:1c:00:00:07"});
     PvSystem system;
@@ -71,7 +72,7 @@ TEST(Discovery, TellsWhoCamsimIs) {
     EXPECT_STREQ(info.GetConnectionID().GetAscii(), "00:11:1c:00:00:07@127.0.0.1%127.0.0.1");
 }
 
-TEST(Discovery, SeesThatACameraCameAndWent) {
+TEST(Discovery, FollowsCamerasThatAppearAndDisappear) {
     PvSystem system;
     EXPECT_EQ(find_devices(system).size(), 0U);
     auto const camera = start_camsim();
@@ -80,7 +81,7 @@ TEST(Discovery, SeesThatACameraCameAndWent) {
     EXPECT_EQ(find_devices(system).size(), 0U);
 }
 
-TEST(Discovery, TellsTwoCamerasOfOneModelApart) {
+TEST(Discovery, DistinguishesTwoCamerasOfOneModel) {
     auto const one = start_camsim("127.0.0.2", {"--serial", "ONE"});
     auto const two = start_camsim("127.0.0.3", {"--serial", "TWO"});
     PvSystem system;
@@ -108,7 +109,7 @@ TEST(Discovery, ListsEveryInterfaceThatIsUpAndHasAnAddressOnceAndInTheSameOrder)
     EXPECT_TRUE(run_command("ip link del cam1 && ip link del down1"));
 }
 
-TEST(Discovery, AttachesACameraToTheInterfaceOnWhichItAnswers) {
+TEST(Discovery, AssignsACameraToTheInterfaceOnWhichItResponds) {
     auto const near = start_camsim("127.0.0.1", {"--serial", "NEAR"});
     cable_to_camsim const far(1500);
     PvSystem system;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <chrono>
 #include <memory>
 #include <string>
@@ -10,11 +11,11 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr uint32_t for_ever = 0xFFFFFFFF;
-/// Nothing that works locally takes longer; a request to a camera that does not answer takes seconds.
+constexpr uint32_t no_timeout = 0xFFFFFFFF;
+/// Longer than any local operation. A request to an unresponsive camera takes seconds.
 constexpr std::chrono::milliseconds locally{200};
 
-/// A camera that is grabbed from, on each of the two cameras.
+/// Acquisition from each of the two cameras.
 class Loss : public testing::TestWithParam<char const*> {
 protected:
     void SetUp() override {
@@ -40,12 +41,12 @@ protected:
         EXPECT_TRUE(ok(operation));
     }
 
-    /// Retrieves until the stream says that the camera is lost. \return whether it said so
+    /// Retrieves until a call fails. \return whether it reported the loss of the camera
     bool retrieve_until_lost() {
         for (;;) {
             PvBuffer* buffer = nullptr;
             PvResult operation;
-            PvResult const result = stream->RetrieveBuffer(&buffer, &operation, for_ever);
+            PvResult const result = stream->RetrieveBuffer(&buffer, &operation, no_timeout);
             if (!result.IsOK()) {
                 return result.GetCode() == PvResult::Code::NOT_CONNECTED;
             }
@@ -98,7 +99,7 @@ TEST_P(Loss, IsReportedSoonWhenTheCameraIsKilledWhileItSends) {
     expect_everything_fails_locally();
 }
 
-TEST_P(Loss, IsReportedWithinSecondsWhenTheCameraFallsSilent) {
+TEST_P(Loss, IsReportedWithinSecondsWhenTheCameraIsUnresponsive) {
     grab_a_frame(*device, *stream);
     auto const start = clock::now();
     camera->freeze();
@@ -107,7 +108,7 @@ TEST_P(Loss, IsReportedWithinSecondsWhenTheCameraFallsSilent) {
     expect_everything_fails_locally();
 }
 
-TEST_P(Loss, IsNotReportedForACameraThatFallsSilentForAMoment) {
+TEST_P(Loss, IsNotReportedForABriefSilence) {
     camera->freeze();
     EXPECT_FALSE(wait_until([this] { return !device->IsConnected(); }, std::chrono::milliseconds(1000)));
     camera->thaw();
@@ -116,14 +117,15 @@ TEST_P(Loss, IsNotReportedForACameraThatFallsSilentForAMoment) {
     EXPECT_TRUE(device->IsConnected());
 }
 
-TEST_P(Loss, IsReportedWhenTheCameraRestartsBeforeAnybodyMissesIt) {
+TEST_P(Loss, IsReportedWhenTheCameraRestartsQuickly) {
     camera->kill();
     start_camera();
     ASSERT_TRUE(camera);
-    EXPECT_TRUE(wait_until([this] { return !device->IsConnected(); })) << "it answers, but not to us";
+    EXPECT_TRUE(wait_until([this] { return !device->IsConnected(); }))
+        << "it responds, but is not controlled by this process";
 }
 
-TEST_P(Loss, LeavesNothingBehindForWhoLooksForTheCameraAgain) {
+TEST_P(Loss, AllowsANewConnectionAfterwards) {
     grab_a_frame(*device, *stream);
     camera->kill();
     EXPECT_TRUE(retrieve_until_lost());
@@ -141,12 +143,12 @@ TEST_P(Loss, LeavesNothingBehindForWhoLooksForTheCameraAgain) {
     grab_a_frame(*device, *stream);
 }
 
-TEST_P(Loss, IsMadeGoodByConnectingTheSameDeviceAgain) {
+TEST_P(Loss, IsRepairedByConnectingTheSameDeviceAgain) {
     grab_a_frame(*device, *stream);
     camera->kill();
     EXPECT_TRUE(retrieve_until_lost());
     EXPECT_TRUE(ok(stream->AbortQueuedBuffers()));
-    EXPECT_TRUE(retrieve_until_lost()) << "aborted buffers are handed out first";
+    EXPECT_TRUE(retrieve_until_lost()) << "aborted buffers are returned first";
     EXPECT_EQ(stream->GetQueuedBufferCount(), 0U);
     start_camera();
     ASSERT_TRUE(ok(device->Connect(id)));
@@ -156,14 +158,14 @@ TEST_P(Loss, IsMadeGoodByConnectingTheSameDeviceAgain) {
     grab_a_frame(*device, *stream);
 }
 
-TEST_P(Loss, OfACameraThatStaysAwayLetsConnectFail) {
+TEST_P(Loss, MakesConnectFailWhileTheCameraIsAbsent) {
     camera->kill();
     EXPECT_TRUE(wait_until([this] { return !device->IsConnected(); }));
     EXPECT_TRUE(has_code(device->Connect(id), PvResult::Code::NOT_FOUND));
     EXPECT_FALSE(device->IsConnected());
 }
 
-TEST(LossOfTheCable, IsReportedAndMadeGoodWhenItIsPluggedAgain) {
+TEST(LossOfTheCable, IsReportedAndRepairedWhenItIsPluggedInAgain) {
     cable_to_camsim cable(1500);
     PvString const id = find_only_camera();
     auto const device = connect(id);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <cstdint>
 #include <memory>
 
@@ -61,7 +62,7 @@ TEST_F(PacketSize, IsSetWithinTheCamerasLimits) {
     EXPECT_EQ(packet_size(*device), maximum);
 }
 
-TEST_F(PacketSize, IsSetForOneChannelAndLeavesTheSelectorWhereItWas) {
+TEST_F(PacketSize, IsSetForOneChannelAndRestoresTheSelector) {
     ASSERT_TRUE(ok(gev(device).SetPacketSize(1500, 0)));
     ASSERT_TRUE(ok(gev(device).SetPacketSize(2000, 1)));
     EXPECT_EQ(packet_size(*device), 1500);
@@ -103,20 +104,20 @@ TEST_F(PacketSize, MayBeChangedUnderAnOpenStream) {
     }
 }
 
-TEST_F(PacketSize, WrittenAsAFeatureStandsWhenStreamingIsEnabled) {
+TEST_F(PacketSize, WrittenAsAFeatureIsKeptWhenStreamingIsEnabled) {
     ASSERT_TRUE(ok(device->GetParameters()->SetIntegerValue("GevSCPSPacketSize", 1200)));
     ASSERT_TRUE(ok(device->StreamEnable()));
     EXPECT_EQ(packet_size(*device), 1200);
 }
 
-TEST_F(PacketSize, NobodyHasChosenIsNegotiatedWhenStreamingIsEnabled) {
+TEST_F(PacketSize, IsNegotiatedWhenStreamingIsEnabledUnlessChosen) {
     int64_t maximum = 0;
     ASSERT_TRUE(ok(device->GetParameters()->GetInteger("GevSCPSPacketSize")->GetMax(maximum)));
     ASSERT_TRUE(ok(device->StreamEnable()));
     EXPECT_EQ(packet_size(*device), maximum);
 }
 
-TEST_F(PacketSize, NobodyHasChosenIsTheDefaultOneWithoutNegotiation) {
+TEST_F(PacketSize, IsTheDefaultWithoutNegotiation) {
     ASSERT_TRUE(ok(device->GetCommunicationParameters()->SetBooleanValue("AutoNegotiation", false)));
     ASSERT_TRUE(ok(device->StreamEnable()));
     EXPECT_EQ(packet_size(*device), 1476);
@@ -128,12 +129,12 @@ TEST_F(PacketSize, ChosenOnceIsSetAgainAfterAReconnection) {
     ASSERT_TRUE(wait_until([this] { return !device->IsConnected(); }));
     camera = start_camsim("127.0.0.1", {"--stream-channels", "2"});
     ASSERT_TRUE(ok(device->Connect(id)));
-    ASSERT_NE(packet_size(*device), 2000) << "the camera forgot it";
+    ASSERT_NE(packet_size(*device), 2000) << "the camera has reset it";
     ASSERT_TRUE(ok(device->StreamEnable()));
     EXPECT_EQ(packet_size(*device), 2000);
 }
 
-TEST_F(PacketSize, NegotiationLeavesTheDestinationOfTheStreamAlone) {
+TEST_F(PacketSize, NegotiationRestoresTheStreamDestination) {
     ASSERT_TRUE(ok(gev(device).SetStreamDestination("127.0.0.1", 5000)));
     ASSERT_TRUE(ok(gev(device).NegotiatePacketSize()));
     int64_t address = 0;
@@ -150,7 +151,7 @@ TEST_F(PacketSize, DestinationMustBeAnAddress) {
     }
 }
 
-TEST(PacketSizeOfAravissCamera, FallsBackWhenTheCameraSendsNoTestPackets) {
+TEST(PacketSizeOfAravissCamera, FallsBackToTheDefaultWithoutTestPackets) {
     auto const camera = start_aravis_camera();
     PvString const id = find_only_camera();
     auto const device = connect(id);
@@ -163,7 +164,7 @@ TEST(PacketSizeOfAravissCamera, FallsBackWhenTheCameraSendsNoTestPackets) {
     expect_a_frame(*device, *stream);
 }
 
-TEST(PacketSizeOnACable, IsNegotiatedToWhatTheCableTakes) {
+TEST(PacketSizeOnACable, IsNegotiatedToTheMtuOfTheCable) {
     for (unsigned const bytes : {1500U, 4000U}) {
         cable_to_camsim const cable(bytes);
         PvString const id = find_only_camera();

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "private_network.hpp"
 
 #include <cstdio>
@@ -25,14 +26,14 @@ void enter_private_network() {
     auto const user = std::to_string(geteuid());
     auto const group = std::to_string(getegid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-        std::perror("no private network");
+        std::perror("cannot create a network namespace");
         std::_Exit(EXIT_FAILURE);
     }
     write_file("/proc/self/setgroups", "deny");
     write_file("/proc/self/uid_map", "0 " + user + " 1");
     write_file("/proc/self/gid_map", "0 " + group + " 1");
     if (!run_command("ip link set lo up")) {
-        std::fputs("the loopback interface does not come up\n", stderr);
+        std::fputs("cannot enable the loopback interface\n", stderr);
         std::_Exit(EXIT_FAILURE);
     }
 }

@@ -1,12 +1,12 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// A network of the test's own.
+/// Network namespaces for tests.
 
 #include <string>
 
 /// Moves this process, and what it starts later, into a network namespace where only the loopback interface exists, and
-/// is up. To be called before there is a second thread. Ends the process with a message when the kernel does not allow
-/// it.
+/// is up. Call it before a second thread exists. Ends the process with a message if the kernel does not permit it.
 void enter_private_network();
 
 /// Runs a program of the host, `ip` for one. \return whether it succeeded

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file
 /// Loads a plug-in, uses it and unloads it, several times: `reload_host PLUGIN CONNECTION_ID`.
 

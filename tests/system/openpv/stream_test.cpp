@@ -1,7 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <memory>
+#include <regex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,7 +39,7 @@ protected:
         return buffer;
     }
 
-    /// Retrieves until nothing is queued. \return how often each code came
+    /// Retrieves until nothing is queued. \return the result of each buffer
     std::vector<std::string> drain() {
         std::vector<std::string> codes;
         while (stream->GetQueuedBufferCount() != 0) {
@@ -58,7 +63,7 @@ INSTANTIATE_TEST_SUITE_P(Cameras, Stream, testing::Values("aravis", "camsim"),
 
 }  // namespace
 
-TEST_P(Stream, HasASocketOfItsOwnAsSoonAsItIsOpen) {
+TEST_P(Stream, HasItsOwnSocketAsSoonAsItIsOpen) {
     auto* const gev = dynamic_cast<PvStreamGEV*>(stream.get());
     ASSERT_NE(gev, nullptr);
     EXPECT_NE(gev->GetLocalPort(), 0);
@@ -67,7 +72,7 @@ TEST_P(Stream, HasASocketOfItsOwnAsSoonAsItIsOpen) {
     EXPECT_EQ(stream->GetQueuedBufferMaximum(), 512U);
 }
 
-TEST_P(Stream, DeliversTwoHundredFramesWholeInOrderAndInQueueOrder) {
+TEST_P(Stream, DeliversTwoHundredCompleteFramesInOrderAndInQueueOrder) {
     uint32_t const payload = device->GetPayloadSize();
     ASSERT_GT(payload, 0U);
     buffer_set set(8, payload);
@@ -93,7 +98,7 @@ TEST_P(Stream, DeliversTwoHundredFramesWholeInOrderAndInQueueOrder) {
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
-TEST_P(Stream, PlacesThePictureInTheAttachedMemoryAndNothingBehindIt) {
+TEST_P(Stream, WritesTheImageToTheAttachedMemoryAndNothingBehindIt) {
     uint32_t const payload = device->GetPayloadSize();
     buffer_set set(1, payload + 100);
     set.queue(*stream);
@@ -103,7 +108,7 @@ TEST_P(Stream, PlacesThePictureInTheAttachedMemoryAndNothingBehindIt) {
     EXPECT_TRUE(ok(operation));
     auto const& memory = set.memory.front();
     EXPECT_TRUE(std::all_of(memory.end() - 100, memory.end(), [](uint8_t byte) { return byte == 0xA5; }));
-    // Each camera's picture has light and dark; memory that was not written has neither.
+    // The image of each camera has different brightnesses; unwritten memory has not.
     auto const [darkest, brightest] = std::minmax_element(memory.begin(), memory.end() - 100);
     EXPECT_LT(*darkest, *brightest);
     EXPECT_TRUE(ok(stop_acquisition(*device)));
@@ -121,7 +126,7 @@ TEST_P(Stream, ReportsATimeOutWhenTheCameraDoesNotSend) {
     EXPECT_EQ(stream->GetQueuedBufferCount(), 2U);
 }
 
-TEST_P(Stream, WaitsForEverForAFrameThatComesLate) {
+TEST_P(Stream, WaitsWithoutATimeoutForALateFrame) {
     buffer_set set(1, device->GetPayloadSize());
     set.queue(*stream);
     PvBuffer* buffer = nullptr;
@@ -149,7 +154,7 @@ TEST_P(Stream, ReportsABufferThatIsTooSmall) {
     ASSERT_TRUE(ok(start_acquisition(*device)));
     PvResult operation;
     EXPECT_EQ(retrieve(operation), large.buffers.front().get());
-    EXPECT_TRUE(ok(operation)) << "the next block is whole again";
+    EXPECT_TRUE(ok(operation)) << "the next block is complete again";
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
@@ -166,11 +171,11 @@ TEST_P(Stream, AbortsWhatIsQueuedWhileTheCameraSends) {
     EXPECT_EQ(codes.back(), "ABORTED");
     EXPECT_TRUE(std::ranges::is_sorted(codes, std::greater<>())) << "finished frames come before aborted ones";
     set.queue(*stream);
-    ASSERT_NE(retrieve(operation), nullptr) << "the stream goes on";
+    ASSERT_NE(retrieve(operation), nullptr) << "the stream continues";
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
-TEST_P(Stream, GoesOnAfterEveryRestartOfTheCamera) {
+TEST_P(Stream, ContinuesAfterEveryRestartOfTheCamera) {
     buffer_set set(4, device->GetPayloadSize());
     for (int i = 0; i < 5; ++i) {
         set.queue(*stream);
@@ -188,7 +193,7 @@ TEST_P(Stream, GoesOnAfterEveryRestartOfTheCamera) {
     }
 }
 
-TEST_P(Stream, LosesABufferThatIsDestroyedWhileQueuedAndNoOther) {
+TEST_P(Stream, WithdrawsABufferThatIsDestroyedWhileQueued) {
     buffer_set set(4, device->GetPayloadSize());
     set.queue(*stream);
     set.buffers[1].reset();
@@ -202,7 +207,7 @@ TEST_P(Stream, LosesABufferThatIsDestroyedWhileQueuedAndNoOther) {
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
-TEST_P(Stream, LetsBuffersBeDestroyedInAnyStateWhileTheCameraSends) {
+TEST_P(Stream, AllowsBuffersToBeDestroyedInAnyStateWhileTheCameraSends) {
     uint32_t const payload = device->GetPayloadSize();
     buffer_set keep(4, payload);
     keep.queue(*stream);
@@ -243,7 +248,7 @@ TEST_P(Stream, RefusesOtherMemoryForAQueuedBuffer) {
     EXPECT_EQ(set.buffers.front()->GetImage()->GetDataPointer(), other.data());
 }
 
-TEST_P(Stream, NeedsAPlaceForTheBufferAndTheResult) {
+TEST_P(Stream, RequiresPointersForTheBufferAndTheResult) {
     PvBuffer* buffer = nullptr;
     PvResult operation;
     EXPECT_TRUE(has_code(stream->RetrieveBuffer(nullptr, &operation, 0), PvResult::Code::INVALID_PARAMETER));
@@ -264,7 +269,7 @@ TEST_P(Stream, MayBeFreedWhileTheCameraSendsIntoItsBuffers) {
     EXPECT_EQ(stream->GetQueuedBufferCount(), 4U) << "the buffers are free for another stream";
 }
 
-TEST_P(Stream, HandsOutWhatItHasAfterADisconnectionAndThenSaysSo) {
+TEST_P(Stream, ReturnsItsBuffersAfterADisconnectionAndThenReportsIt) {
     buffer_set set(3, device->GetPayloadSize());
     set.queue(*stream);
     ASSERT_TRUE(ok(start_acquisition(*device)));
@@ -277,7 +282,7 @@ TEST_P(Stream, HandsOutWhatItHasAfterADisconnectionAndThenSaysSo) {
     EXPECT_TRUE(has_code(stream->RetrieveBuffer(&buffer, &operation, 0xFFFFFFFF), PvResult::Code::NOT_CONNECTED));
 }
 
-TEST_P(Stream, GoesOnAfterTheDeviceWasConnectedAgain) {
+TEST_P(Stream, ContinuesAfterTheDeviceWasConnectedAgain) {
     buffer_set set(4, device->GetPayloadSize());
     ASSERT_TRUE(ok(device->Disconnect()));
     ASSERT_TRUE(ok(device->Connect(id)));
@@ -289,7 +294,7 @@ TEST_P(Stream, GoesOnAfterTheDeviceWasConnectedAgain) {
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
-TEST(Buffer, RefusesMemoryThatIsNone) {
+TEST(Buffer, RefusesNullOrEmptyMemory) {
     PvBuffer buffer(PvPayloadTypeImage);
     uint8_t byte = 0;
     EXPECT_TRUE(has_code(buffer.Attach(nullptr, 10), PvResult::Code::INVALID_PARAMETER));
@@ -310,7 +315,7 @@ TEST(Buffer, HasNoChunksBeforeABlock) {
 }
 
 TEST(StreamOfAravissCamera, ReportsFramesWithMissingPackets) {
-    // Every hundredth packet is lost, of 190 a frame, and this camera sends none again.
+    // One packet in a hundred is lost, of 190 per frame, and this camera cannot resend.
     auto const camera = start_aravis_camera({"-r", "10"});
     PvString const id = find_only_camera();
     auto const device = connect(id);
@@ -332,9 +337,74 @@ TEST(StreamOfAravissCamera, ReportsFramesWithMissingPackets) {
     EXPECT_TRUE(ok(stop_acquisition(*device)));
 }
 
-TEST(StreamOfCamsim, TellsTimestampsInTicksOfTheCamera) {
-    // 41.666667 MHz: a tick is no whole number of nanoseconds.
-    auto const camera = start_camsim("127.0.0.1", {"--tick-frequency", "41666667", "--first-tick", "1000000000000"});
+TEST(StreamOfAravissCamera, ReportsEachLossOnceAlthoughBuffersAreAborted) {
+    auto const camera = start_aravis_camera({"-r", "10"});
+    PvString const id = find_only_camera();
+    auto const device = connect(id);
+    auto const stream = open_stream(id);
+    ASSERT_TRUE(device && stream);
+    buffer_set set(4, device->GetPayloadSize());
+    testing::internal::CaptureStderr();
+    unsigned incomplete = 0;
+    EXPECT_TRUE(ok(start_acquisition(*device)));
+    for (int round = 1; round <= 2; ++round) {
+        set.queue(*stream);
+        unsigned const wanted = incomplete + 2;
+        EXPECT_TRUE(wait_until([&] {
+            PvBuffer* buffer = nullptr;
+            PvResult operation;
+            if (!stream->RetrieveBuffer(&buffer, &operation, long_time).IsOK()) {
+                return false;
+            }
+            stream->QueueBuffer(buffer);
+            incomplete += operation.IsOK() ? 0U : 1U;
+            return incomplete >= wanted;
+        }));
+        EXPECT_TRUE(ok(stream->AbortQueuedBuffers()));
+        while (stream->GetQueuedBufferCount() != 0) {
+            PvBuffer* buffer = nullptr;
+            PvResult operation;
+            ASSERT_TRUE(ok(stream->RetrieveBuffer(&buffer, &operation, long_time)));
+            bool const aborted = operation.GetCode() == PvResult::Code::ABORTED;
+            incomplete += operation.IsOK() || aborted ? 0U : 1U;
+        }
+    }
+    EXPECT_TRUE(ok(stop_acquisition(*device)));
+    std::string const log = testing::internal::GetCapturedStderr();
+    std::regex const count("openpv-stream-statistics:.* frames_incomplete=([0-9]+)");
+    std::uint64_t reported = 0;
+    for (std::sregex_iterator found(log.begin(), log.end(), count), end; found != end; ++found) {
+        reported += std::stoull((*found)[1]);
+    }
+    EXPECT_GE(reported, incomplete) << log;
+    EXPECT_LE(reported, incomplete + 2) << "one frame of each round may be interrupted by its end\n" << log;
+}
+
+TEST(StreamOfCamsim, NamesItsThreads) {
+    auto const camera = start_camsim();
+    PvString const id = find_only_camera();
+    auto const device = connect(id);
+    auto const stream = open_stream(id);
+    ASSERT_TRUE(device && stream);
+    buffer_set set(1, device->GetPayloadSize());
+    set.queue(*stream);
+    auto const names = [] {
+        std::set<std::string> found;
+        for (auto const& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+            std::ifstream file(thread.path() / "comm");
+            std::string name;
+            std::getline(file, name);
+            found.insert(name);
+        }
+        return found;
+    };
+    EXPECT_TRUE(wait_until([&] { return names().contains("openpv-receive") && names().contains("openpv-heart"); }));
+}
+
+TEST(StreamOfCamsim, ReportsTimestampsInTicksOfTheCamera) {
+    // 41.666667 MHz: a tick is not an integer number of nanoseconds.
+    auto const camera = start_camsim(
+        "127.0.0.1", {"--tick-frequency", "41666667", "--first-tick", "1000000000000", "--timestamp", "running"});
     PvString const id = find_only_camera();
     auto const device = connect(id);
     auto const stream = open_stream(id);
@@ -352,4 +422,48 @@ TEST(StreamOfCamsim, TellsTimestampsInTicksOfTheCamera) {
     EXPECT_GT(buffer->GetTimestamp(), static_cast<uint64_t>(before));
     EXPECT_LT(buffer->GetTimestamp(), static_cast<uint64_t>(after));
     EXPECT_TRUE(ok(stop_acquisition(*device)));
+}
+
+namespace {
+
+/// How a camera of camsim describes a block with chunks.
+class ChunkPayload : public testing::TestWithParam<char const*> {};
+
+INSTANTIATE_TEST_SUITE_P(StreamOfCamsim, ChunkPayload, testing::Values("standard", "deprecated", "extended"),
+                         [](auto const& info) { return std::string(info.param); });
+
+}  // namespace
+
+TEST_P(ChunkPayload, HasTheImageSizeOfEachAcquisitionAndItsChunks) {
+    auto const camera = start_camsim("127.0.0.1", {"--chunk-payload", GetParam()});
+    PvString const id = find_only_camera();
+    auto const device = connect(id);
+    auto const stream = open_stream(id);
+    ASSERT_TRUE(device && stream);
+    PvGenParameterArray& features = *device->GetParameters();
+    ASSERT_TRUE(ok(features.SetEnumValue("PixelFormat", "Mono12Packed")));
+    ASSERT_TRUE(ok(features.SetBooleanValue("ChunkModeActive", true)));
+    ASSERT_TRUE(ok(features.SetEnumValue("ChunkSelector", "ExposureStartCounter")));
+    ASSERT_TRUE(ok(features.SetBooleanValue("ChunkEnable", true)));
+    for (int64_t const width : {640, 320}) {
+        ASSERT_TRUE(ok(features.SetIntegerValue("Width", width)));
+        buffer_set set(4, device->GetPayloadSize());
+        set.queue(*stream);
+        ASSERT_TRUE(ok(start_acquisition(*device)));
+        PvBuffer* buffer = nullptr;
+        PvResult operation;
+        ASSERT_TRUE(ok(stream->RetrieveBuffer(&buffer, &operation, long_time)));
+        EXPECT_TRUE(ok(operation));
+        EXPECT_EQ(buffer->GetPayloadType(), PvPayloadTypeImage);
+        EXPECT_EQ(buffer->GetImage()->GetWidth(), width);
+        EXPECT_EQ(buffer->GetImage()->GetHeight(), 480U);
+        // Each chunk, the image included, is followed by its ID and length.
+        auto const image_bytes = static_cast<std::ptrdiff_t>(width * 480 * 3 / 2);
+        EXPECT_EQ(buffer->GetChunkRawDataByID(0x200F), buffer->GetImage()->GetDataPointer() + image_bytes + 8);
+        EXPECT_TRUE(ok(stop_acquisition(*device)));
+        stream->AbortQueuedBuffers();
+        while (stream->GetQueuedBufferCount() != 0) {
+            ASSERT_TRUE(ok(stream->RetrieveBuffer(&buffer, &operation, long_time)));
+        }
+    }
 }

@@ -1,21 +1,24 @@
+// SPDX-License-Identifier: MIT
 #include "test_camera.hpp"
 
 #include <cstddef>
 #include <thread>
 
-#include "gvcp_client.hpp"
-#include "ipv4_address.hpp"
+#include "gvcp/gvcp_channel.hpp"
+#include "net/ipv4_address.hpp"
 #include "private_network.hpp"
 
 namespace {
 
+constexpr openpv::gvcp_channel::patience one_quick_attempt{std::chrono::milliseconds(50), 1,
+                                                           std::chrono::milliseconds(50)};
+
 bool wait_for_camera(std::string const& host, std::string const& camera) {
-    auto client = openpv::gvcp_client::open(*openpv::parse_ipv4(host), *openpv::parse_ipv4(camera));
-    bool const answers =
-        client && wait_until([&client] {
-            uint32_t version = 0;
-            return client->read(0, std::chrono::milliseconds(50), version) == openpv::register_read::answered;
-        });
+    auto channel = openpv::gvcp_channel::open(*openpv::parse_ipv4(host), *openpv::parse_ipv4(camera));
+    bool const answers = channel && wait_until([&channel] {
+                             uint32_t version = 0;
+                             return channel->read_register(0, version, one_quick_attempt).ok();
+                         });
     EXPECT_TRUE(answers) << "no camera answers on " << camera;
     return answers;
 }

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// Cameras for tests, and what tests do with them again and again.
+/// Cameras for tests, and common operations on them.
 
 #include <chrono>
 #include <functional>
@@ -18,25 +19,25 @@
 
 #include "test_process.hpp"
 
-/// Far longer than anything takes that works.
+/// Longer than any operation that succeeds.
 constexpr std::chrono::seconds patience{20};
 
 /// \return whether `condition` became true in time
 bool wait_until(std::function<bool()> const& condition, std::chrono::milliseconds time = patience);
 
-/// Starts a camera and waits until it answers. \return null, after a test failure, when it does not
+/// Starts a camera and waits until it responds. \return null, with a test failure, if it does not
 std::unique_ptr<test_process> start_camsim(std::string const& address = "127.0.0.1",
                                            std::vector<std::string> const& options = {});
 /// A cable from the host's interface `cable`, 10.1.0.1, to camsim, 10.1.0.2, in a network namespace of its own.
 class cable_to_camsim {
 public:
-    /// \param packet_bytes the largest IP packet that the cable takes
+    /// \param packet_bytes MTU of the cable
     explicit cable_to_camsim(unsigned packet_bytes);
     cable_to_camsim(cable_to_camsim const&) = delete;
     cable_to_camsim& operator=(cable_to_camsim const&) = delete;
     ~cable_to_camsim();
 
-    void pull();  ///< out of the host's socket
+    void pull();  ///< disconnects it from the host
     void plug();
 
 private:
@@ -45,9 +46,9 @@ private:
 
 std::unique_ptr<test_process> start_aravis_camera(std::vector<std::string> const& options = {});
 
-/// All devices that a search finds, in the order of interfaces and devices; they live as long as `system`.
+/// All devices that a search finds, in the order of interfaces and devices. Valid as long as `system`.
 std::vector<PvDeviceInfo const*> find_devices(PvSystem& system);
-/// The connection ID of the only camera; empty, after a test failure, when there is not exactly one.
+/// The connection ID of the only camera; empty, with a test failure, unless there is exactly one.
 PvString find_only_camera();
 
 struct device_free {
@@ -60,7 +61,7 @@ struct stream_free {
 };
 using stream_handle = std::unique_ptr<PvStream, stream_free>;
 
-/// Connects or opens; a failure is a test failure, and gives null.
+/// Connects or opens. A failure is a test failure and returns null.
 device_handle connect(PvString const& id);
 stream_handle open_stream(PvString const& id);
 
@@ -76,7 +77,7 @@ public:
 PvResult start_acquisition(PvDevice& device);
 PvResult stop_acquisition(PvDevice& device);
 
-/// For EXPECT_TRUE and ASSERT_TRUE: shows the description of a result that is not OK.
+/// For EXPECT_TRUE and ASSERT_TRUE; prints the description of a result that is not OK.
 testing::AssertionResult ok(PvResult const& result);
-/// Whether a result has a code, shown with names.
+/// Whether a result has a code; prints the names.
 testing::AssertionResult has_code(PvResult const& result, uint32_t code);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "test_process.hpp"
 
 #include <array>
@@ -5,9 +6,16 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace {
+
+constexpr int SANITIZER_STATUS = 99;  // as in tests/system/run_test.py
+
+}  // namespace
 
 test_process::test_process(std::vector<std::string> const& arguments) {
     std::vector<char*> pointers;
@@ -46,7 +54,9 @@ int test_process::wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    int const exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    EXPECT_NE(exit_status, SANITIZER_STATUS) << "a sanitizer ended the process, see its report";
+    return exit_status;
 }
 
 std::string own_program() {

@@ -1,4 +1,5 @@
-"""libmgjai.so as an object: what it shows, what it leaves to the host, and what it does when it is started as a program."""
+# SPDX-License-Identifier: MIT
+"""libmgjai.so: exported symbols, symbols that the host provides, and its behaviour when started as a program."""
 
 import os
 import re
@@ -18,7 +19,7 @@ def dynamic_symbols(*options):
 
 
 def host_functions():
-    """The functions that a host has to export: all that the host API declares but those of the plug-in itself."""
+    """The functions that a host must export: those that the host API declares, except the plug-in's own."""
     with open(HOST_API, encoding="utf-8") as header:
         declared = set(re.findall(r"^[a-z].*?\b(Mg\w+__\w+)\(", header.read(), re.MULTILINE))
     assert len(declared) > 50, declared
@@ -26,20 +27,20 @@ def host_functions():
 
 
 class SharedObject(unittest.TestCase):
-    def test_exports_six_symbols_and_no_more(self):
+    def test_exports_only_six_symbols(self):
         self.assertEqual(dynamic_symbols("--defined-only"), EXPORTS)
 
     def test_leaves_every_host_function_undefined(self):
         self.assertEqual(host_functions() - dynamic_symbols("--undefined-only"), set())
 
-    def test_needs_nothing_of_the_host_when_it_is_loaded(self):
-        """A host function is called through the procedure linkage table; no address of one is stored."""
+    def test_can_be_loaded_without_the_host_functions(self):
+        """Host functions are called through the procedure linkage table; their addresses are not stored."""
         relocations = subprocess.run(["readelf", "--relocs", "--wide", PLUGIN], check=True, capture_output=True,
                                      text=True).stdout
         kinds = {line.split()[2] for line in relocations.splitlines() if re.search(r" Mg\w+__", line)}
         self.assertEqual(kinds, {"R_X86_64_JUMP_SLOT"})
 
-    def test_has_the_hardening_that_leaves_it_startable(self):
+    def test_has_hardening_that_allows_lazy_binding(self):
         headers = subprocess.run(["readelf", "--program-headers", "--dynamic", "--wide", PLUGIN], check=True,
                                  capture_output=True, text=True).stdout
         self.assertIn("GNU_RELRO", headers)
@@ -50,17 +51,17 @@ class SharedObject(unittest.TestCase):
 
 
 class StartedAsAProgram(unittest.TestCase):
-    def test_prints_its_version_into_a_pipe_and_succeeds(self):
-        ended = subprocess.run([PLUGIN], capture_output=True, timeout=30)
-        self.assertEqual(ended.returncode, 0, ended.stderr)
-        self.assertRegex(ended.stdout, b"^" + VERSION_LINE.pattern + b"$")
-        self.assertEqual(ended.stderr, b"")
+    def test_prints_its_version_to_a_pipe(self):
+        done = subprocess.run([PLUGIN], capture_output=True, timeout=30)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stdout, b"^" + VERSION_LINE.pattern + b"$")
+        self.assertEqual(done.stderr, b"")
 
-    def test_prints_its_version_on_a_terminal_and_succeeds(self):
+    def test_prints_its_version_to_a_terminal(self):
         master, slave = os.openpty()
-        ended = subprocess.run([PLUGIN], stdout=slave, timeout=30)
+        done = subprocess.run([PLUGIN], stdout=slave, timeout=30)
         os.close(slave)
-        self.assertEqual(ended.returncode, 0)
+        self.assertEqual(done.returncode, 0)
         self.assertRegex(os.read(master, 4096).replace(b"\r\n", b"\n"), VERSION_LINE)
         os.close(master)
 
@@ -69,7 +70,7 @@ class StartedAsAProgram(unittest.TestCase):
         if revision.returncode != 0:
             self.skipTest("not a git checkout")
         printed = subprocess.run([PLUGIN], capture_output=True, timeout=30).stdout
-        # The build may be older than the latest commit; whatever it names must be a commit of this checkout.
+        # The build may be older than the latest commit, so any commit of this checkout is accepted.
         named = printed.decode().strip().split("-")[1]
         kind = subprocess.run(["git", "-C", os.path.dirname(HOST_API), "cat-file", "-t", named], capture_output=True)
         self.assertEqual(kind.stdout.strip(), b"commit", named)

@@ -1,4 +1,5 @@
-"""BigTIFF as its description says that it is, read without any library."""
+# SPDX-License-Identifier: MIT
+"""A BigTIFF reader written from the format's description, without a library."""
 
 import struct
 
@@ -8,22 +9,22 @@ DESCRIPTION, STRIP_OFFSETS, STRIP_BYTES, WIDTH, HEIGHT, BITS = 270, 273, 279, 25
 
 
 def pages(data):
-    """The pages of a file in their order, each as its tags and the bytes of its only strip."""
+    """The pages of a file in order, each as its tags and the bytes of its only strip."""
     assert data[:8] == b"II\x2b\0\x08\0\0\0", data[:8]
     link, = struct.unpack_from("<Q", data, 8)
     while link:
         count, = struct.unpack_from("<Q", data, link)
         tags = {}
         for i in range(count):
-            place = link + 8 + 20 * i
-            tag, kind, values = struct.unpack_from("<HHQ", data, place)
-            assert not tags or tag > max(tags), "tags ascend"
+            entry = link + 8 + 20 * i
+            tag, kind, values = struct.unpack_from("<HHQ", data, entry)
+            assert not tags or tag > max(tags), "the tags are not in ascending order"
             size = SIZES[kind] * values
-            begin = place + 12 if size <= 8 else struct.unpack_from("<Q", data, place + 12)[0]
+            begin = entry + 12 if size <= 8 else struct.unpack_from("<Q", data, entry + 12)[0]
             raw = data[begin:begin + size]
-            assert len(raw) == size, "a value lies behind the end"
+            assert len(raw) == size, "a value exceeds the file"
             tags[tag] = raw.rstrip(b"\0").decode() if kind == 2 else struct.unpack(f"<{values}{LETTERS[kind]}", raw)
         strip = data[tags[STRIP_OFFSETS][0]:tags[STRIP_OFFSETS][0] + tags[STRIP_BYTES][0]]
-        assert len(strip) == tags[STRIP_BYTES][0], "a strip ends behind the end"
+        assert len(strip) == tags[STRIP_BYTES][0], "a strip exceeds the file"
         yield tags, strip
         link, = struct.unpack_from("<Q", data, link + 8 + 20 * count)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <condition_variable>
@@ -5,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "frame_sink_like.hpp"
+#include "frames/frame_sink_like.hpp"
 
 /// A sink that keeps frames in memory, and can be made to wait or to refuse.
 class collecting_sink final : public mediagrabber::frame_sink_like {
@@ -15,7 +16,7 @@ public:
         std::vector<std::byte> pixels;
     };
 
-    std::size_t keep(mediagrabber::frame_view const& frame) override {
+    std::size_t write(mediagrabber::frame_view const& frame) override {
         std::unique_lock lock(mutex_);
         ++begun_;
         changed_.notify_all();
@@ -31,7 +32,7 @@ public:
 
     void refuse() { refusing_ = true; }
     void need_no_pixels() { needs_pixels_ = false; }
-    /// From now on frames wait inside keep().
+    /// From now on frames wait inside write().
     void hold() {
         std::lock_guard const lock(mutex_);
         held_ = true;

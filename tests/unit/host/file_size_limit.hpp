@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <sys/resource.h>
@@ -5,7 +6,7 @@
 #include <csignal>
 
 /// While it lives, no file of this process grows beyond some bytes, as on a disk that is full: the kernel writes what
-/// fits and refuses the rest. Standard output may be a file, too: judge when it is over.
+/// fits and refuses the remaining bytes. Standard output may be a file, too: assert only after the limit has ended.
 class file_size_limit {
 public:
     explicit file_size_limit(rlim_t bytes) : signal_before_(std::signal(SIGXFSZ, SIG_IGN)) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <cstddef>
@@ -5,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "frame_record.hpp"
+#include "frames/frame_record.hpp"
 
 /// A frame with pixels of its own, made from pixel values one by one.
 struct sample_frame {
@@ -17,7 +18,7 @@ struct sample_frame {
 };
 
 /// Writes one pixel of a line.
-inline void put_pixel(std::byte* line, std::uint32_t x, unsigned value, mediagrabber::pixel_format const& format) {
+inline void put_pixel(std::byte* line, std::uint32_t x, unsigned value, mediagrabber::frame_format const& format) {
     auto const low_byte = [](unsigned bits) { return static_cast<std::byte>(bits & 0xFFU); };
     if (format.container_bits == 8) {
         line[x] = low_byte(value);
@@ -35,7 +36,7 @@ inline void put_pixel(std::byte* line, std::uint32_t x, unsigned value, mediagra
 
 /// \param padding  bytes behind each line; they hold 0xA5
 template <typename value_at>
-sample_frame make_frame(mediagrabber::pixel_format const& format, std::uint32_t width, std::uint32_t height,
+sample_frame make_frame(mediagrabber::frame_format const& format, std::uint32_t width, std::uint32_t height,
                         std::uint32_t padding, value_at&& value) {
     sample_frame frame;
     frame.record.number = 1;
@@ -55,8 +56,8 @@ sample_frame make_frame(mediagrabber::pixel_format const& format, std::uint32_t 
     return frame;
 }
 
-/// Values all over the range, no two neighbours alike.
-inline sample_frame make_frame(mediagrabber::pixel_format const& format, std::uint32_t width, std::uint32_t height,
+/// Values from the full range; neighbouring pixels differ.
+inline sample_frame make_frame(mediagrabber::frame_format const& format, std::uint32_t width, std::uint32_t height,
                                std::uint32_t padding = 0) {
     return make_frame(format, width, height, padding,
                       [](std::uint32_t x, std::uint32_t y) { return x * 2654435761U + y * 40503U; });

@@ -1,9 +1,11 @@
-// Counts what the plug-in allocates while it grabs. A program of its own: it replaces the allocation functions.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Counts the plug-in's allocations while it grabs. A separate program, because it replaces the allocation functions.
 #include <atomic>
 #include <cstdlib>
 #include <new>
 
-#include "kernel_test.hpp"
+#include "jai_kernel/kernel_test.hpp"
 
 extern "C" {
 void* __real_malloc(size_t size);
@@ -52,7 +54,7 @@ void operator delete[](void* memory, size_t) noexcept {
     std::free(memory);
 }
 
-// The program is linked with --wrap, so the plug-in's calls of the C functions come here.
+// The program is linked with --wrap, so the plug-in calls these functions instead of the C library's.
 extern "C" {
 void* __wrap_malloc(size_t size);
 void* __wrap_calloc(size_t number, size_t size);
@@ -75,7 +77,8 @@ void* __wrap_realloc(void* memory, size_t size) {
 namespace {
 
 struct frame_path : plugin_test::kernel_fixture {
-    /// Grabs some frames to warm up, then counts the allocations of many more.
+    /// Grabs some frames to warm up, then `frames` more.
+    /// \return allocations of the plug-in after the warm-up
     size_t allocations_of(uint32_t frames) {
         constexpr uint32_t warm_up = 10;
         host().keep_records = false;
@@ -111,7 +114,7 @@ TEST_F(frame_path, AllocatesNothingPerFrameInCameraTimeWithEverythingLogged) {
     EXPECT_EQ(allocations_of(1'100), few);
 }
 
-TEST_F(frame_path, AllocatesNothingPerFrameThatIsTurnedAndConverted) {
+TEST_F(frame_path, AllocatesNothingPerFrameThatIsRotatedAndConverted) {
     host().rotate = 2;
     host().cformat = 3;
     size_t const few = allocations_of(20);
@@ -119,8 +122,8 @@ TEST_F(frame_path, AllocatesNothingPerFrameThatIsTurnedAndConverted) {
     EXPECT_EQ(allocations_of(120), few);
 }
 
-TEST_F(frame_path, TheCountSeesAnAllocationOfThePlugin) {
-    // The test of the test: reading the gain without its feature makes the plug-in describe the failure for each frame.
+TEST_F(frame_path, TheCountIncludesAnAllocationOfThePlugin) {
+    // Checks the counter itself: without the gain feature, the plug-in formats a failure for each frame.
     cam().features.erase("Gain");
     size_t const few = allocations_of(100);
     disconnect();

@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "conf_unpack.hpp"
 
 #include <cmath>
-#include <map>
 
 #include "jai_property_bag/property_bag.hpp"
 #include "plugin_test.hpp"
@@ -52,13 +52,13 @@ TEST_F(unpacking, Brightness0Point555GivesAutoTarget55) {
     EXPECT_EQ(integer(property::auto_target), 55);
 }
 
-TEST_F(unpacking, TheProductOfTheBrightnessIsTakenInSinglePrecision) {
+TEST_F(unpacking, TheBrightnessIsScaledInSinglePrecision) {
     host().atbright = 0.29F;  // 28.999999... in double precision, 29 in single
     Conf__UnpackAutoFn(bag);
     EXPECT_EQ(integer(property::auto_target), 29);
 }
 
-TEST_F(unpacking, BrightnessesThatFitNoIntegerSaturate) {
+TEST_F(unpacking, BrightnessesThatDoNotFitAnIntegerSaturate) {
     host().atbright = HUGE_VALF;
     Conf__UnpackAutoFn(bag);
     EXPECT_EQ(integer(property::auto_target), INT64_MAX);
@@ -121,7 +121,7 @@ TEST_F(unpacking, ManualValuesAreWidened) {
     EXPECT_EQ(real(property::manual_exposure), 1'234.5);
 }
 
-TEST_F(unpacking, EachSideOfTheRegionStandsForItself) {
+TEST_F(unpacking, EachValueOfTheRegionIsIndependent) {
     host().offset_y = 0;
     host().width = 640;
     Conf__UnpackSensor(bag);
@@ -136,7 +136,7 @@ TEST_F(unpacking, EachSideOfTheRegionStandsForItself) {
     EXPECT_EQ(integer(property::sensor_h), INT32_MAX);
 }
 
-TEST_F(unpacking, KeysThatAreThereAreNeverRemoved) {
+TEST_F(unpacking, PresentKeysAreNeverRemoved) {
     bag.setInt64(property::sensor_x, 8);
     bag.setDouble(property::manual_gain_db, 1.0);
     Conf__UnpackSensor(bag);

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// The script's features without a camera, for the tests of parameters and feature blocks.
+/// Fixture for the tests of parameters and feature blocks: the script's features without a `camera`.
 
 #include <PvDevice.h>
 
@@ -10,7 +11,7 @@
 namespace plugin_test {
 
 struct feature_fixture : plugin {
-    /// Gives the features, or none.
+    /// Provides the features, or none if not `available`.
     struct test_provider final : Vorn::Support::MediaGrabber::Jai::param_provider_like {
         ~test_provider() override { PvDevice::Free(device); }
         PvGenParameterArray* getDevParams() override { return available ? device->GetParameters() : nullptr; }

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "mg_log.hpp"
 
 #include "plugin_test.hpp"
@@ -10,7 +11,7 @@ using plugin_test::level;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// What the variables hold before anything has set them: initialised before any test runs.
+// The values of the variables at load time: initialised before any test runs.
 uint32_t const id_at_load = gMgLogIdLib;
 uint32_t const level_at_load = gMgLogLevelLib;
 uint32_t const mode_at_load = gMgLogModeLib;
@@ -21,11 +22,11 @@ TEST(LogVariables, AreZeroAtLoad) {
     EXPECT_EQ(mode_at_load, 0u);
 }
 
-/// A program that has logged nothing yet: the system log is opened once in the life of a process.
+/// A process that has not logged yet: the system log is opened once in the life of a process.
 struct log_of_a_fresh_process : plugin_test::plugin {
     log_of_a_fresh_process() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-    /// Runs `body` in a process of its own; the test fails when an expectation in it does.
+    /// Runs `body` in a child process; the test fails if an expectation in `body` fails.
     template <typename function>
     static void in_a_fresh_process(function&& body) {
         EXPECT_EXIT(
@@ -102,7 +103,7 @@ TEST_F(log_macros, OtherModeBitsAreIgnored) {
     EXPECT_EQ(standard_output(), "");
 }
 
-TEST_F(log_macros, ATextOfMoreThan1023CharactersIsCutInTheSystemLogButPrintedWholeOnStandardOutput) {
+TEST_F(log_macros, ATextOfMoreThan1023CharactersIsTruncatedInTheSystemLogButNotOnStandardOutput) {
     std::string const text(3000, 'x');
     MG_LOG_I("%s\n", text.c_str());
     ASSERT_EQ(system_lines().size(), 1u);
@@ -127,7 +128,7 @@ TEST_F(log_macros, ArgumentsAreEvaluatedOnceForEachActiveSinkAndNotAtAllWhenFilt
     EXPECT_EQ(evaluations, 3u);
 }
 
-/// The system log's line comes first: this line's printing on standard output is seen to come after it.
+/// The line is written to the system log first, then to standard output.
 TEST_F(log_macros, TheModeIsReadAgainBetweenTheTwoSinks) {
     auto const switch_standard_output_off = [] {
         gMgLogModeLib = 2;

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: MIT
+#include <thread>
+
 #include "plugin_test.hpp"
 
 namespace {
@@ -9,7 +12,7 @@ using testing::IsEmpty;
 constexpr char tag[] = "MG_JAI_MAIN";
 
 struct main_procedure : plugin_test::plugin {
-    /// A camera that is found but can't be opened: choosing it ends the run at once with -5.
+    /// A camera that is found but can't be opened: a run on it ends at once with -5.
     static scripted::device closed_camera(std::string const& model, std::string const& serial) {
         auto camera = scripted::ordinary_camera();
         camera.model = model;
@@ -59,7 +62,7 @@ TEST_F(main_procedure, WithBothSinksTheTimesNumberAdvancesOnEach) {
 TEST_F(main_procedure, TheCountOfAbsentTargetsAdvancesOnEachSinkToo) {
     find({closed_camera("A", "1")});
     host().model = "A";
-    EXPECT_EQ(MgLibProc(), was_chosen) << "the count begins anew";
+    EXPECT_EQ(MgLibProc(), was_chosen) << "the count starts again";
     host().model = "B";
     host().id = "7";
     EXPECT_EQ(MgLibProc(), 3);
@@ -122,6 +125,13 @@ TEST_F(main_procedure, DescribesDevicesOnlyWhenInfoIsLogged) {
     EXPECT_THAT(calls({"PvDeviceInfo::GetDisplayID", "PvInterface::GetDisplayID"}), IsEmpty());
 }
 
+TEST_F(main_procedure, Level3IsEnoughForTheDescriptions) {
+    gMgLogLevelLib = 3;
+    host().model.reset();
+    MgLibProc();
+    EXPECT_TRUE(logged(level::info, "", tag, "\tDeviceModel        : GO-5100M-PGE"));
+}
+
 TEST_F(main_procedure, ModelTextGivenIdentityTextEmptyChoosesTheFirstDeviceOfThatModelSilently) {
     find({closed_camera("A", "1"), closed_camera("B", "2"), closed_camera("B", "3")});
     host().model = "B";
@@ -154,7 +164,34 @@ TEST_F(main_procedure, ModelTextNullAndMask0IsExitCode3EvenThoughCamerasArePrese
     EXPECT_TRUE(mentioned("[i] fail: target device not found (model:(null), id:U700001, times:"));
 }
 
-TEST_F(main_procedure, TellsTheTargetThatIsAbsentAndHowOften) {
+TEST_F(main_procedure, WithoutAModelTextACameraWithoutAModelNameDoesNotMatch) {
+    find({closed_camera("", "1")});
+    host().model.reset();
+    EXPECT_EQ(MgLibProc(), 3);
+    EXPECT_THAT(opened(), IsEmpty());
+}
+
+TEST_F(main_procedure, AnAbsentIdentityTextIsLoggedAsNullBesideTheModel) {
+    find({closed_camera("A", "1")});
+    host().model = "B";
+    host().id.reset();
+    EXPECT_EQ(MgLibProc(), 3);
+    EXPECT_TRUE(mentioned("[i] fail: target device not found (model:B, id:(null), times:"));
+}
+
+TEST_F(main_procedure, CallsSdkAndHostOnlyFromTheThreadOfItsCaller) {
+    cam().endless = [](uint32_t n) { return scripted::block{.timestamp = n * 1'000'000}; };
+    host().fnum = 5;
+    int32_t result = -1;
+    std::thread caller([&] { result = MgLibProc(); });
+    auto const id = caller.get_id();
+    caller.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(host().exports.size(), 4u);
+    EXPECT_THAT(support::journal().threads(), ElementsAre(id));
+}
+
+TEST_F(main_procedure, LogsTheAbsentTargetAndItsCount) {
     find({closed_camera("A", "1")});
     host().model = "B";
     host().id = "7";
@@ -210,7 +247,7 @@ TEST_F(main_procedure, ADeviceAtListIndex32OrBeyondIsTestedAgainstTheMaskBitOfIt
         devices.push_back(closed_camera("A", "last"));
         find(devices);
         host().model.reset();
-        // The only bit set belongs to the last device, and to none before it unless that lies a multiple of 32 ahead.
+        // The only bit set selects the last device, and devices a multiple of 32 positions before it.
         host().active_cam_mask = 1U << (index % 32);
         support::journal().clear();
         EXPECT_EQ(MgLibProc(), was_chosen);
@@ -272,8 +309,9 @@ TEST_F(main_procedure, AnExceptionOfTheSdkReachesTheHostAfterTheSearchIsReleased
 }
 
 TEST(Version, IsTheReleaseAndTheSourceRevision) {
-    EXPECT_THAT(MgLibGetVer(), testing::MatchesRegex("0\\.37\\.28-[0-9a-f]{40}"));
-    EXPECT_EQ(MgLibGetVer(), MgLibGetVer()) << "a constant text";
+    EXPECT_THAT(MgLibGetVer(), testing::StartsWith(PROJECT_VERSION "-"));
+    EXPECT_THAT(MgLibGetVer(), testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+-[0-9a-f]{40}"));
+    EXPECT_EQ(MgLibGetVer(), MgLibGetVer()) << "always the same text";
 }
 
 }  // namespace

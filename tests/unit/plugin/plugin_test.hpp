@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What the plug-in's tests share: a scripted camera, a recording host, and a log read in both of its forms.
+/// Base fixture of the plug-in's tests: a scripted camera, a recording host, and access to both forms of the log.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,9 +17,10 @@
 
 namespace plugin_test {
 
-/// The levels of the log, by their letter.
+/// Levels of the log, by their letter.
 enum class level : char { error = 'e', warning = 'w', info = 'i', debug = 'd' };
 
+/// Resets camera, host and log for each test and captures standard output.
 class plugin : public testing::Test {
 protected:
     plugin() {
@@ -28,7 +30,7 @@ protected:
         testing::internal::CaptureStdout();
     }
     ~plugin() override {
-        // The captured output holds the failures' descriptions, too.
+        // The captured output includes the descriptions of failures.
         std::string const& captured = standard_output();
         if (HasFailure()) {
             std::fprintf(stderr, "%s\n", captured.c_str());
@@ -42,7 +44,7 @@ protected:
         gMgLogModeLib = 3;
     }
 
-    /// What was printed so far; afterwards nothing more is captured.
+    /// \return the text printed so far; ends the capture
     std::string const& standard_output() {
         if (!output_) {
             std::fflush(stdout);
@@ -59,8 +61,8 @@ protected:
         return lines;
     }
 
-    /// Did a message reach the log in both forms, each to the character? `operation` is the
-    /// function named by warnings and debug lines.
+    /// \param operation function name in warnings and debug lines
+    /// \return whether a message was logged in both forms, compared to the character
     testing::AssertionResult logged(level severity, std::string const& operation, std::string const& tag,
                                     std::string const& text) {
         char const letter = static_cast<char>(severity);
@@ -77,7 +79,7 @@ protected:
                 all += line;
             }
             return testing::AssertionFailure()
-                   << "\"" << text << "\" stands " << system << " times in the system log and " << in_output
+                   << "\"" << text << "\" is logged " << system << " times in the system log and " << in_output
                    << " times on standard output; the system log:\n"
                    << all << "standard output:\n"
                    << standard_output();
@@ -109,7 +111,7 @@ protected:
         return count;
     }
 
-    /// Has any line of the log this text in it?
+    /// \return whether a line of the log contains the text
     static bool mentioned(std::string const& text) {
         for (auto const& line : recording::the_system_log().lines) {
             if (line.text.find(text) != std::string::npos) {
@@ -124,7 +126,7 @@ protected:
     static std::vector<std::string> calls(std::vector<std::string> const& prefixes) {
         return support::journal().starting(prefixes);
     }
-    /// All writes to the camera's features, in order.
+    /// \return all writes to the camera's features, in order
     static std::vector<std::string> writes() {
         return calls({"SetIntegerValue", "SetFloatValue", "SetEnumValue", "SetBooleanValue", "PvGenInteger::SetValue",
                       "PvGenFloat::SetValue", "PvGenEnum::SetValue", "PvGenBoolean::SetValue", "Execute"});

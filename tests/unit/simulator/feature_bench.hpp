@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "byte_order.hpp"
-#include "camera_features.hpp"
-#include "feature_registers.hpp"
-#include "register_map.hpp"
+#include "base/byte_order.hpp"
+#include "features/camera_features.hpp"
+#include "genicam/feature_registers.hpp"
+#include "genicam/register_map.hpp"
 
-/// A camera's features and their registers, addressed by name.
+/// The features of a camera and their registers, accessible by name.
 struct feature_bench {
     explicit feature_bench(camsim::camera_options const& options = {})
         : state(options, {}, std::chrono::steady_clock::now()),
@@ -52,7 +53,7 @@ struct feature_bench {
     camsim::register_map registers;
 };
 
-/// The text of one node of the description.
+/// The text of a node of the GenICam XML.
 inline std::string node(std::string const& xml, std::string const& name) {
     std::size_t const at = xml.find("Name=\"" + name + "\"");
     return at == std::string::npos ? "" : xml.substr(at, xml.find("\n  </", at) - at);

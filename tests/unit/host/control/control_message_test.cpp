@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "control/control_message.hpp"
+
+#include <gmock/gmock.h>
+#include <rapidcheck/gtest.h>
+
+using namespace mediagrabber;
+using testing::ElementsAre;
+
+TEST(ControlMessage, TransmitsTheRequest) {
+    auto const line =
+        written(change_request{.settings = {{"gain.db", "6"}, {"log.sinks", "[\"syslog\"]"}}, .timeout_s = 2.5});
+    EXPECT_EQ(line, "{\"set\":[\"gain.db=6\",\"log.sinks=[\\\"syslog\\\"]\"],\"timeout_s\":2.5}\n");
+    auto const read = read_request(line);
+    EXPECT_EQ(read.timeout_s, 2.5);
+    ASSERT_EQ(read.settings.size(), 2U);
+    EXPECT_EQ(read.settings[1].path, "log.sinks");
+    EXPECT_EQ(read.settings[1].value, "[\"syslog\"]");
+}
+
+TEST(ControlMessage, TransmitsThatARestartIsPermitted) {
+    auto const line = written(change_request{.settings = {{"a", "1"}}, .timeout_s = 1.0, .restart = true});
+    EXPECT_TRUE(read_request(line).restart);
+    EXPECT_FALSE(read_request("{\"set\":[\"a=1\"]}").restart);
+    EXPECT_THROW(read_request("{\"set\":[\"a=1\"],\"restart\":1}"), setting_refused);
+}
+
+TEST(ControlMessage, TransmitsARequestOfSignal) {
+    change_request request;
+    request.signal = "reload";
+    EXPECT_EQ(written(request), "{\"signal\":\"reload\"}\n");
+    EXPECT_EQ(read_request(written(request)).signal, "reload");
+    EXPECT_EQ(read_request("{\"set\":[\"a=1\"]}").signal, "");
+    EXPECT_THROW(read_request("{\"signal\":1}"), setting_refused);
+    EXPECT_THROW(read_request("{\"signal\":\"\"}"), setting_refused);
+    EXPECT_THROW(read_request("{\"signal\":\"stop\",\"timeout_s\":1}"), setting_refused);
+}
+
+TEST(ControlMessage, TransmitsTheResponse) {
+    auto const read = read_answer(written(change_answer{.status = exit_status::value_differs, .lines = {"a", "b\nc"}}));
+    EXPECT_EQ(read.status, exit_status::value_differs);
+    EXPECT_THAT(read.lines, ElementsAre("a", "b\nc"));
+}
+
+TEST(ControlMessage, IsOneLineForAnyContent) {
+    for (auto const* const text : {"a\nb=1", "a\xff=1", "\x01=1"}) {
+        auto const line = written(change_request{.settings = {{text, text}}, .timeout_s = 1.0});
+        EXPECT_EQ(line.find('\n'), line.size() - 1);
+    }
+}
+
+TEST(ControlMessage, RefusesOtherFiles) {
+    for (auto const* const text :
+         {"", "x", "{", "[]", "5", "{}", "{\"set\":{}}", "{\"set\":[]}", "{\"set\":[1]}", "{\"set\":[\"a\"]}",
+          "{\"set\":[\"a=1\"],\"timeout_s\":0}", "{\"set\":[\"a=1\"],\"timeout_s\":\"1\"}",
+          "{\"set\":[\"a=1\"],\"timeout_s\":3601}"}) {
+        EXPECT_THROW(read_request(text), setting_refused) << text;
+    }
+    for (auto const* const text :
+         {"", "x", "{}", "{\"status\":\"0\",\"lines\":[]}", "{\"status\":0}", "{\"status\":0,\"lines\":[1]}", "[]"}) {
+        EXPECT_THROW(read_answer(text), std::runtime_error) << text;
+    }
+}
+
+RC_GTEST_PROP(ControlMessage, NeverDoesMoreThanRefuse, (std::string const& text)) {
+    try {
+        read_request(text);
+    } catch (setting_refused const&) {
+    }
+}
