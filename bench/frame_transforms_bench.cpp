@@ -1,4 +1,6 @@
-// What it costs to turn and to convert a frame of 1280 x 1024 pixels, beside copying it with memcpy in the same run.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Cost of rotating and converting a frame of 1280 x 1024 pixels. The reference is copying it with memcpy.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -15,7 +17,8 @@ using namespace Vorn::Support::MediaGrabber::Jai;
 
 constexpr uint32_t width = 1280;
 constexpr uint32_t height = 1024;
-constexpr uint8_t formats[] = {MONO8, MONO12_PACKED, MONO12, BAYER_RG8};
+constexpr format_code formats[] = {format_code::Mono8, format_code::Mono12Packed, format_code::Mono12,
+                                   format_code::BayerRG8};
 
 std::vector<uint8_t> noisy_frame(pixel_format const& format) {
     std::vector<uint8_t> frame(format.frameBytes(width, height));
@@ -42,7 +45,7 @@ void copy(benchmark::State& state, pixel_format const* format) {
     count_pixels(state);
 }
 
-void turn(benchmark::State& state, pixel_format const* format) {
+void rotate(benchmark::State& state, pixel_format const* format) {
     auto frame = noisy_frame(*format);
     for (auto _ : state) {
         Rotation__TurnBy180(*format, frame, width, height);
@@ -62,12 +65,12 @@ void convert(benchmark::State& state, pixel_format const* from, pixel_format con
 }
 
 void register_all() {
-    for (uint8_t const code : formats) {
+    for (format_code const code : formats) {
         auto const* const format = PixelFormat__Find(code);
         std::string const name = format->name;
         benchmark::RegisterBenchmark(("memcpy/" + name).c_str(), copy, format)->Unit(benchmark::kMillisecond);
-        benchmark::RegisterBenchmark(("turn/" + name).c_str(), turn, format)->Unit(benchmark::kMillisecond);
-        for (uint8_t const target : formats) {
+        benchmark::RegisterBenchmark(("rotate/" + name).c_str(), rotate, format)->Unit(benchmark::kMillisecond);
+        for (format_code const target : formats) {
             auto const* const to = PixelFormat__Find(target);
             if (code != target && PixelConversion__IsPossible(*format, *to)) {
                 benchmark::RegisterBenchmark(("convert/" + name + "/" + to->name).c_str(), convert, format, to)

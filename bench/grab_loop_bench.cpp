@@ -1,5 +1,7 @@
-// What the plug-in itself does with a frame, without the camera's answers: one iteration of the grabbing loop between a
-// camera and a host that answer at once, the timestamp synchronisation alone, and a log call below the level in force.
+// SPDX-License-Identifier: MIT
+/// \file
+/// Cost of the plug-in's own work for a frame: one iteration of the grabbing loop with a camera and a host that return
+/// at once, the timestamp synchronisation alone, and a log call that is filtered. The reference is copying a frame.
 #include <benchmark/benchmark.h>
 
 #include <PvSystem.h>
@@ -24,8 +26,8 @@ using namespace Vorn::Support::MediaGrabber::Jai;
 
 constexpr char _S_logTag[] = "BENCH";
 
-/// Grabs `frames` frames with doubles of the SDK and the host that keep no records. Their share is in the figure: it is
-/// an upper limit.
+/// Grabs `frames` frames with the scripted SDK and the recording host, which keep no records. The result includes their
+/// cost, so it is an upper bound.
 void grab(uint32_t frames) {
     scripted::reset();
     recording::reset();
@@ -59,7 +61,7 @@ void one_iteration_of_the_loop(benchmark::State& state) {
 }
 BENCHMARK(one_iteration_of_the_loop)->Unit(benchmark::kMillisecond);
 
-/// The camera's answers, the host's and the log left out: numbers in, numbers out.
+/// The synchronisation alone, without camera, host and log.
 void timestamps(benchmark::State& state) {
     timestamp_settings const settings{.latencyAdjustment = 0,
                                       .secondAdjustment = 0,
@@ -73,7 +75,7 @@ void timestamps(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(
             sync.stamp(settings, {1'700'000'000'000'000 + frame * 10'000, 1'000'000 + frame * 10'000}));
-        benchmark::DoNotOptimize(sync.judgePace(settings));
+        benchmark::DoNotOptimize(sync.evaluatePace(settings));
         benchmark::DoNotOptimize(sync.announce(settings));
         ++frame;
     }
@@ -90,7 +92,7 @@ void filtered_log_call(benchmark::State& state) {
 }
 BENCHMARK(filtered_log_call);
 
-/// The peer: what a frame of 1 MB costs to copy once.
+/// The reference: copies a frame of 1 MB.
 void memcpy_of_a_frame(benchmark::State& state) {
     std::vector<uint8_t> const source(1'048'576, 1);
     auto target = source;

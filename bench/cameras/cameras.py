@@ -1,28 +1,29 @@
-"""Several recordings side by side, each from a simulated camera in a network namespace of its own: what does one cost?
+# SPDX-License-Identifier: MIT
+"""Measures the cost of one recording while several run at the same time.
 
-Run by `scripts/bench cameras`. Each pair of camsim and mediagrabber records for a while, first without files, then with TIFF files,
-then without files and with a message for each frame to a broker of its own (Debian's mosquitto). Processor time is that of a whole
-process, start-up included, as the system accounts for it. Writes cameras.tables.md into the output directory.
+Run by `scripts/bench cameras`. Each recording has a simulated camera and a network namespace of its own. They record without files,
+then with TIFF files, then without files and with an MQTT message for each frame to a broker of its own (Debian's mosquitto). CPU time
+is that of the complete process, including startup, as the kernel accounts for it. Fails if a recording lost a frame.
 """
 
-import argparse
 import json
-import os
 import pathlib
 import subprocess
+import sys
 import tempfile
 import textwrap
 
-from bench_tools import BUILD, table
+from bench_tools import BUILD, Measurement, loss_options, parser, read_index, read_truth, report_problems, table
+from frame_account import FrameAccount
 
 CONFIGURATION = """
 [image]
 width = {width}
 height = {height}
 [timing]
-frame_rate = {rate}.0
+frame_rate_hz = {rate}.0
 [exposure]
-mode = "manual"
+auto = "Off"
 time_us = 2000
 [memory]
 export_buffers = 64
@@ -31,19 +32,21 @@ frames = {frames}
 [output]
 format = "{files}"
 """
+CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
 BROKER = "listener 1883 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\nlog_dest none\n"
 MESSAGES = "[mqtt]\nbroker = \"mqtt://127.0.0.1\"\nframes = true\n"
 
-# Inside a namespace: starts what is there beside mediagrabber, runs that, and prints what it took.
-PAIR = textwrap.dedent("""
+# Runs inside a namespace: starts camsim and the broker, runs mediagrabber, and prints the resource usage of all three.
+RECORDING = textwrap.dedent("""
     import json, os, resource, signal, subprocess, sys
     build, directory, broker = sys.argv[1:4]
-    others = [subprocess.Popen([build + "/bin/camsim", "--pacing", "118"], stdout=subprocess.PIPE, text=True)]
+    others = [subprocess.Popen([build + "/bin/camsim", "--limits", "independent", "--pacing", "118", "--truth", directory + "/truth.jsonl", *sys.argv[4:]],
+                               stdout=subprocess.PIPE, text=True)]
     assert others[0].stdout.readline().startswith("camsim: ready")
     if broker == "broker":
         others.append(subprocess.Popen(["/usr/sbin/mosquitto", "-c", directory + "/broker.conf"], stderr=subprocess.DEVNULL))
-    recorder = subprocess.Popen([build + "/bin/mediagrabber", "run", "--config", directory + "/run.toml",
-                                 "--output", directory + "/frames"],
+    recorder = subprocess.Popen([build + "/bin/mediagrabber", "run", "--plugin", build + "/lib/libmgjai.so", "--config",
+                                 directory + "/run.toml", "--output", directory + "/frames"],
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     _, status, usage = os.wait4(recorder.pid, 0)
     found = {"status": os.waitstatus_to_exitcode(status), "seconds": usage.ru_utime + usage.ru_stime,
@@ -57,25 +60,27 @@ PAIR = textwrap.dedent("""
 
 
 def start(directory, options, files, messages):
+    """Starts one camera and one recording. \\return their process"""
     directory.mkdir()
     configuration = CONFIGURATION.format(width=options.width, height=options.height, rate=options.rate, files=files,
                                          frames=options.rate * options.seconds)
     (directory / "run.toml").write_text(configuration + (MESSAGES if messages else ""))
     (directory / "broker.conf").write_text(BROKER)
-    return subprocess.Popen(["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$0" "$@"', "python3", "-c", PAIR,
-                             str(BUILD), str(directory), "broker" if messages else "none"],
+    return subprocess.Popen(["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$0" "$@"', "python3", "-c", RECORDING,
+                             str(BUILD), str(directory), "broker" if messages else "none",
+                             *loss_options(directory, options.inject_loss)],
                             stdout=subprocess.PIPE, text=True)
 
 
 def measure(options, files, messages):
-    """\\return what each pair took, and what is on disk then"""
+    """\return resource usage, frames and bytes on disk of each recording"""
     with tempfile.TemporaryDirectory(dir=options.scratch) as scratch:
         directories = [pathlib.Path(scratch) / str(i) for i in range(options.cameras)]
-        pairs = [start(directory, options, files, messages) for directory in directories]
-        found = [json.loads(pair.communicate()[0]) for pair in pairs]
+        recordings = [start(directory, options, files, messages) for directory in directories]
+        found = [json.loads(recording.communicate()[0]) for recording in recordings]
         for one, directory in zip(found, directories):
-            journal = directory / "frames/frames.jsonl"
-            one["frames"] = len(journal.read_text().splitlines())
+            ticks = [line["ticks"] for line in read_index(directory / "frames")]
+            one["account"] = FrameAccount(read_truth(directory / "truth.jsonl"), ticks, skipped=CALIBRATION_FRAMES)
             one["bytes"] = sum(path.stat().st_size for path in (directory / "frames").iterdir())
         return found
 
@@ -83,34 +88,41 @@ def measure(options, files, messages):
 def row(options, name, found):
     count = len(found)
     mean = lambda key: sum(one.get(key, 0.0) for one in found) / count
-    wanted = options.rate * options.seconds
+    frames = lambda key: sum(getattr(one["account"], key) for one in found)
+    expected = options.rate * options.seconds
     percent = lambda seconds: f"{100 * seconds / options.seconds:.1f} %"
-    return [name, f"{sum(one['frames'] for one in found)} of {wanted * count}",
-            str(sum(one["status"] != 0 for one in found)), percent(mean("seconds")),
-            percent(max(one["seconds"] for one in found)), percent(mean("camsim")),
-            percent(mean("broker")) if "broker" in found[0] else "", f"{mean('resident') / 1e6:.0f} MB",
+    return [name, f"{frames('received')} of {expected * count}", frames("lost"), frames("left_out"),
+            sum(one["status"] != 0 for one in found), percent(mean("seconds")), percent(max(one["seconds"] for one in found)),
+            percent(mean("camsim")), percent(mean("broker")) if "broker" in found[0] else "", f"{mean('resident') / 1e6:.0f} MB",
             f"{mean('bytes') / options.seconds / 1e6:.2f} MB/s"]
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--cameras", type=int, default=8)
-    parser.add_argument("--seconds", type=int, default=20)
-    parser.add_argument("--rate", type=int, default=25)
-    parser.add_argument("--width", type=int, default=640)
-    parser.add_argument("--height", type=int, default=480)
-    parser.add_argument("--scratch", help="where frames are written for the time being")
-    parser.add_argument("--output", type=pathlib.Path, default=pathlib.Path("docs/measurements"))
-    options = parser.parse_args()
-    cases = (("no files", "none", False), ("TIFF files", "tiff", False), ("no files, a message a frame", "none", True))
-    rows = [row(options, name, measure(options, files, messages)) for name, files, messages in cases]
-    head = ["recording", "frames on disk", "recordings that failed", "mediagrabber, of one processor: mean", "most", "camsim",
-            "broker", "most resident", "to disk"]
-    text = f"{options.cameras} cameras, {options.width} x {options.height} pixels of 8 bits, {options.rate} frames/s, " \
-           f"{options.seconds} s; a camera:\n\n" + table(head, rows)
-    (options.output / "cameras.tables.md").write_text(text + "\n")
-    print(text)
+    options = parser("cameras", __doc__)
+    options.add_argument("--cameras", type=int, default=8, help="simultaneous recordings (8)")
+    options.add_argument("--seconds", type=int, default=20, help="length of each recording (20)")
+    options.add_argument("--rate", type=int, default=25, help="frames/s of each camera (25)")
+    options.add_argument("--width", type=int, default=640)
+    options.add_argument("--height", type=int, default=480)
+    options.add_argument("--quick", action="store_true", help="two cameras for two seconds at 5 frames/s, to try the programs")
+    options.add_argument("--inject-loss", action="store_true", help="let the cameras lose frames; the measurement must then fail")
+    options.add_argument("--scratch", help="parent of the temporary directory for frames")
+    measurement = Measurement("cameras", options)
+    chosen = measurement.options
+    if chosen.quick:
+        chosen.cameras, chosen.seconds, chosen.rate = 2, 2, 5
+    rows, problems = [], []
+    for name, files, messages in (("no files", "none", False), ("TIFF files", "tiff", False), ("no files, frame messages", "none", True)):
+        found = measurement.steady(measure, chosen, files, messages)
+        rows.append(row(chosen, name, found))
+        for number, one in enumerate(found):
+            problems += [f"{name}, camera {number}: {problem}" for problem in one["account"].problems(chosen.rate * chosen.seconds)]
+    head = ["recording", "frames recorded", "lost", "left out by the camera", "failed recordings",
+            "mediagrabber CPU, % of a core: mean", "maximum", "camsim", "broker", "peak resident memory", "written to disk"]
+    measurement.finish(f"{chosen.cameras} cameras, {chosen.width} x {chosen.height} pixels of 8 bits, {chosen.rate} frames/s, "
+                       f"{chosen.seconds} s; CPU time, memory and disk per camera:\n\n" + table(head, rows))
+    return report_problems(problems)
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

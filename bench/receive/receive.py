@@ -1,10 +1,10 @@
-"""What it costs to receive: mediagrabber with the plug-in, Aravis's test program and GStreamer's aravissrc, in turn.
+# SPDX-License-Identifier: MIT
+"""Measures what receiving costs: openpv, mediagrabber and Aravis receive the same stream in turn, beside bare system calls.
 
-Run by `scripts/bench receive` inside a network namespace of its own. Writes receive.tables.md, receive.png and receive.svg
-into the output directory. mediagrabber writes no files, so frames end in host memory, as with the others.
+Run by `scripts/bench receive` inside network and mount namespaces of its own. docs/measurements/receive.md describes the programs and
+the figures. Fails if the run of one minute lost a frame.
 """
 
-import argparse
 import contextlib
 import json
 import os
@@ -14,23 +14,34 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
-from bench_tools import BUILD, camera, percentile, read_truth, set_features, table, utc_us
+from bench_tools import (BUILD, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth, report_problems,
+                         set_features, spread, table, utc_us)
+from frame_account import FrameAccount
 
 WIDTH, HEIGHT, RATE = 1280, 800, 100  # frames of 1 MB
-TRIES = 3  # of a rate, because others use this machine, too
+MINUTE_RATE = 115                     # frames/s, 118 MB/s
+WIDE = (4096, 512)                    # frames of 2 MB, for high rates
+RATES = (100, 150, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1200, 1400, 1600, 1800, 2000)  # MB/s
+ATTEMPTS = 2                          # per data rate: the first loss can be the machine's
+CALIBRATION_FRAMES = 1                # at the start of a run, which the plug-in does not deliver
+FEATURES = 5                          # accesses of the plug-in per frame
+START_FRACTION = 0.05                 # of the frames of a run; the CPU time until they have been sent is that of the start
+SIZES = (1400, 8900)                  # packet sizes in bytes
+RMEM_MAX = int(pathlib.Path("/proc/sys/net/core/rmem_max").read_text())
 
 CONFIGURATION = """
 [image]
 width = {width}
 height = {height}
 [transport]
-packet_size = {packet_size}
+packet_size_bytes = {packet_size}
 [timing]
-frame_rate = {rate}.0
+frame_rate_hz = {rate}.0
 [exposure]
-mode = "manual"
+auto = "Off"
 time_us = 100
 [memory]
 buffers = 16
@@ -40,99 +51,211 @@ format = "none"
 socket = "none"
 """
 
+# Without CAP_NET_ADMIN the kernel limits the socket receive buffer to net.core.rmem_max.
+UNPRIVILEGED = ("setpriv", "--bounding-set=-net_admin", "--inh-caps=-net_admin")
 
-class Way:
-    """From a camera to this host."""
+
+class Path:
+    """A network path from a camera to this host."""
 
     def __init__(self, name, packet_size, address, inside=()):
         self.name, self.packet_size, self.address, self.inside = name, packet_size, address, inside
 
 
-class Cost:
-    """Of a program that grabbed."""
+class Stream:
+    """What the camera sends, and how many frames a program is to receive."""
 
-    def __init__(self, frames, lost, usage, frame_bytes):
-        gigabytes = frames * frame_bytes / 1e9
-        self.frames, self.lost = frames, lost
-        self.seconds_a_gigabyte = (usage.ru_utime + usage.ru_stime) / gigabytes if gigabytes else float("inf")
-        self.switches_a_frame = (usage.ru_nvcsw + usage.ru_nivcsw) / max(frames, 1)
-
-
-def run(command, timeout=None):
-    """Output and resource usage of a program. With a time-out it is interrupted then, as by ^C."""
-    process = subprocess.Popen([str(word) for word in command], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    if timeout is not None:
-        time.sleep(timeout)
-        process.send_signal(2)
-    output = process.stdout.read()
-    _, _, usage = os.wait4(process.pid, 0)
-    return output, usage
+    def __init__(self, rate, seconds, size=(WIDTH, HEIGHT), pacing="118", sensor=None, inject_loss=False):
+        self.rate, self.frames, self.seconds = rate, round(rate * seconds), seconds
+        self.width, self.height = size
+        self.options = ["--pacing", pacing, *(["--sensor", sensor] if sensor else [])]
+        self.inject_loss = inject_loss
+        # Bytes, as openpv requests them: 0.1 s of data, at least 8 MB. The kernel would limit them to RMEM_MAX anyway.
+        self.socket_buffer = min(RMEM_MAX, max(8 << 20, rate * self.width * self.height // 10))
 
 
-# As somebody without privileges, to whom the kernel gives no more socket memory than net.core.rmem_max.
-UNPRIVILEGED = ("setpriv", "--bounding-set=-net_admin", "--inh-caps=-net_admin")
+class Usage:
+    """The resource usage of a program, and the part of it that it had used when the first frames had been sent."""
+
+    def __init__(self, total, start_seconds, started_us):
+        self.seconds = total.ru_utime + total.ru_stime
+        self.kernel = total.ru_stime / self.seconds
+        self.switches = total.ru_nvcsw + total.ru_nivcsw
+        self.start_seconds = start_seconds  # CPU time until then
+        self.started_us = started_us        # microseconds of UTC
 
 
-@contextlib.contextmanager
-def recording(way, width, height, rate, frames, run_as=()):
-    """The directory of a recording by mediagrabber, its resource usage and what it said."""
+class Run:
+    """The outcome of one program's run. `late` is the number of frames that it received after its start."""
+
+    def __init__(self, stream, usage, received, late, missing, left_out, delays, socket_buffer):
+        frame = stream.width * stream.height / 1e9
+        self.received, self.missing, self.left_out = received, missing, left_out
+        self.whole = usage.seconds / (received * frame)                      # s/GB
+        self.cpu = (usage.seconds - usage.start_seconds) / (late * frame)    # s/GB, while receiving
+        self.start = usage.start_seconds
+        self.kernel = usage.kernel
+        self.switches = usage.switches / received
+        self.delays = delays                # us from the last packet to the program; none if it does not print frames
+        self.socket_buffer = socket_buffer  # KiB, as the kernel accounts for them; None if not observed
+
+
+class SocketWatch(threading.Thread):
+    """Observes the sockets of this namespace: the largest receive buffer of a UDP socket, and whether there is a packet socket."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.largest = 0
+        self.packet_socket = False
+        self.ended = threading.Event()
+        self.start()
+
+    def run(self):
+        while not self.ended.wait(0.3):
+            text = subprocess.run(["ss", "-uanmH"], capture_output=True, text=True, check=True).stdout
+            self.largest = max([self.largest, *map(int, re.findall(r"\brb(\d+)", text))])
+            self.packet_socket |= len(pathlib.Path("/proc/net/packet").read_text().splitlines()) > 1
+
+    def end(self):
+        """\return the buffer, as a cell of the table"""
+        self.ended.set()
+        self.join()
+        return "packet socket" if self.packet_socket else f"{self.largest // 1024}"
+
+
+def processor_clock(process):
+    """\return the clock of the CPU time of another process, as clock_getcpuclockid(3) does"""
+    return (~process.pid << 3) | 2
+
+
+def execute(command, directory, stream):
+    """Runs a program. \return its output and resource usage"""
+    truth = directory / "truth.jsonl"
+    with open(directory / "output", "w+") as output:
+        process = subprocess.Popen([str(word) for word in command], stdout=output, stderr=subprocess.STDOUT)
+        start, started = 0.0, float("inf")
+        while os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is None:
+            if truth.read_bytes().count(b"\n") > START_FRACTION * stream.frames + 1:  # the first line is a header
+                start, started = time.clock_gettime(processor_clock(process)), time.time()
+                break
+            time.sleep(0.02)
+        _, _, usage = os.wait4(process.pid, 0)
+        output.seek(0)
+        return output.read(), Usage(usage, start, started * 1e6)
+
+
+def printed_frames(text):
+    """The frames that a program printed: ticks and microseconds of UTC."""
+    found = (line.split() for line in text.splitlines() if re.match(r"\d+ \d+", line))
+    return [(int(words[0]), int(words[1]) / 1000) for words in found]
+
+
+def prepare(path, stream):
+    set_features(path.address, f"Width={stream.width}", f"Height={stream.height}", f"AcquisitionFrameRate={stream.rate}",
+                 "ExposureTime=100", "PixelFormat=Mono8", f"GevSCPSPacketSize={path.packet_size}")
+
+
+class Printing:
+    """A program that prints each complete frame."""
+
+    skipped = 0
+
+    def __init__(self, name, command):
+        self.name, self.command = name, command
+
+    def run(self, path, stream, directory):
+        prepare(path, stream)
+        text, usage = execute(self.command(path, stream), directory, stream)
+        return printed_frames(text), usage, text
+
+
+class Mediagrabber:
+    """The complete program with the plug-in, without files."""
+
+    skipped = CALIBRATION_FRAMES
+
+    def __init__(self, name="mediagrabber", run_as=()):
+        self.name, self.run_as = name, run_as
+
+    def run(self, path, stream, directory):
+        (directory / "run.toml").write_text(CONFIGURATION.format(width=stream.width, height=stream.height, rate=stream.rate,
+                                                                 packet_size=path.packet_size))
+        text, usage = execute([*self.run_as, BUILD / "bin/mediagrabber", "run", "--plugin", BUILD / "lib/libmgjai.so", "--config",
+                               directory / "run.toml", "--output", directory / "frames", "--frames", stream.frames], directory, stream)
+        return [(line["ticks"], line["handed_over_us"]) for line in read_index(directory / "frames")], usage, text
+
+
+class ArvCameraTest:
+    """Aravis's test program with its defaults. It prints counts only."""
+
+    name = "arv-camera-test"
+
+    def run(self, path, stream, directory):
+        prepare(path, stream)
+        text, usage = execute(["arv-camera-test-0.8", "-n", path.address, "--no-packet-socket", "-j", "never", "-i", path.packet_size,
+                               f"--duration={stream.seconds}"], directory, stream)
+        counts = {name: int(value) for name, value in re.findall(r"(n_\w+)\s*=\s*(\d+)", text)}
+        if "n_completed_buffers" not in counts:
+            raise RuntimeError(f"{self.name} at {path.address}: {text}")
+        return counts["n_completed_buffers"], usage, text
+
+
+BARE = Printing("bare loop", lambda path, stream: [BUILD / "bin/bare_receiver", path.address, stream.frames, path.packet_size,
+                                                   stream.socket_buffer])
+GRABBER = Printing("grabber", lambda path, stream: [BUILD / "bin/grabber", path.address, stream.frames, path.packet_size])
+ARAVIS = Printing("Aravis", lambda path, stream: [BUILD / "bin/aravis_grabber", path.address, stream.frames, "udp", stream.socket_buffer])
+PACKET_SOCKET = Printing("Aravis, packet socket", lambda path, stream: [BUILD / "bin/aravis_grabber", path.address, stream.frames,
+                                                                        "packet", stream.socket_buffer])
+MEDIAGRABBER = Mediagrabber()
+ARV_CAMERA_TEST = ArvCameraTest()
+ON_LOOPBACK = (BARE, GRABBER, MEDIAGRABBER, ARAVIS, ARV_CAMERA_TEST)
+ON_VETH = (GRABBER, MEDIAGRABBER, ARAVIS, PACKET_SOCKET)
+
+
+def grab(program, path, stream, watch=False):
+    """Runs a program with a camera of its own. \\return the run"""
     with tempfile.TemporaryDirectory() as temporary:
         directory = pathlib.Path(temporary)
-        (directory / "run.toml").write_text(CONFIGURATION.format(width=width, height=height, rate=rate,
-                                                                 packet_size=way.packet_size))
-        output, usage = run([*run_as, BUILD / "bin/mediagrabber", "--plugin", BUILD / "lib/libmgjai.so", "run", "--config",
-                             directory / "run.toml", "--output", directory / "frames", "--frames", frames])
-        journal = directory / "frames/frames.jsonl"
-        lines = [json.loads(line) for line in journal.read_text().splitlines()] if journal.exists() else []
-        yield lines, usage, output
+        truth_path = directory / "truth.jsonl"
+        with camera("--address", path.address, "--truth", truth_path, *stream.options, *loss_options(directory, stream.inject_loss),
+                    inside=path.inside):
+            watcher = SocketWatch() if watch else None
+            try:
+                found, usage, text = program.run(path, stream, directory)
+            finally:
+                socket_buffer = watcher.end() if watcher else None
+        truth = read_truth(truth_path)
+    if not found or usage.started_us == float("inf"):
+        raise RuntimeError(f"{program.name} received nothing from {path.address}, or ended at once: {text}")
+    if isinstance(found, int):
+        exposed = truth[-1]["frame"] + 1  # the last one may have been on its way when the program stopped: "aborted"
+        left_out = exposed - sum(frame["outcome"] != "dropped" for frame in truth)
+        early = sum(frame["outcome"] == "sent" and utc_us(frame, "send_end_ns") < usage.started_us for frame in truth)
+        return Run(stream, usage, found, found - early, exposed - found, left_out, [], socket_buffer)
+    account = FrameAccount(truth, [ticks for ticks, _ in found], skipped=program.skipped)
+    if account.unknown:
+        raise RuntimeError(f"{program.name}: {account.unknown} received frames are not the camera's")
+    sent = {frame["ticks"]: utc_us(frame, "send_end_ns") for frame in truth if frame["outcome"] == "sent"}
+    delays = [there - sent[ticks] for ticks, there in found if ticks in sent]
+    late = sum(there > usage.started_us for _, there in found)
+    return Run(stream, usage, account.received, late, account.missing, account.left_out, delays, socket_buffer)
 
 
-def with_mediagrabber(way, width, height, rate, seconds, truth_path, run_as=()):
-    with recording(way, width, height, rate, rate * seconds, run_as) as (lines, usage, _):
-        recorded = {line["ticks"] for line in lines}
-    if not recorded:
-        return Cost(0, rate * seconds, usage, width * height)
-    between = [frame for frame in read_truth(truth_path) if min(recorded) <= frame["ticks"] <= max(recorded)]
-    lost = sum(1 for frame in between if frame["fate"] == "sent" and frame["ticks"] not in recorded)
-    return Cost(len(recorded), lost, usage, width * height)
-
-
-def prepare(way, width, height, rate):
-    set_features(way.address, f"Width={width}", f"Height={height}", f"AcquisitionFrameRate={rate}", "ExposureTime=100",
-                 "PixelFormat=Mono8", f"GevSCPSPacketSize={way.packet_size}")
-
-
-def with_aravis(way, width, height, rate, seconds, _):
-    prepare(way, width, height, rate)
-    output, usage = run(["arv-camera-test-0.8", "-a", "--no-packet-socket", "-j", "never", "-i", way.packet_size,
-                         f"--duration={seconds}", "-b", 16])
-    counts = {name: int(value) for name, value in re.findall(r"(n_\w+)\s*=\s*(\d+)", output)}
-    lost = counts["n_failures"] + counts["n_missing_frames"] + counts["n_underruns"]
-    return Cost(counts["n_completed_buffers"] - counts["n_failures"], lost, usage, width * height)
-
-
-def with_gstreamer(way, width, height, rate, seconds, _):
-    prepare(way, width, height, rate)
-    with tempfile.NamedTemporaryFile("r") as seen:
-        output, usage = run(["setpriv", "--bounding-set=-net_raw", "--inh-caps=-net_raw", "gst-launch-1.0", "-e", "-q",
-                             "aravissrc", f"num-buffers={rate * seconds}", "auto-packet-size=false",
-                             f"packet-size={way.packet_size}", "!",
-                             f"video/x-raw,format=GRAY8,width={width},height={height},framerate={rate}/1", "!",
-                             "identity", "silent=true", "!", "filesink", "location=/dev/null"])
-    # It tells of no losses: a frame that is not whole is left out, and another one waited for.
-    return Cost(rate * seconds, None, usage, width * height) if "ERROR" not in output else Cost(0, None, usage, 1)
-
-
-def with_unprivileged_mediagrabber(*arguments):
-    return with_mediagrabber(*arguments, run_as=UNPRIVILEGED)
-
-
-PROGRAMS = {"mediagrabber": with_mediagrabber, "arv-camera-test": with_aravis, "aravissrc": with_gstreamer}
+def grab_surely(program, path, stream, watch):
+    """Like grab(), but tries again once: a single failure would cost all runs so far."""
+    try:
+        return grab(program, path, stream, watch)
+    except (RuntimeError, subprocess.CalledProcessError) as error:
+        print(f"{program.name}: {error}; trying again", file=sys.stderr)
+        return grab(program, path, stream, watch)
 
 
 @contextlib.contextmanager
-def cable(merging):
-    """A virtual cable whose far end segments nothing; yields the command that runs something there."""
+def virtual_cable():
+    """A veth pair without segmentation and receive offload, so that each packet arrives alone.
+
+    Yields the command prefix that runs a program at the camera's end.
+    """
     far = subprocess.Popen(["unshare", "--net", "sh", "-c", "echo here; exec sleep 100000"], stdout=subprocess.PIPE, text=True)
     far.stdout.readline()
     there = ["nsenter", "-t", str(far.pid), "-n"]
@@ -148,11 +271,7 @@ def cable(merging):
         do(*there, "ip", "addr", "add", "10.1.0.2/24", "dev", "plug")
         do(*there, "ip", "link", "set", "plug", "mtu", "9000", "up")
         do(*there, "ethtool", "-K", "plug", "gso", "off", "tx-udp-segmentation", "off")
-        if merging:
-            do("ethtool", "-K", "cable", "gro", "on", "rx-udp-gro-forwarding", "on")
-            pathlib.Path("/sys/class/net/cable/threaded").write_text("1")
-        else:
-            do("ethtool", "-K", "cable", "gro", "off")
+        do("ethtool", "-K", "cable", "gro", "off")
         yield there
     finally:
         subprocess.run(["ip", "link", "delete", "cable"], check=False)
@@ -160,126 +279,195 @@ def cable(merging):
         far.wait()
 
 
-def grab(way, program, width, height, rate, seconds, *options):
-    """Runs a program and a camera for it."""
-    with tempfile.TemporaryDirectory() as temporary:
-        truth_path = pathlib.Path(temporary) / "truth.jsonl"
-        with camera("--address", way.address, "--truth", truth_path, *options, inside=way.inside):
-            return program(way, width, height, rate, seconds, truth_path)
+def loopback(packet_size):
+    return Path("merged", packet_size, "127.0.0.1")
 
 
-def costs_of(way, programs, seconds, repetitions):
-    """By program, from runs in turn."""
-    costs = {name: [] for name in programs}
-    for _ in range(repetitions):
-        for name in programs:
-            costs[name].append(grab(way, PROGRAMS[name], WIDTH, HEIGHT, RATE, seconds, "--pacing", "118"))
-    return costs
+def costs(measurement, path, programs, stream, repetitions):
+    """Runs the programs in turn, `repetitions` times. \\return the runs by program"""
+    runs = {program.name: [] for program in programs}
+    for repetition in range(repetitions):
+        for program in programs:
+            run = measurement.steady(grab_surely, program, path, stream, watch=repetition == 0)
+            runs[program.name].append(run)
+            print(path.name, path.packet_size, program.name, f"{run.cpu:.3f} s/GB", f"{run.missing} missing", sep="\t", file=sys.stderr)
+    return runs
 
 
-def cost_rows(way, costs):
-    own = statistics.median(cost.seconds_a_gigabyte for cost in costs["mediagrabber"])
+def without_loss(measurement, program, packet_size, megabytes, seconds, inject_loss):
+    """\\return whether the program received every frame that the camera exposed, at least once"""
+    rate = round(megabytes * 1e6 / (WIDE[0] * WIDE[1]))
+    stream = Stream(rate, seconds, WIDE, "spread:0.8", "4096x1024", inject_loss)
+    for _ in range(ATTEMPTS):
+        try:
+            if measurement.steady(grab, program, loopback(packet_size), stream).missing == 0:
+                return True
+        except (RuntimeError, subprocess.CalledProcessError) as error:  # it received nothing, because each frame was incomplete
+            print(f"{program.name} at {megabytes} MB/s: {error}", file=sys.stderr)
+    return False
+
+
+def highest_rate(rates, passes):
+    """The highest of the rates without loss, found by bisection. \\return 0 if it is below the first one"""
+    low, high = 0, len(rates)
+    while low < high:
+        middle = (low + high) // 2
+        if passes(rates[middle]):
+            low = middle + 1
+        else:
+            high = middle
+    return rates[low - 1] if low else 0
+
+
+def feature_reads(measurement, repetitions, count):
+    """\\return the lines of feature_reads of each repetition"""
+    def once():
+        with camera("--address", "127.0.0.1"):
+            text = subprocess.run([BUILD / "bin/feature_reads", "127.0.0.1", str(count)], check=True, capture_output=True, text=True).stdout
+        return [json.loads(line) for line in text.splitlines()]
+    return [measurement.steady(once) for _ in range(repetitions)]
+
+
+class Goals:
+    """The bounds that the figures are compared with."""
+
+    def __init__(self):
+        self.rows = []
+
+    def add(self, figure, values, low=None, high=None, digits=2):
+        """Compares the median of `values` with the bounds."""
+        bound = f"at least {low:g}" if high is None else f"at most {high:g}"
+        middle = statistics.median(values) if values else None
+        met = middle is not None and (low is None or middle >= low) and (high is None or middle <= high)
+        self.rows.append([figure, spread(values, digits), bound, "yes" if met else "**no**" if values else "not measured"])
+
+    def table(self):
+        return table(["figure", "median (range)", "wanted", "reached"], self.rows)
+
+
+def ratios(runs, other, key=lambda run: run.cpu):
+    """The ratios of neighbouring runs."""
+    return [key(one) / key(two) for one, two in zip(runs, other)]
+
+
+def p99(run):
+    return percentile(run.delays, 0.99)
+
+
+def cost_goals(goals, merged, single):
+    for size, runs in merged.items():
+        goals.add(f"CPU time of grabber / bare loop, merged, {size} bytes", ratios(runs["grabber"], runs["bare loop"]), high=1.5)
+        goals.add(f"CPU time of Aravis / grabber, merged, {size} bytes", ratios(runs["Aravis"], runs["grabber"]),
+                  low=3 if size == 1400 else 1.7)
+        goals.add(f"CPU time of arv-camera-test / mediagrabber, merged, {size} bytes",
+                  ratios(runs["arv-camera-test"], runs["mediagrabber"]), low=2.5 if size == 1400 else 1.3)
+    for size, runs in single.items():
+        goals.add(f"CPU time of mediagrabber / Aravis, not merged, {size} bytes", ratios(runs["mediagrabber"], runs["Aravis"]), high=1)
+    for size, runs in merged.items():
+        goals.add(f"us from the last packet to export, p50, {size} bytes",
+                  [percentile(run.delays, 0.5) for run in runs["mediagrabber"]], high=150, digits=0)
+        goals.add(f"the same, p99, {size} bytes", [p99(run) for run in runs["mediagrabber"]], high=500, digits=0)
+        goals.add(f"the same, p99 of mediagrabber / Aravis, {size} bytes", ratios(runs["mediagrabber"], runs["Aravis"], p99), high=1)
+        goals.add(f"context switches per frame, mediagrabber, {size} bytes", [run.switches for run in runs["mediagrabber"]],
+                  high=2 * FEATURES + 4, digits=1)
+        goals.add(f"context switches per frame, grabber, {size} bytes", [run.switches for run in runs["grabber"]], high=4, digits=1)
+
+
+def feature_goals(goals, repetitions):
+    """Each access beside its own commands over a bare socket. An access without commands is answered from the cache."""
     rows = []
-    for name, each in costs.items():
-        seconds = statistics.median(cost.seconds_a_gigabyte for cost in each)
-        switches = statistics.median(cost.switches_a_frame for cost in each)
-        lost = "not told" if each[0].lost is None else sum(cost.lost for cost in each)
-        rows.append([way.name, way.packet_size, name, f"{seconds:.3f}", f"{seconds / own:.1f}", f"{switches:.0f}", lost])
-    return rows
+    for lines in zip(*repetitions):
+        name = lines[0]["feature"]
+        commands = max(line["commands"] for line in lines)
+        column = lambda way, index: spread([line[way][index] for line in lines], 1)
+        rows.append([name, commands, max(line["bytes"] for line in lines), column("layer", 0), column("bare", 0), column("layer", 1),
+                     column("bare", 1), column("layer", 2), column("bare", 2)])
+        if commands:
+            goals.add(f"{name}: CPU time / bare send and receive", [line["layer"][0] / line["bare"][0] for line in lines], high=1.3)
+            goals.add(f"{name}: latency (p50) / bare send and receive", [line["layer"][1] / line["bare"][1] for line in lines], high=1.3)
+    return table(["feature access", "commands", "bytes", "us of CPU: openpv", "bare", "us of latency, p50: openpv", "bare",
+                  "p99: openpv", "bare"], rows)
 
 
-def highest_rate(way, program, seconds):
-    """MB/s of the highest step without a lost frame, of frames of 2 MB."""
-    width, height = 4096, 512
-    best = 0
-    for megabytes in (100, 150, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1200, 1400, 1600, 1800, 2000):
-        rate = round(megabytes * 1e6 / (width * height))
-        tries = (grab(way, PROGRAMS[program], width, height, rate, seconds, "--sensor", f"{width}x1024", "--pacing", "spread:0.8")
-                 for _ in range(TRIES))
-        if not any(cost.lost == 0 and cost.frames >= 0.9 * rate * seconds for cost in tries):
-            break
-        best = megabytes
-    return best
+def cost_table(found):
+    rows = []
+    for (path, size), runs in found.items():
+        for name, each in runs.items():
+            delays = [run for run in each if run.delays]
+            rows.append([path, size, name, len(each), spread(run.cpu for run in each), spread(run.whole for run in each),
+                         spread((1000 * run.start for run in each), 0),
+                         f"{100 * statistics.median(run.kernel for run in each):.0f} %", spread((run.switches for run in each), 1),
+                         f"{sum(run.missing for run in each)} of {sum(run.received + run.missing for run in each)}",
+                         sum(run.left_out for run in each),
+                         spread((percentile(run.delays, 0.5) for run in delays), 0), spread((p99(run) for run in delays), 0),
+                         next((run.socket_buffer for run in each if run.socket_buffer), "-")])
+    return table(["path", "packet size", "program", "runs", "CPU s/GB while receiving", "with the start", "start, ms of CPU",
+                  "CPU time in the kernel", "context switches per frame", "frames missing", "of these left out by the camera",
+                  "us from the last packet to the program: p50", "p99", "socket buffer, KiB"], rows)
 
 
-def latencies(way, program, seconds):
-    """Microseconds from the last packet's departure to the frame's arrival at whoever uses it."""
-    with tempfile.TemporaryDirectory() as temporary:
-        truth_path = pathlib.Path(temporary) / "truth.jsonl"
-        with camera("--address", way.address, "--pacing", "118", "--truth", truth_path, inside=way.inside):
-            if program == "mediagrabber":
-                with recording(way, WIDTH, HEIGHT, RATE, RATE * seconds) as (lines, _, output):
-                    arrived = {line["ticks"]: line["handed_over_us"] for line in lines}
-            else:
-                prepare(way, WIDTH, HEIGHT, RATE)
-                output, _ = run([BUILD / "bin/aravis_timestamps", "CS000001", seconds])
-                found = (line.split() for line in output.splitlines())
-                arrived = {int(ticks): int(there) / 1000 for ticks, _, there in found}
-        sent = {frame["ticks"]: utc_us(frame, "send_end_ns") for frame in read_truth(truth_path) if frame["fate"] == "sent"}
-    return [there - sent[ticks] for ticks, there in arrived.items() if ticks in sent]
-
-
-def plot(directory, rows):
-    programs = list(dict.fromkeys(row[2] for row in rows))
-    ways = list(dict.fromkeys((row[0], row[1]) for row in rows))
-    figures = {(row[0], row[1], row[2]): row[3] for row in rows}
+def draw(path, found):
+    """Plots the median CPU time of each program."""
+    programs = list(dict.fromkeys(name for runs in found.values() for name in runs))
     with tempfile.NamedTemporaryFile("w", suffix=".dat") as data:
-        data.write("way " + " ".join(programs) + "\n")
-        for way in ways:
-            data.write(f'"{way[0]}, {way[1]}" ' + " ".join(figures.get((*way, each), "NaN") for each in programs) + "\n")
+        data.write("path " + " ".join(f'"{name}"' for name in programs) + "\n")
+        for (name, size), runs in found.items():
+            cells = (f"{statistics.median(run.cpu for run in runs[each]):.3f}" if each in runs else "NaN" for each in programs)
+            data.write(f'"{name}, {size}" ' + " ".join(cells) + "\n")
         data.flush()
         for terminal, suffix in (("pngcairo size 1000,500", "png"), ("svg size 1000,500 dynamic background '#ffffff'", "svg")):
-            script = (f"set terminal {terminal}\nset output '{directory / ('receive.' + suffix)}'\nset style data histogram\n"
-                      "set style histogram clustered gap 1\nset style fill solid\nset yrange [0:*]\nset grid ytics\n"
-                      "set ylabel 'CPU seconds a gigabyte'\nset key top right\n"
-                      f"plot for [i=2:{len(programs) + 1}] '{data.name}' using i:xtic(1) title columnheader(i)\n")
-            subprocess.run(["gnuplot"], input=script, text=True, check=True)
+            plot(f"set terminal {terminal}\nset output '{path}.{suffix}'\nset style data histogram\n"
+                 "set style histogram clustered gap 1\nset style fill solid\nset yrange [0:*]\nset grid ytics\n"
+                 "set ylabel 'CPU seconds per gigabyte'\nset key top right\n"
+                 f"plot for [i=2:{len(programs) + 1}] '{data.name}' using i:xtic(1) title columnheader(i)\n")
 
 
 def main():
-    options = argparse.ArgumentParser(prog="scripts/bench receive", description=__doc__)
-    options.add_argument("--seconds", type=int, default=10, help="length of each run (10)")
-    options.add_argument("--repetitions", type=int, default=3, help="runs of each program each way (3)")
-    options.add_argument("--minute", action="store_true", help="also a run of 60 s at 118 MB/s")
-    options.add_argument("--output", type=pathlib.Path, default=pathlib.Path("docs/measurements"))
-    chosen = options.parse_args()
-    chosen.output.mkdir(parents=True, exist_ok=True)
+    options = parser("receive", __doc__)
+    options.add_argument("--seconds", type=float, default=4, help="length of each run (4)")
+    options.add_argument("--repetitions", type=int, default=10, help="runs of each program on each path (10)")
+    options.add_argument("--rate-repetitions", type=int, default=3, help="searches for the highest rate without loss (3)")
+    options.add_argument("--minute-seconds", type=float, default=60, help="length of the run at 118 MB/s without privileges (60)")
+    options.add_argument("--quick", action="store_true", help="one short run of everything at a low rate, to try the programs")
+    options.add_argument("--inject-loss", action="store_true", help="let the camera lose frames; the measurement must then fail")
+    measurement = Measurement("receive", options)
+    chosen = measurement.options
+    rates, rate, minute_rate, sizes, reads = RATES, RATE, MINUTE_RATE, SIZES, 2000
+    if chosen.quick:
+        chosen.seconds, chosen.repetitions, chosen.rate_repetitions, chosen.minute_seconds = 1, 1, 1, 2
+        rates, rate, minute_rate, sizes, reads = (20,), 10, 10, SIZES[:1], 20
 
-    rows = []
-    for packet_size in (1400, 8900):
-        way = Way("loopback", packet_size, "127.0.0.1")
-        rows += cost_rows(way, costs_of(way, PROGRAMS, chosen.seconds, chosen.repetitions))
-    for merging in (True, False):
-        with cable(merging) as there:
-            for packet_size in (1400, 8900):
-                way = Way("cable, " + ("merging" if merging else "not merging"), packet_size, "10.1.0.2", there)
-                rows += cost_rows(way, costs_of(way, PROGRAMS, chosen.seconds, chosen.repetitions))
-    text = table(["way", "packet size", "program", "CPU s/GB", "times mediagrabber's", "context switches a frame",
-                  "frames lost"], rows)
+    goals = Goals()
+    text = feature_goals(goals, feature_reads(measurement, chosen.repetitions, reads))
+    stream = Stream(rate, chosen.seconds, inject_loss=chosen.inject_loss)
+    merged = {size: costs(measurement, loopback(size), ON_LOOPBACK, stream, chosen.repetitions) for size in sizes}
+    with virtual_cable() as there:
+        single = {size: costs(measurement, Path("not merged", size, "10.1.0.2", there), ON_VETH, stream, chosen.repetitions)
+                  for size in sizes}
+    cost_goals(goals, merged, single)
+    found = {**{("merged", size): runs for size, runs in merged.items()}, **{("not merged", size): runs for size, runs in single.items()}}
+    text += "\n" + cost_table(found)
 
-    rates = []
-    for packet_size in (1400, 8900):
-        way = Way("loopback", packet_size, "127.0.0.1")
-        rates.append(["loopback", packet_size, *(highest_rate(way, name, 3) for name in ("mediagrabber", "arv-camera-test"))])
-    text += "\n" + table(["way", "packet size", "mediagrabber, MB/s without loss", "arv-camera-test"], rates)
+    highest = {(size, program.name): [] for size in sizes for program in (MEDIAGRABBER, ARAVIS)}
+    for _ in range(chosen.rate_repetitions):
+        for size in sizes:
+            for program in (MEDIAGRABBER, ARAVIS):
+                passes = lambda megabytes: without_loss(measurement, program, size, megabytes, min(chosen.seconds, 2), chosen.inject_loss)
+                highest[size, program.name].append(highest_rate(rates, passes))
+    text += "\n" + table(["packet size", "program", f"highest rate without a missing frame, MB/s (steps from {rates[0]} to {rates[-1]})"],
+                         [[size, name, spread(values, 0)] for (size, name), values in highest.items()])
+    for size in sizes:
+        both = [(own, other) for own, other in zip(highest[size, "mediagrabber"], highest[size, "Aravis"]) if other]
+        goals.add(f"highest rate without a missing frame, mediagrabber / Aravis, {size} bytes", [own / other for own, other in both], low=3)
 
-    delays = []
-    for packet_size in (1400, 8900):
-        way = Way("loopback", packet_size, "127.0.0.1")
-        for program in ("mediagrabber", "Aravis's stream"):
-            values = latencies(way, program, chosen.seconds)
-            delays.append([packet_size, program, len(values), f"{percentile(values, 0.5):.0f}", f"{percentile(values, 0.99):.0f}"])
-    text += "\n" + table(["packet size", "program", "frames", "us from the last packet to use: p50", "p99"], delays)
-
-    if chosen.minute:
-        way = Way("loopback", 1400, "127.0.0.1")
-        cost = grab(way, with_unprivileged_mediagrabber, WIDTH, HEIGHT, 115, 60, "--pacing", "118")
-        room = pathlib.Path("/proc/sys/net/core/rmem_max").read_text().strip()
-        text += (f"\nA minute at 118 MB/s without privileges, net.core.rmem_max {room} as the kernel has it: {cost.frames} frames,"
-                 f" {cost.lost} lost.\n")
-    print(text)
-    (chosen.output / "receive.tables.md").write_text(text)
-    plot(chosen.output, rows)
+    minute = measurement.steady(grab_surely, Mediagrabber(run_as=UNPRIVILEGED), loopback(SIZES[0]),
+                                Stream(minute_rate, chosen.minute_seconds, inject_loss=chosen.inject_loss), watch=False)
+    goals.add(f"frames missing in {chosen.minute_seconds:g} s at {minute_rate * WIDTH * HEIGHT / 1e6:.0f} MB/s without privileges, of "
+              f"{minute.received + minute.missing} ({minute.left_out} of them left out by the camera)", [minute.missing], high=0, digits=0)
+    measurement.finish(goals.table() + "\n" + text)
+    draw(measurement.chart("receive"), found)
+    print("highest rates:", sorted({value for values in highest.values() for value in values}), file=sys.stderr)
+    return report_problems([f"{minute.missing} frames missing in the run at 118 MB/s"] if minute.missing else [])
 
 
 if __name__ == "__main__":

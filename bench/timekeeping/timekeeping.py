@@ -1,10 +1,10 @@
-"""How well frames are stamped: both modes of the plug-in and Aravis, held against the simulated camera's truth.
+# SPDX-License-Identifier: MIT
+"""Measures the accuracy of timestamps: both modes of the plug-in, and Aravis, compared with the simulated camera's truth file.
 
-Run by `scripts/bench timekeeping` inside a network namespace of its own. Writes timekeeping.md, timekeeping.png and
-timekeeping.svg into the output directory. All recordings of one table run at the same time, each from a camera of its own.
+Run by `scripts/bench timekeeping` inside a network namespace of its own. All recordings of a table run at the same time, each from
+its own camera.
 """
 
-import argparse
 import concurrent.futures
 import json
 import pathlib
@@ -13,14 +13,15 @@ import subprocess
 import sys
 import tempfile
 
-from bench_tools import BUILD, camera, percentile, read_truth, set_features, table, utc_us
+from bench_tools import BUILD, Measurement, camera, parser, percentile, plot, read_truth, set_features, table, utc_us
 
 DRIFT_PPM = 40
 FRAME_RATE = 30
-CALIBRATION_RATE = 100  # frames a second; more of them find the quickest way sooner
+CALIBRATION_RATE = 100  # frames/s; more frames find the minimum delay sooner
 EXPOSURE_US = 1000
 JITTER = "20:5"
-CALM = "0"
+NO_JITTER = "0"
+SOCKET_BUFFER = 1 << 20  # bytes, of Aravis's socket; frames are small
 
 CONFIGURATION = """
 [camera]
@@ -30,12 +31,12 @@ serial = "{serial}"
 width = 64
 height = 48
 [transport]
-packet_size = 1400
+packet_size_bytes = 1400
 [timing]
-frame_rate = {rate}.0
-clock_correction = {correction}
+frame_rate_hz = {rate}.0
+clock_correction_ppb = {correction}
 [exposure]
-mode = "manual"
+auto = "Off"
 time_us = {exposure}
 [control]
 socket = "none"
@@ -43,7 +44,7 @@ socket = "none"
 
 
 class Setup:
-    """One camera and one who grabs from it."""
+    """One camera and one receiver: mediagrabber, or Aravis if `correction` is None."""
 
     _count = 0
 
@@ -55,17 +56,17 @@ class Setup:
 
 
 def camera_of(setup, truth_path):
-    return camera("--address", setup.address, "--serial", setup.serial, "--truth", truth_path, "--clock-drift-ppm",
-                  str(DRIFT_PPM), "--network-delay", setup.delay)
+    return camera("--address", setup.address, "--serial", setup.serial, "--truth", truth_path, "--timestamp", "running",
+                  "--clock-drift-ppm", str(DRIFT_PPM), "--network-delay", setup.delay)
 
 
 def exposure_starts(truth_path):
-    """UTC of the beginning of each exposure in microseconds, by the camera's ticks."""
+    """The start of each exposure in microseconds of UTC, by the camera's ticks."""
     return {frame["ticks"]: utc_us(frame, "exposure_start_ns") for frame in read_truth(truth_path)}
 
 
 def record(setup, frames, directory):
-    """Pairs of exported timestamp and truth, microseconds."""
+    """Records with mediagrabber. \\return pairs of ticks and timestamp in microseconds"""
     configuration = directory / "run.toml"
     configuration.write_text(CONFIGURATION.format(serial=setup.serial, rate=FRAME_RATE, exposure=EXPOSURE_US,
                                                   correction=setup.correction))
@@ -81,10 +82,10 @@ def record(setup, frames, directory):
 def grab_with_aravis(setup, seconds):
     set_features(setup.address, "Width=64", "Height=48", f"AcquisitionFrameRate={FRAME_RATE}",
                  f"ExposureTime={EXPOSURE_US}", "GevSCPSPacketSize=1400")
-    done = subprocess.run([BUILD / "bin/aravis_timestamps", setup.serial, str(seconds)], check=True, capture_output=True,
-                          text=True)
+    done = subprocess.run([BUILD / "bin/aravis_grabber", setup.address, str(seconds * FRAME_RATE), "udp", str(SOCKET_BUFFER)],
+                          check=True, capture_output=True, text=True)
     lines = (line.split() for line in done.stdout.splitlines())
-    return [(int(ticks), int(system_ns) / 1000) for ticks, system_ns, _ in lines]
+    return [(int(ticks), int(system_ns) / 1000) for ticks, _, system_ns in lines]
 
 
 def measure(setup, seconds):
@@ -98,17 +99,17 @@ def measure(setup, seconds):
                 stamped = record(setup, seconds * FRAME_RATE, directory)
         truth = exposure_starts(truth_path)
     if setup.correction is not None:
-        stamped = stamped[1:]  # in camera time the second frame calibrates; it is the first one recorded
+        stamped = stamped[1:]  # in camera time the second frame, the first one saved, initialises the clock
     return [(stamp, truth[ticks]) for ticks, stamp in stamped]
 
 
 def slope(points):
-    """Least squares, per unit of the first coordinate."""
+    """Slope of the linear regression."""
     return statistics.linear_regression(*zip(*points)).slope
 
 
 class Figures:
-    """What a recording's timestamps are worth. Microseconds, if not said otherwise."""
+    """Accuracy of the timestamps of a recording, in microseconds unless named otherwise."""
 
     WINDOW_SECONDS = 10
 
@@ -123,8 +124,8 @@ class Figures:
         windows = {}
         for time, error in self.errors:
             windows.setdefault(int(time // self.WINDOW_SECONDS), []).append(error)
-        full = [statistics.median(each) for each in windows.values() if len(each) >= self.WINDOW_SECONDS * FRAME_RATE / 2]
-        self.moved = max(full) - min(full)
+        complete = [statistics.median(each) for each in windows.values() if len(each) >= self.WINDOW_SECONDS * FRAME_RATE / 2]
+        self.moved = max(complete) - min(complete)
         self.count = len(pairs)
 
     def row(self):
@@ -135,7 +136,7 @@ class Figures:
 
 
 def calibrate(delay, seconds):
-    """What `mediagrabber calibrate` says: ns/s and its uncertainty, and its whole answer."""
+    """\\return the output of `mediagrabber calibrate`"""
     setup = Setup("calibration", delay, 0)
     with tempfile.TemporaryDirectory() as temporary:
         directory = pathlib.Path(temporary)
@@ -150,12 +151,12 @@ def calibrate(delay, seconds):
     return done.stdout
 
 
-def correction_of(answer):
-    return int(answer.split("clock_correction = ")[1].split()[0])
+def correction_of(output):
+    return int(output.split("clock_correction_ppb = ")[1].split()[0])
 
 
 def offsets_of_starts(delay, correction, starts):
-    """The offset of each of several short recordings from one camera."""
+    """The median timestamp error of each of several short recordings from one camera."""
     setup = Setup("start", delay, correction)
     offsets = []
     with tempfile.TemporaryDirectory() as temporary:
@@ -172,8 +173,8 @@ def offsets_of_starts(delay, correction, starts):
     return offsets
 
 
-def plot(directory, figures):
-    """Errors over time, a curve a recording; of the points that a drawing has to keep one by one, an eighth."""
+def draw(chart, figures):
+    """Plots the errors over time, one panel per recording. The SVG file has every eighth point only, to limit its size."""
     with tempfile.TemporaryDirectory() as temporary:
         files = []
         for number, (name, each) in enumerate(figures.items()):
@@ -185,10 +186,10 @@ def plot(directory, figures):
             panels = []
             for name, path in files:
                 panels.append(f"set title '{name}'\nplot '{path}' every {step} using 1:2 with points pt 7 ps 0.25 lc rgb '#1f5fa8' notitle\n")
-            script = (f"set terminal {terminal}\nset output '{directory / ('timekeeping.' + suffix)}'\n"
+            script = (f"set terminal {terminal}\nset output '{chart}.{suffix}'\n"
                       f"set multiplot layout {(len(files) + 1) // 2},2 title 'Timestamp error less its median'\n"
                       "set xlabel 'time, s'\nset ylabel 'error, ms'\nset grid\n" + "".join(panels) + "unset multiplot\n")
-            subprocess.run(["gnuplot"], input=script, text=True, check=True)
+            plot(script)
 
 
 def indented(text):
@@ -201,43 +202,44 @@ def describe_starts(offsets):
 
 
 def main():
-    options = argparse.ArgumentParser(prog="scripts/bench timekeeping", description=__doc__)
+    options = parser("timekeeping", __doc__)
     options.add_argument("--seconds", type=int, default=180, help="length of each recording (180)")
     options.add_argument("--calibration-seconds", type=int, default=60, help="length of the calibration (60)")
     options.add_argument("--starts", type=int, default=20, help="starts for the distribution of the offset (20)")
-    options.add_argument("--output", type=pathlib.Path, default=pathlib.Path("docs/measurements"))
-    chosen = options.parse_args()
-    chosen.output.mkdir(parents=True, exist_ok=True)
+    options.add_argument("--quick", action="store_true", help="short recordings and one start, to try the programs")
+    measurement = Measurement("timekeeping", options)
+    chosen = measurement.options
+    if chosen.quick:
+        chosen.seconds, chosen.calibration_seconds, chosen.starts = 12, 5, 1
 
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        calm, jittery = pool.map(lambda delay: calibrate(delay, chosen.calibration_seconds), (CALM, JITTER))
-    correction = correction_of(calm)
-    print(calm, jittery, sep="\n")
+        steady, jittery = pool.map(lambda delay: calibrate(delay, chosen.calibration_seconds), (NO_JITTER, JITTER))
+    correction = correction_of(steady)
+    print(steady, jittery, sep="\n")
 
-    setups = [Setup("host time, calm", CALM, 0), Setup("host time, jitter", JITTER, 0),
-              Setup("camera time, calm", CALM, correction), Setup("camera time, jitter", JITTER, correction),
-              Setup("camera time, calm, not calibrated", CALM, 1),
-              Setup("Aravis, calm", CALM), Setup("Aravis, jitter", JITTER)]
+    setups = [Setup("host time, calm", NO_JITTER, 0), Setup("host time, jitter", JITTER, 0),
+              Setup("camera time, calm", NO_JITTER, correction), Setup("camera time, jitter", JITTER, correction),
+              Setup("camera time, calm, not calibrated", NO_JITTER, 1),
+              Setup("Aravis, calm", NO_JITTER), Setup("Aravis, jitter", JITTER)]
     with concurrent.futures.ThreadPoolExecutor(len(setups)) as pool:
         measured = list(pool.map(lambda setup: Figures(measure(setup, chosen.seconds)), setups))
     figures = {setup.name: each for setup, each in zip(setups, measured)}
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        starts = list(pool.map(lambda delay: offsets_of_starts(delay, correction, chosen.starts), (CALM, JITTER)))
+        starts = list(pool.map(lambda delay: offsets_of_starts(delay, correction, chosen.starts), (NO_JITTER, JITTER)))
 
     text = table(["recording", "frames", "offset (median error)", "error around it: median", "p99", "maximum",
-                  "error of intervals: p99", "maximum", "rate of change, ppm", "offset moved by"],
+                  "error of intervals: p99", "maximum", "rate of change, ppm", "offset drift"],
                  [[name, *each.row()] for name, each in figures.items()])
-    text += "\n" + table(["offset over starts, camera time", "starts", "median", "least", "greatest", "standard deviation"],
+    text += "\n" + table(["offset over starts, camera time", "starts", "median", "minimum", "maximum", "standard deviation"],
                          [["calm", *describe_starts(starts[0])], ["jitter", *describe_starts(starts[1])]])
-    text += f"\nCalibration, {chosen.calibration_seconds} s, calm:\n\n{indented(calm)}"
-    text += f"\nThe same with jitter:\n\n{indented(jittery)}"
+    text += f"\nCalibration, {chosen.calibration_seconds} s, calm:\n\n{indented(steady)}"
+    text += f"\nCalibration, {chosen.calibration_seconds} s, jitter:\n\n{indented(jittery)}"
     ratio = percentile(figures["host time, jitter"].intervals, 0.99) / percentile(
         figures["camera time, jitter"].intervals, 0.99)
-    text += (f"\nWith jitter, host time's intervals are {ratio:,.0f} times as far off as camera time's (p99). In camera time the"
-             f" offset moved by {figures['camera time, jitter'].moved:,.1f} microseconds over the recording.\n")
-    print(text)
-    (chosen.output / "timekeeping.tables.md").write_text(text)
-    plot(chosen.output, figures)
+    text += (f"\nWith jitter, the interval error (p99) of host time is {ratio:,.0f} times that of camera time. The"
+             f" offset drift in camera time is {figures['camera time, jitter'].moved:,.1f} us over the recording.\n")
+    measurement.finish(text)
+    draw(measurement.chart("timekeeping"), figures)
 
 
 if __name__ == "__main__":
