@@ -1,4 +1,5 @@
-# Writes SOURCE, a C++ file that holds the FILES: the body of mediagrabber::page_files().
+# SPDX-License-Identifier: MIT
+# Writes SOURCE, a C++ file that contains the FILES: the definitions of mediagrabber::page_files() and page_file_content().
 cmake_minimum_required(VERSION 3.20)
 file(WRITE ${SOURCE}.new "#include \"web/page_files.hpp\"\n\n#include <stdexcept>\n#include <string>\n\nnamespace mediagrabber {\nnamespace {\n")
 set(entries "")

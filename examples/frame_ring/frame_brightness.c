@@ -1,6 +1,7 @@
+/* SPDX-License-Identifier: MIT */
 /*
- * Reads every frame of a recording from memory, while it is being recorded, and prints how bright it is. Frames of 8 bits; of
- * others it looks at the bytes.
+ * Reads the frames of a running recording from shared memory and prints number, timestamp and mean brightness of each.
+ * For formats other than 8 bits per pixel it is the mean of the bytes.
  *
  *     frame_brightness /run/user/1000/frames.sock [FRAMES]
  */
@@ -29,8 +30,8 @@ int main(int argc, char** argv) {
     struct mg_ring_reader reader;
     struct mg_ring_frame frame;
     long const wanted = argc > 2 ? strtol(argv[2], 0, 10) : 0;
-    long read = 0;
-    int came = 0;
+    long count = 0;
+    int result = 0;
     if (argc < 2) {
         fprintf(stderr, "usage: frame_brightness SOCKET [FRAMES]\n");
         return 2;
@@ -39,14 +40,14 @@ int main(int argc, char** argv) {
         fprintf(stderr, "%s: %s\n", argv[1], strerror(errno));
         return 1;
     }
-    while ((wanted == 0 || read < wanted) && (came = mg_ring_next(&reader, &frame, -1)) == 1) {
+    while ((wanted == 0 || count < wanted) && (result = mg_ring_next(&reader, &frame, -1)) == 1) {
         double const mean = mean_of(mg_ring_pixels(&reader, &frame), &frame);
         if (mg_ring_is_there(&reader, &frame)) {
             printf("%" PRIu64 " %" PRIu64 " %.3f\n", frame.number, frame.timestamp_us, mean);
-            ++read;
+            ++count;
         }
     }
-    fprintf(stderr, "%ld frames, %" PRIu64 " overtaken\n", read, reader.overtaken);
+    fprintf(stderr, "%ld frames, %" PRIu64 " overtaken\n", count, reader.overtaken);
     mg_ring_close(&reader);
-    return came >= 0 || errno == ENOTCONN ? 0 : 1;
+    return result >= 0 || errno == ENOTCONN ? 0 : 1;
 }

@@ -1,17 +1,18 @@
-"""Frames of a mediagrabber that is recording, as NumPy arrays that lie in the memory that they came into.
+# SPDX-License-Identifier: MIT
+"""Reads the frames of a running mediagrabber from shared memory, as NumPy arrays without a copy.
 
     from frame_ring import FrameRing
 
     with FrameRing("/run/user/1000/frames.sock") as ring:
-        for frame in ring:                  # in their order; ends with the recording
-            mean = frame.pixels.mean()      # not a copy: frame.pixels[y, x], read-only
-            if not ring.is_there(frame):    # overwritten meanwhile: forget what you have seen
+        for frame in ring:                  # in order; ends with the recording
+            mean = frame.pixels.mean()      # frame.pixels[y, x], read-only, not a copy
+            if not ring.is_there(frame):    # overwritten meanwhile: discard the result
                 continue
 
-The memory is used again for later frames: one that is needed for longer has to be copied, `frame.pixels.copy()`, and
-asked for after that. `ring.overtaken` counts the frames that were missed. mg_frame_ring.h describes the layout.
+The memory is reused for later frames. To keep a frame, copy it with `frame.pixels.copy()` and call `is_there()` after that.
+`ring.overtaken` counts the missed frames. mg_frame_ring.h describes the layout and the memory ordering.
 
-As a program it prints the frames' numbers, timestamps and mean values: frame_ring.py SOCKET [FRAMES]
+As a program it prints number, timestamp and mean value of each frame: frame_ring.py SOCKET [FRAMES]
 """
 
 import array
@@ -20,40 +21,41 @@ import mmap
 import socket
 import struct
 import sys
+import threading
 
 import numpy
 
 _MAGIC = 0x31676E6972676D00
 _VERSION = 1
-_RING = struct.Struct("<QIIIIQQ")  # magic, version, bytes of an entry, entries, -, bytes of the memory, newest
+_RING = struct.Struct("<QIIIIQQ")  # magic, version, bytes per entry, entries, reserved, memory bytes, newest
 _RING_BYTES = 128
 _NEWEST_AT = 32
 _FRAME = struct.Struct("<7Q4I3fI3B5x16s")
 _SEQUENCE = struct.Struct("<Q")
 _MESSAGE = struct.Struct("<IIQ")
-_HERE, _FRAME_CAME, _OVERTAKEN = 1, 2, 3
+_HERE, _FRAME_PUBLISHED, _OVERTAKEN = 1, 2, 3
 _TICKS, _GAIN, _EXPOSURE, _COUNTER, _TEMPERATURE = 1, 2, 4, 8, 16
 
 
 @dataclasses.dataclass
 class Frame:
     sequence: int
-    number: int  # counts the frames of the recording, lost ones too
-    timestamp_us: int  # on the host's time base, since 1970
-    handed_over_us: int
-    format: str  # "MONO8T", "MONO12T", "MONO12PT", "BayerRG8T"
+    number: int  # from 1; dropped frames have numbers, too
+    timestamp_us: int  # on the host's clock, since 1970
+    handed_over_us: int  # when the plug-in handed the frame over, same clock
+    format: str  # "Mono8", "Mono12", "Mono12Packed", "BayerRG8"
     significant_bits: int
     ticks: "int | None"
     gain_db: "float | None"
     exposure_us: "float | None"
     counter: "int | None"
     temperature_c: "float | None"
-    pixels: numpy.ndarray  # height x width of uint8 or uint16; packed 12 bits: height x bytes of a line, uint8
+    pixels: numpy.ndarray  # height x width of uint8 or uint16; Mono12Packed: height x bytes per line, uint8
 
 
 class FrameRing:
     def __init__(self, path):
-        """Connects. Raises OSError when nobody offers frames there."""
+        """Connects to the socket `ring.socket`. Raises OSError if no recording publishes frames there."""
         self.overtaken = 0
         self._ring = self._memory = None
         self._next = 0
@@ -72,14 +74,14 @@ class FrameRing:
 
     def close(self):
         self._socket.close()
-        self._ring = self._memory = None  # arrays that are still in use keep the memory
+        self._ring = self._memory = None  # arrays still in use keep the memory mapped
 
     def __iter__(self):
         while (frame := self.next()) is not None:
             yield frame
 
     def next(self, timeout=None):
-        """The next frame; None when the recording has ended. Raises TimeoutError after so many seconds without one."""
+        """Returns the next frame, None if the recording has ended. Raises TimeoutError after `timeout` seconds."""
         while True:
             if self._ring is not None and self._newest() >= self._next:
                 frame = self._take()
@@ -89,7 +91,8 @@ class FrameRing:
                 return None
 
     def is_there(self, frame):
-        """Whether the frame's memory still holds it. Counts it when not."""
+        """Returns whether the frame has not been overwritten up to now; counts it if it has."""
+        _order_loads()
         if self._sequence_at(self._place(frame.sequence)) == frame.sequence:
             return True
         self._count_overtaken(1)
@@ -105,7 +108,7 @@ class FrameRing:
         return _SEQUENCE.unpack_from(self._ring, place)[0]
 
     def _receive(self, timeout):
-        """Takes one message. False when the recording has ended."""
+        """Receives one message. Returns False if the recording has ended."""
         self._socket.settimeout(timeout)
         try:
             data, rights, _, _ = self._socket.recvmsg(_MESSAGE.size, socket.CMSG_SPACE(8))
@@ -123,11 +126,11 @@ class FrameRing:
     def _adopt(self, ring, memory):
         magic, version, entry_bytes, entries, _, _, _ = _RING.unpack_from(ring)
         if magic != _MAGIC or version != _VERSION or entry_bytes < _FRAME.size:
-            raise RuntimeError("another version of the ring")
+            raise RuntimeError("unsupported version of the ring")
         self._ring, self._memory, self._entry_bytes, self._entries = ring, memory, entry_bytes, entries
 
     def _take(self):
-        """The oldest frame that was not read yet and is still there."""
+        """Returns the oldest unread frame that has not been overwritten, None if there is none."""
         newest = self._newest()
         first = self._next
         frame = None
@@ -141,17 +144,21 @@ class FrameRing:
 
     def _frame_of(self, sequence):
         place = self._place(sequence)
+        if self._sequence_at(place) != sequence:
+            return None
+        _order_loads()
         entry = _FRAME.unpack_from(self._ring, place)
+        _order_loads()
         if entry[0] != sequence or self._sequence_at(place) != sequence:
             return None
         (_, offset, size, number, timestamp, handed_over, ticks, width, height, stride, known, gain, exposure,
-         temperature, counter, container_bits, significant_bits, _, codec) = entry
+         temperature, counter, container_bits, significant_bits, _, pixel_format) = entry
         if offset + size > len(self._memory):
             return None
         kind = numpy.dtype("<u2" if container_bits == 16 else "u1")
         columns = (width * container_bits + 7) // 8 // kind.itemsize
         pixels = numpy.ndarray((height, columns), kind, self._memory, offset, (stride, kind.itemsize))
-        return Frame(sequence, number, timestamp, handed_over, codec.rstrip(b"\0").decode(), significant_bits,
+        return Frame(sequence, number, timestamp, handed_over, pixel_format.rstrip(b"\0").decode(), significant_bits,
                      ticks if known & _TICKS else None, gain if known & _GAIN else None,
                      exposure if known & _EXPOSURE else None, counter if known & _COUNTER else None,
                      temperature if known & _TEMPERATURE else None, pixels)
@@ -161,7 +168,18 @@ class FrameRing:
         try:
             self._socket.send(_MESSAGE.pack(_OVERTAKEN, 0, self.overtaken), socket.MSG_DONTWAIT)
         except OSError:
-            pass  # it is told next time
+            pass  # the next report contains the total
+
+
+_lock = threading.Lock()
+
+
+def _order_loads():
+    """Orders all loads before it ahead of all loads after it: a release followed by an acquire. Python has no fences."""
+    _lock.acquire()
+    _lock.release()
+    _lock.acquire()
+    _lock.release()
 
 
 def _mapped(descriptor):

@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: MIT
 /// \file
-/// The smallest host that is of use: grabs 8-bit frames from the first camera that the plug-in finds, with the camera's
-/// own settings, and writes each as a PGM picture.
+/// A minimal host. It grabs 8-bit frames from the first camera that the plug-in finds, with the camera's own settings,
+/// and writes each frame to a PGM file.
 ///
 ///     example_host PLUGIN FRAMES DIRECTORY
 ///
-/// Copy it and change what it answers. Exit status: 0 all frames are written, 1 not, 2 it was called wrong.
+/// To write your own host, copy it and change what its functions return. Exit status: 0 all frames are written, 1 not
+/// all of them, 2 wrong usage or the plug-in cannot be loaded.
 
 #include <dlfcn.h>
 #include <sys/mman.h>
@@ -21,31 +23,37 @@
 
 namespace {
 
-constexpr uint32_t buffers = 8;  // the camera fills the next ones while we are busy with one
+using mg_host_api::format_code;
+using mg_host_api::param_number;
+using mg_host_api::signal_code;
+
+constexpr uint32_t buffers = 8;  // the camera fills the others while the host uses one
 
 struct {
     uint32_t frames_wanted = 0, frames_written = 0;
     std::filesystem::path directory;
     std::byte* memory = nullptr;
-    std::size_t spacing = 0;  // bytes from buffer to buffer
+    std::size_t spacing = 0;  // bytes from one buffer to the next
     uint32_t width = 0, height = 0, stride = 0;
-    uint64_t ticks = 0;
-    void const* frame = nullptr;  // the one just triggered
+    uint64_t ticks = 0;           // camera timestamp of the frame
+    void const* frame = nullptr;  // triggered last
 } host;
-volatile std::sig_atomic_t stop_asked = 0;
+volatile std::sig_atomic_t stop_requested = 0;
 
-/// Buffers of at least so many bytes, at equal distances; in memory that is taken anew when it is too small.
+/// Provides equally spaced buffers of at least `bytes` bytes. Allocates new memory if the present buffers are too
+/// small.
 void make_buffers(std::size_t bytes) {
     constexpr std::size_t page = 4096;
     std::size_t const needed = (bytes + page - 1) / page * page;
-    if (needed > host.spacing) {  // the old ones stay: the camera may still hold them
+    if (needed > host.spacing) {  // keep the old buffers: the camera may still write to them
         void* const got = mmap(nullptr, buffers * needed, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         host.memory = got == MAP_FAILED ? nullptr : static_cast<std::byte*>(got);
         host.spacing = needed;
     }
 }
 
-/// The frame stays where it is until `MgSc__ProcExport` returns; a host that takes longer copies it.
+/// Writes the current frame. The frame is valid until `MgSc__ProcExport` returns; a host that needs it longer copies
+/// it.
 void write_frame(uint64_t timestamp) {
     auto const file = host.directory / ("frame-" + std::to_string(host.frames_written + 1) + ".pgm");
     std::ofstream out(file, std::ios::binary);
@@ -62,9 +70,9 @@ void write_frame(uint64_t timestamp) {
 
 }  // namespace
 
-// A line a function, so that one sees them all.
+// One line per function, as an overview.
 // clang-format off
-// Which camera, and how it is set: the first one, and as it is.
+// Camera selection and settings: the first camera, with its own settings.
 char const* MgGiMainCtx__GetModelStr() { return nullptr; }
 char const* MgGiMainCtx__GetIdStr() { return nullptr; }
 uint32_t MgGiMainCtx__GetActiveCamMask() { return 1; }
@@ -72,11 +80,11 @@ int32_t MgGiMainCtx__GetWidth() { return -1; }
 int32_t MgGiMainCtx__GetHeight() { return -1; }
 int32_t MgGiMainCtx__GetOffsetX() { return -1; }
 int32_t MgGiMainCtx__GetOffsetY() { return -1; }
-uint8_t MgGiMainCtx__GetFormat() { return 1; }  // Mono8
+uint8_t MgGiMainCtx__GetFormat() { return value_of(format_code::Mono8); }
 void MgGiMainCtx__SetFormat(uint8_t) {}
 uint8_t MgGiMainCtx__GetCformat() { return 0; }
 int32_t MgGiMainCtx__GetRotate() { return 0; }
-uint32_t MgGiMainCtx__GetDatachunk() { return 65'535; }  // negotiated
+uint32_t MgGiMainCtx__GetDatachunk() { return 65'535; }  // negotiate with the camera
 float MgGiMainCtx__GetFps() { return -1; }
 int32_t MgGiMainCtx__GetTsadjns() { return 0; }
 float MgGiMainCtx__GetExptMan() { return -1; }
@@ -99,7 +107,7 @@ uint16_t MgGiMainCtx__GetLutArrCount() { return 0; }
 uint16_t MgGiMainCtx__GetLutBitSize() { return 0; }
 uint16_t const* MgGiMainCtx__GetLutDataU16() { return nullptr; }
 
-// The frames' way. The first good frame of a run is never exported.
+// Frames. The plug-in does not export the first good frame of a run, so request one more.
 uint32_t MgGiMainCtx__GetFnum() { return host.frames_wanted + 1; }
 uint32_t MgGiMainCtx__GetBnum() { return buffers; }
 void MgGiMainCtx__SetBnum(uint32_t) {}
@@ -111,16 +119,17 @@ void MgGiMemInst__Init(uint32_t, uint32_t, uint32_t) {}
 void MgGiMemInst__SetActFsize(uint32_t, uint32_t) {}
 int MgGiMemInst__Trigger(uint32_t, uint32_t, uint64_t, void const* frame, uint8_t) { host.frame = frame; return 0; }
 void MgSc__SetParamVal(uint32_t number, void const* value, ...) {
-    if (number == 1) host.width = *static_cast<uint32_t const*>(value);
-    if (number == 2) host.height = *static_cast<uint32_t const*>(value);
-    if (number == 8) host.stride = *static_cast<uint32_t const*>(value);
-    if (number == 9) host.ticks = *static_cast<uint64_t const*>(value);
+    auto const parameter = static_cast<param_number>(number);
+    if (parameter == param_number::width) host.width = *static_cast<uint32_t const*>(value);
+    if (parameter == param_number::height) host.height = *static_cast<uint32_t const*>(value);
+    if (parameter == param_number::stride) host.stride = *static_cast<uint32_t const*>(value);
+    if (parameter == param_number::camera_ticks) host.ticks = *static_cast<uint64_t const*>(value);
 }
 void MgSc__InstSetParamVal(uint32_t, uint32_t, void const*) {}
 void MgSc__ProcExport(uint64_t timestamp) { write_frame(timestamp); }
 
-// Requests while it runs: to stop is the only one.
-int32_t MgUtl__CheckSignal() { return stop_asked != 0 ? 1 : 0; }
+// Control. This host supports one signal: stop.
+int32_t MgUtl__CheckSignal() { return value_of(stop_requested != 0 ? signal_code::stop : signal_code::none); }
 int MgGi__DoReconfig(uint32_t* exitRequested) { *exitRequested = 0; return -1; }
 void MgGi__SetSignalAction(int32_t) {}
 int MgGi__CheckDynConfig(void*, void*, void*, void*) { return 0; }
@@ -128,8 +137,8 @@ void MgGi__SetNewCfgVendor() {}
 void MgGi__SetNewCfgPlugin() {}
 void MgGi__ResetTermSigProc() {}
 void MgGi__SetTermSigProc() {}
-// The plug-in looks at requests when a frame comes. Where none comes, this is where to end.
-void MgGi__HaltUpdate(uint32_t, uint32_t, float) { if (stop_asked != 0) std::_Exit(1); }
+// The plug-in handles signals only when a good frame arrives. Without frames, the host must end the process itself.
+void MgGi__HaltUpdate(uint32_t, uint32_t, float) { if (stop_requested != 0) std::_Exit(1); }
 void MgGi__HaltStop(uint32_t, uint32_t, float) {}
 void MgUtl__UpdateGrabState(int32_t) {}
 void MgGi__SetCurrFpsUs(uint32_t) {}
@@ -148,7 +157,7 @@ int main(int argc, char** argv) {
     auto const run = plugin != nullptr ? reinterpret_cast<int32_t (*)()>(dlsym(plugin, "MgLibProc")) : nullptr;
     if (run == nullptr)
         return std::fprintf(stderr, "%s\n", dlerror()), 2;
-    std::signal(SIGINT, [](int) { stop_asked = 1; });
+    std::signal(SIGINT, [](int) { stop_requested = 1; });
     int32_t const code = run();
     std::cout << host.frames_written << " frames written, exit code " << code << std::endl;
     return code == 0 && host.frames_written == host.frames_wanted ? 0 : 1;

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 /// \file
-/// What cppcheck reads in place of include/mg_log.hpp: it does not know __VA_OPT__, and checks the formats of these.
+/// Replaces include/mg_log.hpp for cppcheck, which does not support __VA_OPT__. The log macros become calls of
+/// std::printf, because cppcheck compares its formats with its arguments.
 
 #include <cstdio>
 
