@@ -72,19 +72,6 @@ tick_frequency frequency_without_jumps(std::vector<step> const& steps, double ab
     return {.hz = sum.ticks / sum.announced_us * microseconds, .relative_uncertainty = error / sum.announced_us};
 }
 
-/// The agreeing number with the fewest digits, if it has at most four.
-tick_frequency rounded(tick_frequency const& measured) {
-    double const magnitude = std::pow(10.0, std::floor(std::log10(measured.hz)));
-    for (int digits = 1; digits <= digits_of_a_round_number; ++digits) {
-        double const unit = magnitude / std::pow(10.0, digits - 1);
-        double const candidate = std::round(measured.hz / unit) * unit;
-        if (std::abs(candidate - measured.hz) <= measured.relative_uncertainty * measured.hz) {
-            return {.hz = candidate, .relative_uncertainty = 0.0};
-        }
-    }
-    return measured;
-}
-
 }  // namespace
 
 tick_frequency find_tick_frequency(std::span<announced_ticks const> frames) {
@@ -97,7 +84,19 @@ tick_frequency find_tick_frequency(std::span<announced_ticks const> frames) {
         throw std::runtime_error(
             "the tick frequency of the camera cannot be determined: measure longer, or use --tick-frequency");
     }
-    return rounded(measured);
+    return round_tick_frequency(measured, digits_of_a_round_number);
+}
+
+tick_frequency round_tick_frequency(tick_frequency const& measured, int max_digits) {
+    double const magnitude = std::pow(10.0, std::floor(std::log10(measured.hz)));
+    for (int digits = 1; digits <= max_digits; ++digits) {
+        double const unit = magnitude / std::pow(10.0, digits - 1);
+        double const candidate = std::round(measured.hz / unit) * unit;
+        if (std::abs(candidate - measured.hz) <= measured.relative_uncertainty * measured.hz) {
+            return {.hz = candidate, .relative_uncertainty = 0.0};
+        }
+    }
+    return measured;
 }
 
 }  // namespace mediagrabber

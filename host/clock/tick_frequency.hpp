@@ -26,4 +26,8 @@ struct tick_frequency {
 /// \throws std::runtime_error with a message for the user if there are too few frames
 tick_frequency find_tick_frequency(std::span<announced_ticks const> frames);
 
+/// \return the agreeing number with the fewest digits as exact, if it has at most `max_digits`; otherwise what was
+///     measured
+tick_frequency round_tick_frequency(tick_frequency const& measured, int max_digits);
+
 }  // namespace mediagrabber
