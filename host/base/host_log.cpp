@@ -66,16 +66,26 @@ spdlog::sink_ptr log_sink() {
     return std::make_shared<stderr_sink>();
 }
 
+/// A text in a pattern of spdlog.
+std::string escaped(std::string const& text) {
+    std::string pattern;
+    for (char const c : text) {
+        pattern += c == '%' ? std::string("%%") : std::string(1, c);
+    }
+    return pattern;
+}
+
 }  // namespace
 
 /// On a terminal, a message first erases the progress line, which is printed again below it.
-void open_log() {
+void open_log(std::string const& name) {
     spdlog::init_thread_pool(max_queued_messages, 1);
     spdlog::sinks_init_list const sinks{log_sink(), forwarding()};
     auto const logger = std::make_shared<spdlog::async_logger>("mediagrabber", sinks, spdlog::thread_pool(),
                                                                spdlog::async_overflow_policy::overrun_oldest);
     if (!goes_to_journal(STDERR_FILENO)) {
-        logger->set_pattern(isatty(STDERR_FILENO) != 0 ? "\r\033[Kmediagrabber: %l: %v" : "mediagrabber: %l: %v");
+        std::string const sender = name.empty() ? "mediagrabber" : "mediagrabber[" + escaped(name) + "]";
+        logger->set_pattern((isatty(STDERR_FILENO) != 0 ? "\r\033[K" : "") + sender + ": %l: %v");
     }
     spdlog::set_default_logger(logger);
 }

@@ -13,7 +13,10 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "base/failures.hpp"
@@ -39,6 +42,24 @@ fs::path runtime_directory() {
     return own ? usual : fs::path();
 }
 
+constexpr std::string_view socket_prefix = "mediagrabber.";
+constexpr std::string_view socket_suffix = ".sock";
+constexpr std::string_view service_prefix = "mediagrabber-";  ///< of runtime directories
+
+std::vector<found_control_socket> sockets_in(fs::path const& directory, std::string const& service,
+                                             std::error_code& error) {
+    std::vector<found_control_socket> found;
+    for (fs::directory_iterator entry(directory, error); !error && entry != fs::directory_iterator();
+         entry.increment(error)) {
+        auto const file = entry->path().filename().string();
+        if (file.starts_with(socket_prefix) && file.ends_with(socket_suffix)) {
+            found.push_back({.path = entry->path(), .service = service});
+        }
+    }
+    std::ranges::sort(found, {}, &found_control_socket::path);
+    return found;
+}
+
 /// The supplementary groups of a peer; empty if they cannot be read.
 std::vector<gid_t> groups_of_peer(file_handle const& connection) {
     std::vector<gid_t> groups(64);
@@ -57,30 +78,46 @@ std::vector<gid_t> groups_of_peer(file_handle const& connection) {
 
 }  // namespace
 
-std::optional<fs::path> default_control_socket(std::uint32_t instance) {
+std::optional<fs::path> default_control_socket(std::string const& name) {
     auto const directory = runtime_directory();
-    return directory.empty() ? std::nullopt : std::optional(directory / fmt::format("mediagrabber.{}.sock", instance));
+    return directory.empty() ? std::nullopt
+                             : std::optional(directory / fmt::format("{}{}{}", socket_prefix, name, socket_suffix));
 }
 
-/// The number in the name is log.instance, which a client does not know.
-fs::path service_control_socket(std::string const& name, fs::path const& runtime) {
-    auto const directory = runtime / fmt::format("mediagrabber-{}", name);
-    std::vector<fs::path> found;
+std::vector<found_control_socket> control_sockets_of_user() {
+    auto const directory = runtime_directory();
+    std::error_code unreadable;
+    return directory.empty() ? std::vector<found_control_socket>() : sockets_in(directory, "", unreadable);
+}
+
+std::vector<found_control_socket> control_sockets_of_services(fs::path const& runtime) {
+    std::vector<found_control_socket> found;
     std::error_code error;
-    for (fs::directory_iterator entry(directory, error); !error && entry != fs::directory_iterator();
+    for (fs::directory_iterator entry(runtime, error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
-        auto const file = entry->path().filename().string();
-        if (file.starts_with("mediagrabber.") && file.ends_with(".sock")) {
-            found.push_back(entry->path());
+        auto const directory = entry->path().filename().string();
+        if (directory.starts_with(service_prefix)) {
+            std::error_code unreadable;
+            std::ranges::move(sockets_in(entry->path(), directory.substr(service_prefix.size()), unreadable),
+                              std::back_inserter(found));
         }
     }
+    std::ranges::sort(found, {}, &found_control_socket::path);
+    return found;
+}
+
+/// The name in the path is camera.name, which a client does not know.
+fs::path service_control_socket(std::string const& name, fs::path const& runtime) {
+    auto const directory = runtime / fmt::format("{}{}", service_prefix, name);
+    std::error_code error;
+    auto const found = sockets_in(directory, name, error);
     if (found.size() != 1) {
         throw std::runtime_error(
             fmt::format("the service mediagrabber@{} {} in {}{}", name,
                         found.empty() ? "has no control socket" : "has more than one control socket",
                         directory.string(), error ? ": " + error.message() : "; --socket names another one"));
     }
-    return found.front();
+    return found.front().path;
 }
 
 sockaddr_un unix_socket(fs::path const& path) {

@@ -6,10 +6,10 @@
 #include <sys/un.h>
 
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/file_handle.hpp"
 
@@ -17,8 +17,20 @@ namespace mediagrabber {
 
 /// The default path of the control socket: in the user's runtime directory ($XDG_RUNTIME_DIR, or /run/user/UID if it
 /// exists), for root in /run. Nothing for a user without such a directory: in /tmp, any user could take the path.
-/// \param instance  log.instance of the recording
-std::optional<std::filesystem::path> default_control_socket(std::uint32_t instance);
+/// \param name  of the recording
+std::optional<std::filesystem::path> default_control_socket(std::string const& name);
+
+/// A control socket at one of the default paths. Its process may have died.
+struct found_control_socket {
+    std::filesystem::path path;
+    std::string service;  ///< NAME of mediagrabber\@NAME; empty: a recording of this user
+};
+
+/// The control sockets at the default paths of this user, in the order of their names.
+std::vector<found_control_socket> control_sockets_of_user();
+/// Those of services.
+/// \param runtime  the parent of the runtime directories of services
+std::vector<found_control_socket> control_sockets_of_services(std::filesystem::path const& runtime = "/run");
 
 /// The control socket of the service mediagrabber\@NAME, which is in its runtime directory.
 /// \param runtime  the parent of the runtime directories of services

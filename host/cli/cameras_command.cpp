@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
 
@@ -87,20 +88,38 @@ void print(std::ostream& out, std::vector<reported_camera> const& cameras) {
     }
 }
 
+void print_json(std::ostream& out, std::vector<reported_camera> const& cameras) {
+    auto list = nlohmann::ordered_json::array();
+    for (auto const& camera : cameras) {
+        auto properties = nlohmann::ordered_json::object();
+        for (auto const& property : camera.properties) {
+            properties[property.label] = property.value;
+        }
+        list.push_back({{"index", list.size()}, {"properties", std::move(properties)}});
+    }
+    out << list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << '\n';
+}
+
 }  // namespace
 
-exit_status cameras_command(std::filesystem::path const& plugin_file, std::ostream& out) {
+exit_status cameras_command(std::filesystem::path const& plugin_file, bool json, std::ostream& out) {
     auto const plugin = plugin_library::find(plugin_file);
     auto const found = discover(plugin);
     auto const cameras = find_reported_cameras(found.report);
-    print(out, cameras);
-    if (exit_code{found.exit_code} == exit_code::no_device) {
-        out << "no camera found\n";
-        return exit_status::no_camera;
-    }
-    if (exit_code{found.exit_code} != exit_code::no_target || cameras.empty()) {
+    bool const none = exit_code{found.exit_code} == exit_code::no_device;
+    if (!none && (exit_code{found.exit_code} != exit_code::no_target || cameras.empty())) {
+        print(out, cameras);
         out << found.report << fmt::format("unexpected report of the plug-in (exit code {})\n", found.exit_code);
         return exit_status::run_failed;
+    }
+    if (json) {
+        print_json(out, cameras);
+    } else {
+        print(out, cameras);
+    }
+    if (none) {
+        out << (json ? "" : "no camera found\n");
+        return exit_status::no_camera;
     }
     return exit_status::success;
 }

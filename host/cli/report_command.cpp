@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 
@@ -44,14 +45,38 @@ std::vector<thumbnail> thumbnails_of(std::filesystem::path const& directory, std
     return made;
 }
 
+void print_json(std::ostream& out, std::filesystem::path const& directory, std::filesystem::path const& page,
+                recording_facts const& facts) {
+    using json = nlohmann::ordered_json;
+    auto losses = json::array();
+    for (auto const& one : facts.losses) {
+        losses.push_back({{"at_s", one.at_s}, {"lost_in_host", one.in_host}, {"lost_before_host", one.before_host}});
+    }
+    json const found{{"directory", directory.string()},
+                     {"page", page.string()},
+                     {"frames", facts.frames},
+                     {"duration_s", facts.duration_s},
+                     {"frames_per_s", facts.frames_per_s},
+                     {"interval_us",
+                      {{"min", facts.interval.min_us},
+                       {"median", facts.interval.median_us},
+                       {"p99", facts.interval.p99_us},
+                       {"max", facts.interval.max_us}}},
+                     {"lost_in_host", facts.lost_in_host},
+                     {"lost_before_host", facts.lost_before_host},
+                     {"losses", std::move(losses)},
+                     {"counter_resets_s", facts.restarts_s}};
+    out << found.dump(2, ' ', false, json::error_handler_t::replace) << '\n';
+}
+
 }  // namespace
 
-exit_status report_command(std::filesystem::path const& directory, std::filesystem::path page, std::ostream& out,
-                           std::ostream& errors) {
+exit_status report_command(std::filesystem::path const& directory, std::filesystem::path page, bool json,
+                           std::ostream& out, std::ostream& errors) {
     auto const frames = read_index(directory);
     std::string const name = std::filesystem::absolute(directory).lexically_normal().filename().string();
-    auto const text =
-        report_page("Recording " + name, facts_of(frames), frames, thumbnails_of(directory, frames, errors));
+    auto const facts = facts_of(frames);
+    auto const text = report_page("Recording " + name, facts, frames, thumbnails_of(directory, frames, errors));
     if (page.empty()) {
         page = directory / "report.html";
     }
@@ -61,7 +86,11 @@ exit_status report_command(std::filesystem::path const& directory, std::filesyst
     if (!file) {
         throw std::system_error(errno, std::generic_category(), page.string() + " cannot be written");
     }
-    out << page.string() << '\n';
+    if (json) {
+        print_json(out, directory, page, facts);
+    } else {
+        out << page.string() << '\n';
+    }
     return exit_status::success;
 }
 

@@ -6,7 +6,9 @@
 #include "base/failures.hpp"
 #include "base/host_log.hpp"
 #include "base/journald_sink.hpp"
+#include "config/camera_name.hpp"
 #include "config/configuration_file.hpp"
+#include "config/settings.hpp"
 #include "plugin/plugin_library.hpp"
 #include "segments/recording_place.hpp"
 #include "session/recording_session.hpp"
@@ -33,9 +35,21 @@ void check_web(loaded_configuration const& loaded, run_options const& options) {
     }
 }
 
+std::vector<setting> values_of(run_options const& options) {
+    std::vector<setting> values;
+    for (auto const& text : options.values) {
+        try {
+            values.push_back(parse_setting(text));
+        } catch (setting_refused const& refused) {
+            throw usage_error(std::string("--set ") + refused.what());
+        }
+    }
+    return values;
+}
+
 /// Reads the configuration file and applies the command line to it.
 loaded_configuration read_configuration(run_options const& options) {
-    auto loaded = load_configuration(options.configuration);
+    auto loaded = load_configuration(options.configuration, values_of(options));
     if (options.frames) {
         loaded.values.run.frames = *options.frames;
     }
@@ -51,6 +65,8 @@ loaded_configuration read_configuration(run_options const& options) {
     if (!options.web_token.empty()) {
         loaded.values.web.token_file = options.web_token.string();
     }
+    take_name_from_environment(loaded.values);
+    loaded.values.output.directory = with_name(loaded.values.output.directory, name_of(loaded.values));
     check_web(loaded, options);
     check_directory_of_segments(loaded.values.output);
     if (goes_to_journal(STDOUT_FILENO) && !loaded.origins.contains("log.sinks")) {
@@ -62,7 +78,7 @@ loaded_configuration read_configuration(run_options const& options) {
 exit_status record(run_options const& options) {
     auto const loaded = read_configuration(options);
     signal_watch::block_signals();
-    log_opened const log;
+    log_opened const log(loaded.values.camera.name.value_or(std::string()));
     for (auto const& remark : remarks(loaded)) {
         log_warning(remark);
     }

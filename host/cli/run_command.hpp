@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "base/exit_status.hpp"
 
@@ -11,7 +13,8 @@ namespace mediagrabber {
 
 struct run_options {
     std::filesystem::path configuration;
-    std::filesystem::path plugin;  ///< empty: the default plug-in
+    std::vector<std::string> values;  ///< KEY=VALUE, instead of those of the file
+    std::filesystem::path plugin;     ///< empty: the default plug-in
     std::optional<std::uint32_t> frames;
     std::filesystem::path output;         ///< empty: as configured
     std::optional<std::string> pipeline;  ///< empty string: none

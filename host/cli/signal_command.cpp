@@ -102,10 +102,10 @@ pid_t process_of(std::string const& text) {
 }  // namespace
 
 exit_status signal_command(signal_options const& options, std::ostream& out, std::ostream& errors) {
-    bool const by_process = options.recording.service.empty() && options.recording.socket.empty();
+    bool const by_process = !options.recording.is_given();
     if (options.words.size() != (by_process ? 2U : 1U)) {
         throw usage_error(by_process ? "expected signal PID REQUEST, or signal --service NAME REQUEST"
-                                     : "expected one request beside --service or --socket");
+                                     : "expected one request beside --service, --socket or --name");
     }
     std::string const& name = options.words.back();
     int const number = signal_of(name);
@@ -117,7 +117,7 @@ exit_status signal_command(signal_options const& options, std::ostream& out, std
     }
     change_request request;
     request.signal = name;
-    return send_request(control_socket_of(options.recording), request, out, errors);
+    return send_request(control_socket_of(options.recording), request, false, out, errors);
 }
 
 }  // namespace mediagrabber

@@ -11,8 +11,8 @@
 namespace mediagrabber {
 
 struct signal_options {
-    std::vector<std::string> words;  ///< PID REQUEST, or REQUEST alone with a service or a socket
-    recording_address recording;     ///< used if it names a service or a socket
+    std::vector<std::string> words;  ///< PID REQUEST, or REQUEST alone with `recording`
+    recording_address recording;     ///< used if it is given
 };
 
 /// `mediagrabber signal`: sends a request to a recording, as a signal or over its control socket. Unlike `kill`, it

@@ -35,8 +35,9 @@ struct limits {
     float high = 0.0F;
 };
 
-/// `[camera]`: which camera is used.
+/// `[camera]`: which camera is used, and its name.
 struct camera_configuration {
+    std::optional<std::string> name;  ///< for people; see name_of()
     std::optional<std::string> model;
     std::optional<std::string> serial;
     std::optional<std::uint32_t> active_mask;
@@ -169,7 +170,7 @@ struct ring_configuration {
 /// `[mqtt]`: messages to a broker.
 struct mqtt_configuration {
     std::optional<std::string> broker;  ///< "mqtt://HOST:PORT" or "mqtts://HOST:PORT"; empty: no messages
-    std::string topic = "mediagrabber/{instance}";
+    std::string topic = "mediagrabber/{name}";
     bool frames = false;
     double health_interval_s = 10.0;
     std::optional<std::string> username;

@@ -15,8 +15,10 @@
 #include "base/unix_socket.hpp"
 #include "config/broker_address.hpp"
 #include "config/broker_credentials.hpp"
+#include "config/camera_name.hpp"
 #include "config/configuration_schema.hpp"
 #include "config/renamed_keys.hpp"
+#include "config/toml_value.hpp"
 #include "config/topic.hpp"
 #include "config/web_address.hpp"
 #include "frames/frame_format.hpp"
@@ -26,19 +28,24 @@ namespace mediagrabber {
 
 namespace {
 
+std::string place_of(std::filesystem::path const& file, file_position const& where) {
+    if (!where.option.empty()) {
+        return where.option;
+    }
+    return where.line == 0 ? file.string() : fmt::format("{}:{}:{}", file.string(), where.line, where.column);
+}
+
 std::string listed(std::filesystem::path const& file, std::vector<configuration_fault> const& faults) {
     std::string text;
     for (auto const& fault : faults) {
         text += text.empty() ? "" : "\n";
-        text += fault.where.line == 0
-                    ? fmt::format("{}: {}", file.string(), fault.what)
-                    : fmt::format("{}:{}:{}: {}", file.string(), fault.where.line, fault.where.column, fault.what);
+        text += fmt::format("{}: {}", place_of(file, fault.where), fault.what);
     }
     return text;
 }
 
 file_position position_of(toml::source_region const& region) {
-    return {.line = region.begin.line, .column = region.begin.column};
+    return {.line = region.begin.line, .column = region.begin.column, .option = {}};
 }
 
 /// A value as written in the file, shortened; a table as "a table".
@@ -57,7 +64,10 @@ std::string spelled(toml::node const& node) {
 class file_reader {
 public:
     /// \param directory  of the configuration file
-    file_reader(toml::table const& root, std::filesystem::path directory) : directory_(std::move(directory)) {
+    /// \param replaced   values that replace those of the file
+    file_reader(toml::table root, std::filesystem::path directory, std::vector<setting> const& replaced)
+        : directory_(std::move(directory)) {
+        replace_values(root, replaced);
         read_root(root);
     }
 
@@ -65,6 +75,8 @@ public:
     std::vector<configuration_fault> take_faults() { return std::move(faults_); }
 
 private:
+    void replace_values(toml::table& root, std::vector<setting> const& replaced);
+    file_position position_of_value(std::string const& path, toml::node const& node) const;
     void read_root(toml::table const& root);
     void read_table(std::string const& name, toml::table const& table);
     void read_lines(toml::node const& node);
@@ -72,6 +84,8 @@ private:
     template <typename target>
     bool read_value(schema_key<target> const& key, toml::node const& node, target& into);
     void refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known);
+    void complete_paths();
+    std::string complete(std::string const& path) const;
     void check_combinations();
     void check_broker();
     void check_web();
@@ -84,6 +98,7 @@ private:
     }
 
     std::filesystem::path const directory_;
+    std::set<std::string> replaced_;  ///< paths
     loaded_configuration loaded_;
     std::vector<configuration_fault> faults_;
 };
@@ -114,6 +129,36 @@ schema_key<target> const* find_key(std::vector<schema_key<target>> const& schema
     return found == schema.end() ? nullptr : &*found;
 }
 
+file_position in_option(std::string const& path) {
+    return {.line = 0, .column = 0, .option = "--set " + path};
+}
+
+/// A value that is not valid has its error when it is read, like one of the file.
+void file_reader::replace_values(toml::table& root, std::vector<setting> const& replaced) {
+    for (auto const& one : replaced) {
+        bool const is_known = one.path == "line" || find_key(configuration_schema(), one.path) != nullptr;
+        if (!is_known || !replaced_.insert(one.path).second) {
+            complain(in_option(one.path), is_known ? one.path + ": given twice" : unknown_key(one.path));
+            continue;
+        }
+        auto value = parse_value(one.value);
+        toml::table* table = &root;
+        std::string name = one.path;
+        if (auto const dot = name.find('.'); dot != name.npos) {
+            auto const at = root.insert(name.substr(0, dot), toml::table{}).first;
+            table = at->second.as_table();
+            name = name.substr(dot + 1);
+        }
+        if (table != nullptr) {
+            value.get("value")->visit([&](auto& node) { table->insert_or_assign(name, std::move(node)); });
+        }
+    }
+}
+
+file_position file_reader::position_of_value(std::string const& path, toml::node const& node) const {
+    return replaced_.contains(path) ? in_option(path) : position_of(node.source());
+}
+
 void file_reader::read_root(toml::table const& root) {
     auto const tables = known_tables();
     for (auto&& [key, node] : root) {
@@ -129,6 +174,7 @@ void file_reader::read_root(toml::table const& root) {
                      fmt::format("{}: {} is not a table, expected [{}]", name, spelled(node), name));
         }
     }
+    complete_paths();
     check_combinations();
     check_broker();
     check_web();
@@ -143,7 +189,7 @@ void file_reader::read_table(std::string const& name, toml::table const& table) 
         if (known == nullptr) {
             refuse_unknown(key, path, known_keys(configuration_schema(), name));
         } else if (read_value(*known, node, loaded_.values)) {
-            loaded_.origins[path] = position_of(node.source());
+            loaded_.origins[path] = position_of_value(path, node);
         }
     }
 }
@@ -151,7 +197,7 @@ void file_reader::read_table(std::string const& name, toml::table const& table) 
 void file_reader::read_lines(toml::node const& node) {
     auto const* const tables = node.as_array();
     if (tables == nullptr || !tables->is_array_of_tables()) {
-        complain(position_of(node.source()), "line: expected one [[line]] table per output");
+        complain(position_of_value("line", node), "line: expected one [[line]] table per output");
         return;
     }
     for (std::size_t i = 0; i < tables->size(); ++i) {
@@ -167,10 +213,10 @@ void file_reader::read_line(std::size_t index, toml::table const& table) {
         if (known == nullptr) {
             refuse_unknown(key, "line." + name, known_keys(io_line_schema(), "line"));
         } else if (read_value(*known, node, line)) {
-            loaded_.origins[fmt::format("line.{}.{}", index, name)] = position_of(node.source());
+            loaded_.origins[fmt::format("line.{}.{}", index, name)] = position_of_value("line", node);
         }
     }
-    auto const where = position_of(table.source());
+    auto const where = position_of_value("line", table);
     for (char const* const required : {"pin", "source"}) {
         if (!table.contains(required)) {
             complain(where, fmt::format("line.{}: missing, expected {}", required,
@@ -191,13 +237,16 @@ bool file_reader::read_value(schema_key<target> const& key, toml::node const& no
     }
     auto const text = node.value_exact<std::string>();
     auto const renaming = text ? renaming_of_value(key.path, *text) : std::nullopt;
-    complain(position_of(node.source()), renaming.value_or(invalid_value(key, spelled(node))));
+    auto const path = key.path.starts_with("line.") ? std::string("line") : key.path;
+    complain(position_of_value(path, node), renaming.value_or(invalid_value(key, spelled(node))));
     return false;
 }
 
 void file_reader::refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known) {
-    complain(position_of(key.source()), renaming_of_key(path).value_or(fmt::format(
-                                            "{}: unknown key, expected one of {}", path, fmt::join(known, ", "))));
+    bool const is_replaced = path.starts_with("line.") && replaced_.contains("line");
+    complain(is_replaced ? in_option("line") : position_of(key.source()),
+             renaming_of_key(path).value_or(
+                 fmt::format("{}: unknown key, expected one of {}", path, fmt::join(known, ", "))));
 }
 
 /// Values that are valid on their own and not together.
@@ -222,12 +271,29 @@ void file_reader::check_combinations() {
     }
 }
 
+/// The files that are read here become absolute when they are.
+void file_reader::complete_paths() {
+    auto& values = loaded_.values;
+    if (loaded_.origins.contains("output.directory")) {
+        values.output.directory = complete(values.output.directory);
+    }
+    if (values.control.socket && values.control.socket != "none") {
+        values.control.socket = complete(*values.control.socket);
+    }
+    for (auto* const path : {&values.ring.socket, &values.web.token_file}) {
+        if (*path) {
+            *path = complete(**path);
+        }
+    }
+}
+
+std::string file_reader::complete(std::string const& path) const {
+    return std::filesystem::absolute(directory_ / path).lexically_normal().string();
+}
+
 /// Checks only the syntax of the address: the command line may replace it and add a token.
 void file_reader::check_web() {
-    auto& values = loaded_.values;
-    if (values.web.token_file) {
-        values.web.token_file = std::filesystem::absolute(directory_ / *values.web.token_file).lexically_normal();
-    }
+    auto const& values = loaded_.values;
     auto const check = [this](char const* path, auto const& checked) {
         try {
             checked();
@@ -266,7 +332,11 @@ void file_reader::check_broker() {
     if (values.mqtt.broker) {
         check("mqtt.broker", [&] { parse_broker_address(*values.mqtt.broker); });
     }
-    check("mqtt.topic", [&] { check_topic(topic_of(values.mqtt, values.log.instance)); });
+    check("mqtt.topic", [&] { check_topic(topic_of(values.mqtt, name_of(values))); });
+    if (values.mqtt.topic.find("{instance}") != std::string::npos) {
+        complain(loaded_.origins["mqtt.topic"],
+                 "mqtt.topic: {instance} was renamed to {name}, which is replaced by camera.name");
+    }
     if (values.mqtt.password_file && !values.mqtt.username) {
         complain(loaded_.origins["mqtt.password_file"], "mqtt.password_file: mqtt.username is required");
     }
@@ -283,7 +353,7 @@ void file_reader::check_file(char const* key, std::optional<std::string>& name,
     if (!name) {
         return;
     }
-    name = std::filesystem::absolute(directory_ / *name).lexically_normal().string();
+    name = complete(*name);
     try {
         check(*name);
     } catch (std::system_error const& error) {
@@ -333,7 +403,7 @@ bool is_temporary(std::error_code const& code) {
 
 }  // namespace
 
-loaded_configuration load_configuration(std::filesystem::path const& file) {
+loaded_configuration load_configuration(std::filesystem::path const& file, std::vector<setting> const& replaced) {
     std::string text;
     try {
         text = read_bounded_file(file, max_configuration_file);
@@ -342,10 +412,11 @@ loaded_configuration load_configuration(std::filesystem::path const& file) {
     } catch (std::exception const& error) {
         throw configuration_error(file, {{.where = {}, .what = error.what(), .temporary = false}});
     }
-    return parse_configuration(text, file);
+    return parse_configuration(text, file, replaced);
 }
 
-loaded_configuration parse_configuration(std::string const& text, std::filesystem::path const& file) {
+loaded_configuration parse_configuration(std::string const& text, std::filesystem::path const& file,
+                                         std::vector<setting> const& replaced) {
     toml::table root;
     try {
         root = toml::parse(text, file.string());
@@ -354,7 +425,7 @@ loaded_configuration parse_configuration(std::string const& text, std::filesyste
             file,
             {{.where = position_of(error.source()), .what = std::string(error.description()), .temporary = false}});
     }
-    file_reader reader(root, file.parent_path());
+    file_reader reader(std::move(root), file.parent_path(), replaced);
     auto faults = reader.take_faults();
     if (!faults.empty()) {
         std::stable_sort(faults.begin(), faults.end(), [](auto const& a, auto const& b) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "config/configuration.hpp"
+#include "config/setting.hpp"
 
 namespace mediagrabber {
 
@@ -16,6 +17,7 @@ namespace mediagrabber {
 struct file_position {
     std::uint32_t line = 0;
     std::uint32_t column = 0;
+    std::string option = {};  ///< of the command line, which has the value instead of the file; empty: none
 };
 
 /// One error in a configuration file.
@@ -25,7 +27,8 @@ struct configuration_fault {
     bool temporary = false;  ///< a file could not be read; a later attempt may succeed
 };
 
-/// Thrown for a configuration file with errors. `what()` lists them, one per line, as FILE:LINE:COLUMN: TEXT.
+/// Thrown for a configuration file with errors. `what()` lists them, one per line, as FILE:LINE:COLUMN: TEXT
+/// or --set KEY: TEXT.
 class configuration_error : public std::runtime_error {
 public:
     configuration_error(std::filesystem::path const& file, std::vector<configuration_fault> faults);
@@ -47,13 +50,16 @@ struct loaded_configuration {
 inline constexpr std::size_t max_configuration_file = 1U << 20U;
 
 /// Reads and checks a configuration file and the files that it names.
+/// \param replaced  values that replace those of the file
 /// \throws configuration_error with all errors of the file
-loaded_configuration load_configuration(std::filesystem::path const& file);
+loaded_configuration load_configuration(std::filesystem::path const& file, std::vector<setting> const& replaced = {});
 
 /// Reads and checks the text of a configuration file.
-/// \param file  named in messages; paths in the text are relative to its directory
+/// \param file      named in messages; paths in the text are relative to its directory
+/// \param replaced  values that replace those of the text
 /// \throws configuration_error with all errors
-loaded_configuration parse_configuration(std::string const& text, std::filesystem::path const& file);
+loaded_configuration parse_configuration(std::string const& text, std::filesystem::path const& file,
+                                         std::vector<setting> const& replaced = {});
 
 /// Reads the LUT file that a configuration names, and makes its path absolute.
 /// \param directory  that a relative path refers to

@@ -7,14 +7,18 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <type_traits>
 #include <utility>
 
+#include "config/camera_name.hpp"
 #include "frames/frame_format.hpp"
 
 namespace mediagrabber {
 
 namespace {
+
+using nlohmann::json;
 
 constexpr std::size_t max_path = 4096;  ///< PATH_MAX of Linux
 
@@ -73,15 +77,18 @@ struct description {
     char const* getter;
     change_effect effect;
     char const* meaning;
+    char const* example = "";  ///< as TOML; only of keys without a default value
 };
 
 template <typename target>
-schema_key<target> described(description const& text, std::string const& expects) {
+schema_key<target> described(description const& text, std::string const& expects, json const& schema) {
     return {.path = text.path,
             .expects = expects,
+            .json_schema = schema.dump(),
             .unit = text.unit,
             .default_text = text.default_text,
             .meaning = text.meaning,
+            .example = text.example,
             .getter = text.getter,
             .effect = text.effect,
             .read = {},
@@ -92,7 +99,8 @@ schema_key<target> described(description const& text, std::string const& expects
 template <typename target, typename field>
 schema_key<target> integer_key(description const& text, field target::*member, std::int64_t low, std::int64_t high) {
     using number = typename value_of<field>::type;
-    auto key = described<target>(text, fmt::format("an integer from {} to {}", low, high));
+    auto key = described<target>(text, fmt::format("an integer from {} to {}", low, high),
+                                 {{"type", "integer"}, {"minimum", low}, {"maximum", high}});
     key.read = [member, low, high](toml::node const& node, target& into) {
         auto const value = node.value_exact<std::int64_t>();
         if (!value || *value < low || *value > high) {
@@ -103,6 +111,22 @@ schema_key<target> integer_key(description const& text, field target::*member, s
     };
     key.show = [member](target const& from) { return show_field(from.*member, spell<number>); };
     return key;
+}
+
+json number_schema(double low, double high) {
+    return {{"type", "number"}, {"minimum", low}, {"maximum", high}};
+}
+
+/// JSON counts characters, of which no more than bytes fit.
+json text_schema(std::size_t max_bytes) {
+    return {{"type", "string"}, {"minLength", 1}, {"maxLength", max_bytes}};
+}
+
+json camera_name_schema() {
+    auto schema = text_schema(max_camera_name);
+    schema["pattern"] =
+        R"(^[^ ./+#{}$\u0000-\u001f\u007f-\u009f]([^/+#{}\u0000-\u001f\u007f-\u009f]*[^ /+#{}\u0000-\u001f\u007f-\u009f])?$)";
+    return schema;
 }
 
 /// A finite number within limits, as an integer or a float of TOML.
@@ -117,7 +141,8 @@ std::optional<double> number_within(toml::node const& node, double low, double h
 template <typename target, typename field>
 schema_key<target> number_key(description const& text, field target::*member, double low, double high) {
     using number = typename value_of<field>::type;
-    auto key = described<target>(text, fmt::format("a number from {} to {}", spell(low), spell(high)));
+    auto key = described<target>(text, fmt::format("a number from {} to {}", spell(low), spell(high)),
+                                 number_schema(low, high));
     key.read = [member, low, high](toml::node const& node, target& into) {
         auto const value = number_within(node, low, high);
         if (value) {
@@ -132,7 +157,8 @@ schema_key<target> number_key(description const& text, field target::*member, do
 template <typename target, typename field>
 schema_key<target> limits_key(description const& text, field target::*member, double low, double high) {
     auto key = described<target>(
-        text, fmt::format("[low, high], two numbers from {} to {} with low < high", spell(low), spell(high)));
+        text, fmt::format("[low, high], two numbers from {} to {} with low < high", spell(low), spell(high)),
+        {{"type", "array"}, {"items", number_schema(low, high)}, {"minItems", 2}, {"maxItems", 2}});
     key.read = [member, low, high](toml::node const& node, target& into) {
         auto const* const pair = node.as_array();
         if (pair == nullptr || pair->size() != 2) {
@@ -160,7 +186,7 @@ schema_key<target> limits_key(description const& text, field target::*member, do
 
 template <typename target>
 schema_key<target> switch_key(description const& text, bool target::*member) {
-    auto key = described<target>(text, "true or false");
+    auto key = described<target>(text, "true or false", {{"type", "boolean"}});
     key.read = [member](toml::node const& node, target& into) {
         auto const value = node.value_exact<bool>();
         into.*member = value.value_or(into.*member);
@@ -172,7 +198,7 @@ schema_key<target> switch_key(description const& text, bool target::*member) {
 
 template <typename target, typename field>
 schema_key<target> text_key(description const& text, field target::*member, std::size_t max_bytes) {
-    auto key = described<target>(text, fmt::format("a string of 1 to {} bytes", max_bytes));
+    auto key = described<target>(text, fmt::format("a string of 1 to {} bytes", max_bytes), text_schema(max_bytes));
     key.read = [member, max_bytes](toml::node const& node, target& into) {
         auto const value = node.value_exact<std::string>();
         bool const fits = value && !value->empty() && value->size() <= max_bytes && value->find('\0') == value->npos;
@@ -180,6 +206,21 @@ schema_key<target> text_key(description const& text, field target::*member, std:
             into.*member = *value;
         }
         return fits;
+    };
+    key.show = [member](target const& from) { return show_field(from.*member, quoted); };
+    return key;
+}
+
+template <typename target>
+schema_key<target> name_key(description const& text, std::optional<std::string> target::*member) {
+    auto key = described<target>(text, expected_camera_name(), camera_name_schema());
+    key.read = [member](toml::node const& node, target& into) {
+        auto const value = node.value_exact<std::string>();
+        bool const valid = value && is_camera_name(*value);
+        if (valid) {
+            into.*member = *value;
+        }
+        return valid;
     };
     key.show = [member](target const& from) { return show_field(from.*member, quoted); };
     return key;
@@ -198,6 +239,15 @@ std::string one_of(named_values<value> const& choices) {
 }
 
 template <typename value>
+json names_of(named_values<value> const& choices) {
+    auto names = json::array();
+    for (auto const& [name, meant] : choices) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+template <typename value>
 value const* find_named(named_values<value> const& choices, toml::node const& node) {
     auto const name = node.value_exact<std::string>();
     for (auto const& [known, meant] : choices) {
@@ -210,7 +260,7 @@ value const* find_named(named_values<value> const& choices, toml::node const& no
 
 template <typename target, typename field>
 schema_key<target> choice_key(description const& text, field target::*member, named_values<field> const& choices) {
-    auto key = described<target>(text, one_of(choices));
+    auto key = described<target>(text, one_of(choices), {{"enum", names_of(choices)}});
     key.read = [member, choices](toml::node const& node, target& into) {
         auto const* const chosen = find_named(choices, node);
         if (chosen != nullptr) {
@@ -235,6 +285,7 @@ schema_key<target> integer_or_word_key(description const& text, std::optional<nu
                                        std::int64_t high, std::string const& word) {
     auto key = integer_key(text, member, low, high);
     key.expects += " or " + quoted(word);
+    key.json_schema = json{{"anyOf", {json::parse(key.json_schema), {{"const", word}}}}}.dump();
     key.read = [member, word, integer = key.read](toml::node const& node, target& into) {
         if (node.value_exact<std::string>() == word) {
             into.*member = std::nullopt;
@@ -257,7 +308,7 @@ schema_key<tone_configuration> lut_key(description const& text) {
 }
 
 schema_key<image_configuration> rotation_key(description const& text) {
-    auto key = described<image_configuration>(text, "0 or 180");
+    auto key = described<image_configuration>(text, "0 or 180", {{"enum", {0, 180}}});
     key.read = [](toml::node const& node, image_configuration& into) {
         auto const value = node.value_exact<std::int64_t>();
         std::int64_t const degrees = value.value_or(-1);
@@ -272,7 +323,8 @@ schema_key<image_configuration> rotation_key(description const& text) {
 /// A set of the plug-in's log sinks; an empty list selects none.
 schema_key<log_configuration> sinks_key(description const& text) {
     static named_values<std::uint32_t> const sinks{{"stdout", log_sink_stdout}, {"syslog", log_sink_syslog}};
-    auto key = described<log_configuration>(text, "a list of strings, each " + one_of(sinks));
+    auto key = described<log_configuration>(text, "a list of strings, each " + one_of(sinks),
+                                            {{"type", "array"}, {"items", {{"enum", names_of(sinks)}}}});
     key.read = [](toml::node const& node, log_configuration& into) {
         auto const* const list = node.as_array();
         if (list == nullptr) {
@@ -332,9 +384,11 @@ configuration_key key_of(part configuration::*member, schema_key<part> const& ke
     configuration_key lifted{
         .path = key.path,
         .expects = key.expects,
+        .json_schema = key.json_schema,
         .unit = key.unit,
         .default_text = key.default_text,
         .meaning = key.meaning,
+        .example = key.example,
         .getter = key.getter,
         .effect = key.effect,
         .read = [member, read = key.read](toml::node const& node,
@@ -380,15 +434,21 @@ keys camera_keys() {
     using part = camera_configuration;
     return keys_of<part>(
         &configuration::camera,
-        {text_key({"camera.model", "", "any", "MgGiMainCtx__GetModelStr", restart,
-                   "Model name of the camera to use, exactly as the camera reports it."},
+        {name_key({"camera.name", "", "of a service its instance's name, otherwise log.instance", "", next_start,
+                   "Name of the recording. It replaces {name} in output.directory and mqtt.topic, and identifies the"
+                   " recording in metrics, messages, the page, the log and the path of the control socket.",
+                   R"("left")"},
+                  &part::name),
+         text_key({"camera.model", "", "any", "MgGiMainCtx__GetModelStr", restart,
+                   "Model name of the camera to use, exactly as the camera reports it.", R"("GO-5100M-PGE")"},
                   &part::model, max_camera_text),
          text_key({"camera.serial", "", "any", "MgGiMainCtx__GetIdStr", restart,
-                   "Serial number of the camera to use. Requires camera.model."},
+                   "Serial number of the camera to use. Requires camera.model.", R"("U500001")"},
                   &part::serial, max_camera_text),
-         integer_key({"camera.active_mask", "", "1 without camera.model, otherwise 0", "MgGiMainCtx__GetActiveCamMask",
-                      restart, "Bit i selects the camera at index i of the list that `mediagrabber cameras` prints."},
-                     &part::active_mask, 0, 4'294'967'295)});
+         integer_key(
+             {"camera.active_mask", "", "1 without camera.model, otherwise 0", "MgGiMainCtx__GetActiveCamMask", restart,
+              "Bit i selects the camera at index i of the list that `mediagrabber cameras` prints.", "1"},
+             &part::active_mask, 0, 4'294'967'295)});
 }
 
 keys image_keys() {
@@ -396,16 +456,16 @@ keys image_keys() {
     return keys_of<part>(
         &configuration::image,
         {integer_key({"image.width", "pixels", camera_value, "MgGiMainCtx__GetWidth", restart,
-                      "Width of the region of interest."},
+                      "Width of the region of interest.", "1280"},
                      &part::width, 1, max_side),
          integer_key({"image.height", "pixels", camera_value, "MgGiMainCtx__GetHeight", restart,
-                      "Height of the region of interest."},
+                      "Height of the region of interest.", "1024"},
                      &part::height, 1, max_side),
          integer_key({"image.offset_x", "pixels", camera_value, "MgGiMainCtx__GetOffsetX", restart,
-                      "Left edge of the region of interest."},
+                      "Left edge of the region of interest.", "0"},
                      &part::offset_x, 0, max_side),
          integer_key({"image.offset_y", "pixels", camera_value, "MgGiMainCtx__GetOffsetY", restart,
-                      "Upper edge of the region of interest."},
+                      "Upper edge of the region of interest.", "0"},
                      &part::offset_y, 0, max_side),
          choice_key({"image.format", "", "\"Mono8\"", "MgGiMainCtx__GetFormat", restart,
                      "Pixel format of the camera, as GenICam's PixelFormat names it. Mono12Packed is GigE Vision's"
@@ -432,9 +492,9 @@ keys timing_keys() {
     using part = timing_configuration;
     return keys_of<part>(
         &configuration::timing,
-        {number_key(
-             {"timing.frame_rate_hz", "frames/s", camera_value, "MgGiMainCtx__GetFps", reconfiguration, "Frame rate."},
-             &part::frame_rate_hz, 0.01, 100'000.0),
+        {number_key({"timing.frame_rate_hz", "frames/s", camera_value, "MgGiMainCtx__GetFps", reconfiguration,
+                     "Frame rate.", "25"},
+                    &part::frame_rate_hz, 0.01, 100'000.0),
          integer_key({"timing.clock_correction_ppb", "ns/s", "0", "MgGiMainCtx__GetTsadjns", live_update,
                       "How much slower the camera clock runs than the host clock; `mediagrabber calibrate` measures it."
                       " With a value other than 0, timestamps come from the camera clock, corrected by this value; with"
@@ -451,11 +511,12 @@ keys exposure_keys() {
                      " \"unchanged\" leaves the camera's mode."},
                     &part::automatic, mode_choices()),
          number_key({"exposure.time_us", "us", camera_value, "MgGiMainCtx__GetExptMan", live_update,
-                     "Exposure time. Requires exposure.auto = \"Off\"."},
+                     "Exposure time. Requires exposure.auto = \"Off\".", "1000"},
                     &part::time_us, 0.1, max_exposure_us),
-         limits_key({"exposure.limits_us", "us", camera_value, "MgGiMainCtx__GetEtlimsLow, MgGiMainCtx__GetEtlimsHigh",
-                     live_update, "Limits of automatic exposure. Requires exposure.auto = \"Continuous\"."},
-                    &part::limits_us, 1.0, max_exposure_us)});
+         limits_key(
+             {"exposure.limits_us", "us", camera_value, "MgGiMainCtx__GetEtlimsLow, MgGiMainCtx__GetEtlimsHigh",
+              live_update, "Limits of automatic exposure. Requires exposure.auto = \"Continuous\".", "[100, 10000]"},
+             &part::limits_us, 1.0, max_exposure_us)});
 }
 
 keys gain_keys() {
@@ -467,10 +528,10 @@ keys gain_keys() {
                      " camera's mode."},
                     &part::automatic, mode_choices()),
          number_key({"gain.db", "dB", camera_value, "MgGiMainCtx__GetGainMan", live_update,
-                     "Gain. Requires gain.auto = \"Off\"."},
+                     "Gain. Requires gain.auto = \"Off\".", "6"},
                     &part::db, -max_gain_db, max_gain_db),
          limits_key({"gain.limits_db", "dB", camera_value, "MgGiMainCtx__GetGainlimsLow, MgGiMainCtx__GetGainlimsHigh",
-                     live_update, "Limits of automatic gain. Requires gain.auto = \"Continuous\"."},
+                     live_update, "Limits of automatic gain. Requires gain.auto = \"Continuous\".", "[0, 12]"},
                     &part::limits_db, -max_gain_db, max_gain_db)});
 }
 
@@ -480,7 +541,8 @@ keys automatic_keys() {
         &configuration::automatic,
         {number_key({"auto.brightness", "fraction of full scale", camera_value, "MgGiMainCtx__GetAtbright", live_update,
                      "Target brightness of automatic exposure and gain. Requires exposure.auto or gain.auto ="
-                     " \"Continuous\"."},
+                     " \"Continuous\".",
+                     "0.5"},
                     &part::brightness, 0.0, 1.0),
          switch_key({"auto.area", "", "false", "MgGiMainCtx__GetSweepProf", live_update,
                      "Whether automatic exposure and gain measure in the area that is set in the camera instead of the"
@@ -495,16 +557,18 @@ keys tone_keys() {
         {switch_key({"tone.enable", "", "false", "MgGiMainCtx__GetSweepLutMod", live_update,
                      "Whether the LUT and the gamma of the camera are configured."},
                     &part::enable),
-         number_key({"tone.gamma", "", camera_value, "MgGiMainCtx__GetGamma", live_update,
-                     "Gamma; 1 disables it. Requires tone.enable, and has no effect while tone.lut names a file."},
-                    &part::gamma, 0.01, 10.0),
+         number_key(
+             {"tone.gamma", "", camera_value, "MgGiMainCtx__GetGamma", live_update,
+              "Gamma; 1 disables it. Requires tone.enable, and has no effect while tone.lut names a file.", "0.45"},
+             &part::gamma, 0.01, 10.0),
          lut_key({"tone.lut", "", "as set in the camera", "MgGiMainCtx__GetLutDataU16, MgGiMainCtx__GetLutArrCount",
                   live_update,
                   "File with a LUT for the camera (.csv, .txt, .tif, .tiff or .npy), relative to the configuration"
                   " file and loaded together with it; \"none\" switches off any LUT that the camera has, also a"
-                  " calculated one. Requires tone.enable."}),
+                  " calculated one. Requires tone.enable.",
+                  R"("lut.csv")"}),
          integer_key({"tone.lut_bits", "bits", "from the type of the file's values", "MgGiMainCtx__GetLutBitSize",
-                      live_update, "Full scale of the integers in tone.lut, for example 12 where 4095 is white."},
+                      live_update, "Full scale of the integers in tone.lut, for example 12 where 4095 is white.", "12"},
                      &part::lut_bits, 8, 16),
          number_key({"tone.contrast_limit", "", "4", "", live_update,
                      "Maximum slope of a histogram-equalised LUT, as a multiple of the slope of the identity."},
@@ -552,7 +616,7 @@ keys output_keys() {
         {text_key({"output.directory", "", "\"recording\"", "", next_start,
                    "Directory for the frame index (frames.jsonl) and the frames; created if missing. {time} is replaced"
                    " by the start time of the recording or segment (UTC), for example 20261121T173318Z, {date} by its"
-                   " date, 20261121."},
+                   " date, 20261121, and {name} by camera.name."},
                   &part::directory, max_path),
          choice_key(
              {"output.format", "", "\"tiff\"", "", next_start,
@@ -595,7 +659,8 @@ keys output_keys() {
          text_key({"output.pipeline", "", "none", "", next_start,
                    "GStreamer pipeline that also receives every frame, in the syntax of gst-launch-1.0, without the"
                    " source. {directory} is replaced by the directory of the recording, {n} by the number of times that"
-                   " the pipeline has been started, counted from 1."},
+                   " the pipeline has been started, counted from 1.",
+                   R"("videoconvert ! x264enc ! matroskamux ! filesink location={directory}/{n}.mkv")"},
                   &part::pipeline, max_path)});
 }
 
@@ -616,13 +681,14 @@ keys control_keys() {
     using part = control_configuration;
     return keys_of<part>(
         &configuration::control,
-        {text_key({"control.socket", "", "by user and log.instance", "", next_start,
-                   "Unix socket that `mediagrabber set` connects to, mode 0600; \"none\" disables it."},
+        {text_key({"control.socket", "", "by user and camera.name", "", next_start,
+                   "Unix socket that `mediagrabber set` connects to, mode 0600; \"none\" disables it.", R"("none")"},
                   &part::socket, max_socket_path),
          text_key(
              {"control.group", "", "none", "", next_start,
               "Name or number of a group whose members may connect, too; the socket then has mode 0660. The user of"
-              " the recording must be a member or root."},
+              " the recording must be a member or root.",
+              R"("video")"},
              &part::group, max_group)});
 }
 
@@ -631,15 +697,17 @@ keys web_keys() {
     return keys_of<part>(
         &configuration::web,
         {text_key({"web.address", "", "none, no page", "", next_start,
-                   "Address and port of the live page, for example \"127.0.0.1:8080\"."},
+                   "Address and port of the live page, for example \"127.0.0.1:8080\".", R"("127.0.0.1:8080")"},
                   &part::address, max_address),
          text_key({"web.token_file", "", "none", "", next_start,
-                   "File with the access token of the live page. Required if other machines can reach the address."},
+                   "File with the access token of the live page. Required if other machines can reach the address.",
+                   R"("page-token")"},
                   &part::token_file, max_path),
          text_key(
              {"web.public_origin", "", "none", "", next_start,
               "Origin at which a reverse proxy serves the page, for example \"https://camera.example\". Requests for"
-              " it are accepted, and cookies are Secure with https. Requires web.token_file."},
+              " it are accepted, and cookies are Secure with https. Requires web.token_file.",
+              R"("https://camera.example")"},
              &part::public_origin, max_address)});
 }
 
@@ -648,12 +716,14 @@ keys ring_keys() {
     return keys_of<part>(
         &configuration::ring,
         {text_key({"ring.socket", "", "none", "", next_start,
-                   "Unix socket through which other programs of this user map the frames in shared memory, mode 0600."},
+                   "Unix socket through which other programs of this user map the frames in shared memory, mode 0600.",
+                   R"("frames.sock")"},
                   &part::socket, max_socket_path),
          text_key(
              {"ring.group", "", "none", "", next_start,
               "Name or number of a group whose members may connect, too; the socket then has mode 0660. The user of"
-              " the recording must be a member or root."},
+              " the recording must be a member or root.",
+              R"("video")"},
              &part::group, max_group)});
 }
 
@@ -662,10 +732,10 @@ keys mqtt_keys() {
     return keys_of<part>(
         &configuration::mqtt,
         {text_key({"mqtt.broker", "", "none, no messages", "", next_start,
-                   "MQTT broker, \"mqtt://HOST:1883\", with TLS \"mqtts://HOST:8883\"."},
+                   "MQTT broker, \"mqtt://HOST:1883\", with TLS \"mqtts://HOST:8883\".", R"("mqtts://broker.example")"},
                   &part::broker, max_address),
-         text_key({"mqtt.topic", "", "\"mediagrabber/{instance}\"", "", next_start,
-                   "Prefix of all topics of this recording. {instance} is replaced by log.instance."},
+         text_key({"mqtt.topic", "", "\"mediagrabber/{name}\"", "", next_start,
+                   "Prefix of all topics of this recording. {name} is replaced by camera.name."},
                   &part::topic, max_topic),
          switch_key({"mqtt.frames", "", "false", "", next_start,
                      "Whether a message is published for each frame, with the same content as its line in the frame"
@@ -673,21 +743,24 @@ keys mqtt_keys() {
                     &part::frames),
          number_key({"mqtt.health_interval_s", "s", "10", "", next_start, "Interval of the health messages."},
                     &part::health_interval_s, 0.1, max_wait_s),
-         text_key({"mqtt.username", "", "none", "", next_start, "User name for the broker."}, &part::username,
-                  max_username),
+         text_key({"mqtt.username", "", "none", "", next_start, "User name for the broker.", R"("cell-1")"},
+                  &part::username, max_username),
          text_key({"mqtt.password_file", "", "none", "", next_start,
                    "File with the password in its first line, not accessible to other users. Requires mqtt.username."
-                   " This path and those of the following three keys are relative to the configuration file."},
+                   " This path and those of the following three keys are relative to the configuration file.",
+                   R"("broker-password")"},
                   &part::password_file, max_path),
          text_key({"mqtt.ca_file", "", "the system's certificate authorities", "", next_start,
                    "Certificates (PEM) of the authorities that may have signed the broker's certificate. Requires an"
-                   " mqtts:// broker."},
+                   " mqtts:// broker.",
+                   R"("authority.pem")"},
                   &part::ca_file, max_path),
          text_key({"mqtt.certificate_file", "", "none", "", next_start,
-                   "Client certificate (PEM). Requires an mqtts:// broker and mqtt.key_file."},
+                   "Client certificate (PEM). Requires an mqtts:// broker and mqtt.key_file.", R"("client.pem")"},
                   &part::certificate_file, max_path),
          text_key({"mqtt.key_file", "", "none", "", next_start,
-                   "Private key (PEM, without a passphrase) of mqtt.certificate_file, not accessible to other users."},
+                   "Private key (PEM, without a passphrase) of mqtt.certificate_file, not accessible to other users.",
+                   R"("client.key")"},
                   &part::key_file, max_path),
          integer_key(
              {"mqtt.queue_frames", "frames", "1024", "", next_start,
@@ -706,10 +779,11 @@ keys log_keys() {
          sinks_key({"log.sinks", "", "[\"stdout\"], as a service [\"syslog\"]", "", live_update,
                     "Where the plug-in logs to. A service is a mediagrabber whose standard output goes to the systemd"
                     " journal."}),
-         integer_key({"log.instance", "", "0", "", next_start,
-                      "Number in the syslog ident, \"mediagrabber.0\". Distinguishes several recordings on one"
-                      " machine."},
-                     &part::instance, 0, 4'294'967'295)});
+         integer_key(
+             {"log.instance", "", "0", "", next_start,
+              "Number for the plug-in, which it appends to its syslog ident: \"mediagrabber.0\". camera.name is the"
+              " name for everything else."},
+             &part::instance, 0, 4'294'967'295)});
 }
 
 std::vector<configuration_key> all_keys() {
@@ -721,20 +795,6 @@ std::vector<configuration_key> all_keys() {
         std::move(some.begin(), some.end(), std::back_inserter(all));
     }
     return all;
-}
-
-/// The column "A change takes effect" of the reference.
-std::string_view effect_text(change_effect effect) {
-    switch (effect) {
-        case live_update:
-        case reconfiguration:
-            return "while running";
-        case restart:
-            return "acquisition restarts";
-        case next_start:
-            return "at the next start";
-    }
-    return {};
 }
 
 template <typename target>
@@ -763,11 +823,12 @@ std::vector<configuration_key> const& configuration_schema() {
 std::vector<io_line_key> const& io_line_schema() {
     static std::vector<io_line_key> const schema{
         choice_key({"line.pin", "", "none, required", "MgGiMainCtx__GetIoboxNum, MgGiMainCtx__GetIoboxPin", live_update,
-                    "Output that a [[line]] table configures. Each output may have one table."},
+                    "Output that a [[line]] table configures. Each output may have one table.", R"("Out1")"},
                    &io_line::pin, named_values<std::uint32_t>{{"Out1", 5}, {"Out2", 6}}),
         choice_key(
             {"line.source", "", "none, required", "MgGiMainCtx__GetIoboxSrc", live_update,
-             "Signal of the output, as GenICam's LineSource names it: constantly low, or active during exposure."},
+             "Signal of the output, as GenICam's LineSource names it: constantly low, or active during exposure.",
+             R"("ExposureActive")"},
             &io_line::source,
             named_values<line_source>{{"Low", line_source::low}, {"ExposureActive", line_source::exposure_active}}),
         switch_key(
@@ -775,6 +836,19 @@ std::vector<io_line_key> const& io_line_schema() {
             &io_line::inverted),
     };
     return schema;
+}
+
+std::string_view effect_text(change_effect effect) {
+    switch (effect) {
+        case live_update:
+        case reconfiguration:
+            return "while running";
+        case restart:
+            return "acquisition restarts";
+        case next_start:
+            return "at the next start";
+    }
+    return {};
 }
 
 std::string configuration_reference() {

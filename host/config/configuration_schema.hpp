@@ -24,16 +24,18 @@ enum class change_effect : std::uint8_t {
 
 /// One key of the configuration file: its documentation, and functions that read it into a `target` and print it.
 ///
-/// The schema is the only list of the keys. The file reader, `mediagrabber set`, `check`, `keys` and the live page all
-/// iterate over it, so a new key is one entry here and one member of a configuration part.
+/// The schema is the only list of the keys. The file reader, `mediagrabber set`, `get`, `check`, `keys` and the live
+/// page all iterate over it, so a new key is one entry here and one member of a configuration part.
 template <typename target>
 struct schema_key {
-    std::string path;     ///< table and key, "image.width"
-    std::string expects;  ///< valid values, "an integer from 1 to 65535"
-    std::string unit;     ///< empty: none
+    std::string path;         ///< table and key, "image.width"
+    std::string expects;      ///< valid values, "an integer from 1 to 65535"
+    std::string json_schema;  ///< the same as a JSON schema, {"type": "integer", "minimum": 1, "maximum": 65535}
+    std::string unit;         ///< empty: none
     std::string default_text;
     std::string meaning;
-    std::string getter;  ///< host functions that return it; empty: only the host uses it
+    std::string example;  ///< as TOML; empty if there is a default value
+    std::string getter;   ///< host functions that return it; empty: only the host uses it
     change_effect effect = change_effect::live_update;
     /// Stores a value. \return whether it is valid; if not, `target` is unchanged
     std::function<bool(toml::node const&, target&)> read;
@@ -62,6 +64,9 @@ std::string invalid_value(schema_key<target> const& key, std::string_view shown)
     return fmt::format("{}: {} is not valid, expected {}{}", key.path, shown, key.expects,
                        key.unit.empty() ? "" : fmt::format(" ({})", key.unit));
 }
+
+/// When a change takes effect, as in the manual: "while running".
+std::string_view effect_text(change_effect effect);
 
 /// All keys as a Markdown table, for the manual.
 std::string configuration_reference();

@@ -30,4 +30,7 @@ std::optional<std::string> renaming_of_key(std::string_view path);
 /// \return the error message for a value of earlier versions, nothing for any other
 std::optional<std::string> renaming_of_value(std::string_view path, std::string_view value);
 
+/// The error message for a key that does not exist: its new name, or the known keys with the nearest names.
+std::string unknown_key(std::string_view path);
+
 }  // namespace mediagrabber

@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "config/configuration_file.hpp"
 #include "config/renamed_keys.hpp"
+#include "config/toml_value.hpp"
 
 namespace mediagrabber {
 
@@ -19,22 +19,10 @@ configuration_key const* find_key(std::string const& path) {
     return found == schema.end() ? nullptr : &*found;
 }
 
-std::string changeable_keys(change_effect max_effect) {
-    std::vector<std::string_view> paths;
-    for (auto const& key : configuration_schema()) {
-        if (key.effect <= max_effect) {
-            paths.push_back(key.path);
-        }
-    }
-    return fmt::format("{}", fmt::join(paths, ", "));
-}
-
 configuration_key const& known_key(std::string const& path, change_effect max_effect) {
     auto const* const key = find_key(path);
     if (key == nullptr) {
-        throw setting_refused(exit_status::usage,
-                              renaming_of_key(path).value_or(fmt::format("{}: unknown key, expected one of {}", path,
-                                                                         changeable_keys(max_effect))));
+        throw setting_refused(exit_status::usage, unknown_key(path));
     }
     if (key->effect > max_effect) {
         bool const by_reload = key->effect == change_effect::restart;
@@ -46,22 +34,10 @@ configuration_key const& known_key(std::string const& path, change_effect max_ef
     return *key;
 }
 
-/// A value as TOML. Text that is not valid TOML is a string, so that quotes can be omitted on a command line.
-std::unique_ptr<toml::node> node_of(std::string const& text) {
-    try {
-        toml::table parsed = toml::parse("value = " + text);
-        if (parsed.size() == 1 && text.find_first_of("\r\n#") == text.npos) {
-            return std::make_unique<toml::table>(std::move(parsed));
-        }
-    } catch (toml::parse_error const&) {
-    }
-    return std::make_unique<toml::table>(toml::table{{"value", text}});
-}
-
 void apply_one(setting const& one, configuration& to, change_effect max_effect) {
     auto const& key = known_key(one.path, max_effect);
-    auto const parsed = node_of(one.value);
-    auto const& node = *parsed->as_table()->get("value");
+    auto const parsed = parse_value(one.value);
+    auto const& node = *parsed.get("value");
     if (!key.read(node, to)) {
         auto const text = node.value_exact<std::string>();
         auto const renaming = text ? renaming_of_value(one.path, *text) : std::nullopt;

@@ -8,14 +8,9 @@
 #include "base/exit_status.hpp"
 #include "config/configuration.hpp"
 #include "config/configuration_schema.hpp"
+#include "config/setting.hpp"
 
 namespace mediagrabber {
-
-/// A value to change while frames arrive.
-struct setting {
-    std::string path;   ///< "gain.db"
-    std::string value;  ///< as TOML, or a string without quotes
-};
 
 /// Thrown for a setting that cannot be applied. `status()` is the exit status of `mediagrabber set`.
 class setting_refused : public std::runtime_error {

@@ -5,17 +5,13 @@
 #include <mosquitto.h>
 
 #include <stdexcept>
-#include <string_view>
+
+#include "config/camera_name.hpp"
 
 namespace mediagrabber {
 
-std::string topic_of(mqtt_configuration const& chosen, std::uint32_t instance) {
-    constexpr std::string_view placeholder = "{instance}";
-    std::string topic = chosen.topic;
-    for (auto at = topic.find(placeholder); at != topic.npos; at = topic.find(placeholder, at)) {
-        topic.replace(at, placeholder.size(), std::to_string(instance));
-    }
-    return topic;
+std::string topic_of(mqtt_configuration const& chosen, std::string const& name) {
+    return with_name(chosen.topic, name);
 }
 
 void check_topic(std::string const& topic) {

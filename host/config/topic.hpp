@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "config/configuration.hpp"
@@ -9,8 +8,8 @@
 namespace mediagrabber {
 
 /// The prefix of all topics of a recording, with its placeholder replaced.
-/// \param instance  log.instance
-std::string topic_of(mqtt_configuration const& chosen, std::uint32_t instance);
+/// \param name  of the recording
+std::string topic_of(mqtt_configuration const& chosen, std::string const& name);
 /// Checks that messages can be published under a topic. \throws std::invalid_argument with the error
 void check_topic(std::string const& topic);
 

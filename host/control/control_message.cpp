@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace mediagrabber {
@@ -20,11 +21,48 @@ std::string line_of(json const& message) {
     throw setting_refused(exit_status::usage, fmt::format("invalid request: {}", why));
 }
 
+change_request read_signal(json const& name) {
+    change_request request;
+    if (name.is_string()) {
+        request.signal = name.get<std::string>();
+    }
+    if (request.signal.empty()) {
+        refuse("expected a request in \"signal\"");
+    }
+    return request;
+}
+
+change_request read_get(json const& keys) {
+    change_request request;
+    if (keys.is_array() && std::ranges::all_of(keys, [](json const& key) { return key.is_string(); })) {
+        request.keys = keys.get<std::vector<std::string>>();
+    }
+    if (request.keys.empty()) {
+        refuse("expected keys in \"get\"");
+    }
+    return request;
+}
+
+change_request read_status(json const& value) {
+    if (value != true) {
+        refuse("expected true in \"status\"");
+    }
+    change_request request;
+    request.asks_status = true;
+    return request;
+}
+
 }  // namespace
 
 std::string written(change_request const& request) {
     if (!request.signal.empty()) {
         return line_of({{"signal", request.signal}});
+    }
+    if (!request.keys.empty()) {
+        return line_of({{"get", request.keys}});
+    }
+    if (request.asks_status) {
+        return line_of({{"status", true}});
     }
     auto texts = json::array();
     for (auto const& one : request.settings) {
@@ -38,21 +76,31 @@ std::string written(change_request const& request) {
 }
 
 std::string written(change_answer const& answer) {
-    return line_of({{"status", static_cast<int>(answer.status)}, {"lines", answer.lines}});
+    json message{{"status", static_cast<int>(answer.status)}, {"lines", answer.lines}};
+    if (!answer.result.empty()) {
+        message["result"] = json::parse(answer.result);
+    }
+    return line_of(message);
 }
 
 change_request read_request(std::string const& line) {
     auto const message = json::parse(line, nullptr, false);
-    if (message.is_object() && message.size() == 1 && message.contains("signal") && message["signal"].is_string()) {
-        change_request request;
-        request.signal = message["signal"].get<std::string>();
-        if (request.signal.empty()) {
-            refuse("expected a request in \"signal\"");
+    if (message.is_object() && message.size() == 1) {
+        if (message.contains("signal")) {
+            return read_signal(message["signal"]);
         }
-        return request;
+        if (message.contains("get")) {
+            return read_get(message["get"]);
+        }
+        if (message.contains("status")) {
+            return read_status(message["status"]);
+        }
     }
     if (!message.is_object() || !message.contains("set") || !message["set"].is_array() || message["set"].empty()) {
-        refuse("expected {\"set\": [\"KEY=VALUE\", ...]} or {\"signal\": \"REQUEST\"}");
+        refuse(
+            "expected {\"set\": [\"KEY=VALUE\", ...]}, {\"get\": [\"KEY\", ...]}, {\"signal\": \"REQUEST\"} or "
+            "{\"status\":"
+            " true}");
     }
     change_request request;
     for (auto const& text : message["set"]) {
@@ -81,7 +129,8 @@ change_answer read_answer(std::string const& line) {
     try {
         auto const message = json::parse(line);
         return {.status = static_cast<exit_status>(message.at("status").get<int>()),
-                .lines = message.at("lines").get<std::vector<std::string>>()};
+                .lines = message.at("lines").get<std::vector<std::string>>(),
+                .result = message.contains("result") ? message["result"].dump(2) : std::string()};
     } catch (json::exception const&) {
         throw std::runtime_error("invalid answer; is the process at the socket a mediagrabber?");
     }

@@ -10,19 +10,26 @@
 
 namespace mediagrabber {
 
-/// A request of `mediagrabber set` or `mediagrabber signal` to a running mediagrabber. On the socket it is one line of
-/// JSON: {"set": ["gain.db=6", ...], "timeout_s": 5, "restart": false} or {"signal": "stop"}
+/// A request of `mediagrabber set`, `signal`, `get` or `status` to a running mediagrabber. On the socket it is one line
+/// of JSON: {"set": ["gain.db=6", ...], "timeout_s": 5, "restart": false}, {"signal": "stop"}, {"get": ["gain.db",
+/// ...]} or {"status": true}
 struct change_request {
     std::vector<setting> settings;
-    std::string signal = {};  ///< a request of `mediagrabber signal`; empty: `settings` are to be changed
+    std::string signal = {};             ///< a request of `mediagrabber signal`; empty: none
+    std::vector<std::string> keys = {};  ///< of `mediagrabber get`; empty: none
+    bool asks_status = false;
     double timeout_s = 5.0;
     bool restart = false;  ///< also accept values whose change restarts acquisition
+
+    /// Whether it is a change, which may wait for a frame; everything else is answered at once.
+    bool is_change() const { return !settings.empty(); }
 };
 
-/// The answer, with the exit status of the command: {"status": 0, "lines": ["...", ...]}
+/// The answer, with the exit status of the command: {"status": 0, "lines": ["...", ...], "result": {...}}
 struct change_answer {
     exit_status status = exit_status::success;
     std::vector<std::string> lines;  ///< for the user
+    std::string result = {};         ///< the same for programs, as JSON; empty: none
 };
 
 /// The maximum length of a line, bytes.

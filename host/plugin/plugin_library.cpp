@@ -4,7 +4,9 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "base/failures.hpp"
 
@@ -14,17 +16,17 @@ namespace {
 
 constexpr char plugin_file_name[] = "libmgjai.so";
 
-/// Searches beside the executable, and where a build or an installation puts libraries.
-std::filesystem::path beside_executable() {
+/// Beside the executable, and where a build or an installation puts libraries.
+std::vector<std::filesystem::path> candidates() {
     std::error_code error;
     auto const executable = std::filesystem::read_symlink("/proc/self/exe", error);
+    std::vector<std::filesystem::path> files;
     for (auto const* const place : {".", "../lib", "../lib/mediagrabber"}) {
-        auto const candidate = executable.parent_path() / place / plugin_file_name;
-        if (!error && std::filesystem::exists(candidate, error)) {
-            return candidate.lexically_normal();
+        if (!error) {
+            files.push_back((executable.parent_path() / place / plugin_file_name).lexically_normal());
         }
     }
-    return plugin_file_name;
+    return files;
 }
 
 }  // namespace
@@ -42,7 +44,25 @@ plugin_library::plugin_library(std::filesystem::path const& file) : file_(file) 
 }
 
 plugin_library plugin_library::find(std::filesystem::path const& given) {
-    return plugin_library(given.empty() ? beside_executable() : given);
+    if (!given.empty()) {
+        return plugin_library(given);
+    }
+    std::string places;
+    for (auto const& file : candidates()) {
+        std::error_code error;
+        if (std::filesystem::exists(file, error)) {
+            return plugin_library(file);
+        }
+        places += file.string() + ", ";
+    }
+    try {
+        return plugin_library(plugin_file_name);
+    } catch (unavailable_error const& error) {
+        throw unavailable_error(
+            fmt::format("{}; looked for {}and on the search path of the dynamic loader; --plugin names"
+                        " another file",
+                        error.what(), places));
+    }
 }
 
 template <typename pointer>

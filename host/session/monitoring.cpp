@@ -7,6 +7,7 @@
 
 #include "base/host_log.hpp"
 #include "base/unix_socket.hpp"
+#include "config/camera_name.hpp"
 
 namespace mediagrabber {
 
@@ -32,7 +33,7 @@ log_buffer::level severity_of(char letter) {
 
 /// Other lines on standard error are warnings of libraries.
 bool is_own_message(std::string_view line) {
-    return line.find("mediagrabber: ") != line.npos;
+    return line.find("mediagrabber: ") != line.npos || line.find("mediagrabber[") != line.npos;
 }
 
 }  // namespace
@@ -46,8 +47,7 @@ monitoring::monitoring(configuration const& chosen)
                 ? std::make_unique<ring_publisher>(*chosen.ring.socket,
                                                    chosen.ring.group ? group_number(*chosen.ring.group) : std::nullopt)
                 : nullptr),
-      mqtt_publisher_(chosen.mqtt.broker ? std::make_unique<mqtt_publisher>(chosen.mqtt, chosen.log.instance)
-                                         : nullptr),
+      mqtt_publisher_(chosen.mqtt.broker ? std::make_unique<mqtt_publisher>(chosen.mqtt, name_of(chosen)) : nullptr),
       web_(chosen.web.address ? std::make_unique<web_server>(chosen.web) : nullptr) {}
 
 monitoring::~monitoring() {
@@ -56,7 +56,7 @@ monitoring::~monitoring() {
 
 std::vector<frame_observer_like*> monitoring::observers() {
     if (!any_) {
-        return {};
+        return {&history_};
     }
     std::vector<frame_observer_like*> all{&history_, &metrics_};
     if (ring_ != nullptr) {
@@ -88,6 +88,9 @@ void monitoring::capture(std::function<wanted_output()> const& wanted,
         read_line(line);
         auto const message = read_plugin_line(line);
         log_.add(message.severity, message.text);
+        if (!message.is_message) {
+            return true;
+        }
         auto const shown = wanted();
         return shown.any && static_cast<std::uint32_t>(message.severity) <= shown.level;
     });

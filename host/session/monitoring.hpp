@@ -31,7 +31,8 @@ struct wanted_output {
 };
 
 /// Everything that observes a running recording, as configured: live page, MQTT, shared frame ring, metrics, and the
-/// histories that they read. If none is configured, nothing is created but two empty buffers.
+/// histories that they read. If none is configured, nothing is created but the log buffer and a history of one frame,
+/// for `mediagrabber status`.
 ///
 /// Lifetime: created before the recording, so that an error leaves no files behind; open() when the recording runs;
 /// close() before the objects that clients access are destroyed; finish() after the last frame. open(), close() and
@@ -50,7 +51,8 @@ public:
     /// The maximum number of frames that observers hold at the same time, in addition to the export queue.
     std::size_t max_frames_held() const;
 
-    /// Captures standard output and standard error from now on for the log buffer, and forwards what is configured.
+    /// Captures standard output and standard error from now on for the log buffer, and forwards everything but messages
+    /// of the plug-in that are not configured.
     /// \param wanted     called for each line on a thread of the capture
     /// \param read_line  called with each line of standard output, on a thread of the capture
     void capture(std::function<wanted_output()> const& wanted, std::function<void(std::string_view)> const& read_line);

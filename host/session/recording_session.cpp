@@ -6,6 +6,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <utility>
 #include <vector>
@@ -13,10 +15,13 @@
 #include "base/host_log.hpp"
 #include "base/thread_scheduling.hpp"
 #include "base/unix_socket.hpp"
+#include "config/camera_name.hpp"
 #include "config/configuration_file.hpp"
 #include "config/configuration_schema.hpp"
 #include "control/live_update.hpp"
+#include "control/value_query.hpp"
 #include "segments/recording_place.hpp"
+#include "status/status_message.hpp"
 
 namespace mediagrabber {
 
@@ -54,6 +59,13 @@ void flush_standard_output_if_free() {
         std::fflush(stdout);
         funlockfile(stdout);
     }
+}
+
+/// Available to this user; nothing if it cannot be read.
+std::optional<std::uint64_t> free_bytes_of(std::filesystem::path const& directory) {
+    std::error_code error;
+    auto const space = std::filesystem::space(directory, error);
+    return error ? std::nullopt : std::optional(std::uint64_t{space.available});
 }
 
 recording_format format_of(configuration const& chosen) {
@@ -179,7 +191,8 @@ frame_sink_like& recording_session::sink() {
 }
 
 exit_status recording_session::run() {
-    log_info(fmt::format("recording to {} with plug-in {}", place_.string(), context_.plugin_version()));
+    log_info(
+        fmt::format("recording {} to {} with plug-in {}", name_of(first_), place_.string(), context_.plugin_version()));
     try {
         serve_control();
         open_monitoring();
@@ -202,7 +215,7 @@ std::unique_ptr<control_server> recording_session::make_control() const {
         return std::make_unique<control_server>(*chosen.socket, group);
     }
     constexpr char without[] = "recording without `mediagrabber set`";
-    auto const usual = default_control_socket(first_.log.instance);
+    auto const usual = default_control_socket(name_of(first_));
     if (!usual) {
         log_warning(
             fmt::format("this user has no runtime directory ($XDG_RUNTIME_DIR) for a control socket; {}", without));
@@ -225,8 +238,23 @@ void recording_session::serve_control() {
 
 /// A request of `mediagrabber signal` takes the way of a signal, so that both have the same effect.
 change_answer recording_session::answer(change_request const& wanted) {
-    if (wanted.signal.empty()) {
+    if (wanted.is_change()) {
         return change_while_running(wanted, configurations_, context_.changes(), latch_);
+    }
+    if (wanted.asks_status) {
+        auto const found = status();
+        return {.status = exit_status::success,
+                .lines = status_lines(found),
+                .result = status_message(found).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)};
+    }
+    if (!wanted.keys.empty()) {
+        auto const found = status();
+        known_values camera{.latest = {}, .delivery = found.delivery};
+        if (found.newest) {
+            camera.latest.gain_db = found.newest->gain_db;
+            camera.latest.exposure_us = found.newest->exposure_us;
+        }
+        return read_values(wanted.keys, *found.active, camera);
     }
     int const number = signal_of(wanted.signal);
     if (number == 0) {
@@ -236,11 +264,11 @@ change_answer recording_session::answer(change_request const& wanted) {
     return {.status = exit_status::success, .lines = {}};
 }
 
-/// From here on, clients may read the status and change values. The plug-in's log is read for them, and for the offsets
-/// of the region, which the plug-in reports only there.
+/// From here on, clients may read the status and change values. The plug-in's log is read for them, for `mediagrabber
+/// status`, and for the offsets of the region, which the plug-in reports only there.
 void recording_session::open_monitoring() {
     bool const has_offsets = first_.image.offset_x || first_.image.offset_y;
-    if (!monitoring_.any() && !has_offsets) {
+    if (!monitoring_.any() && !has_offsets && control_ == nullptr) {
         return;
     }
     monitoring_.capture(
@@ -281,9 +309,16 @@ recording_status recording_session::status() const {
     }
     found.plugin_version = context_.plugin_version();
     found.directory = (recording_ != nullptr ? recording_->directory() : place_).string();
+    found.free_bytes = free_bytes_of(found.directory);
+    found.name = name_of(first_);
     found.instance = first_.log.instance;
     found.active = configurations_.snapshot();
     found.delivery = context_.delivery().values();
+    found.state = state_of({.stop_requested = ending_ || latch_.stop_pending(),
+                            .has_pretrigger = pretrigger_ != nullptr,
+                            .failure = found.good_frames == failed_at_frame_ ? failure_.load() : "",
+                            .seconds_since_frame = found.seconds_since_frame,
+                            .period_us = found.period_us});
     monitoring_.complete(found);
     return found;
 }
@@ -356,14 +391,17 @@ exit_status recording_session::run_until_decided() {
         if (decision.next == run_decision::step::end) {
             return decision.status;
         }
-        if (decision.next == run_decision::step::wait_and_run_again && stopped_while_waiting(signals)) {
+        if (decision.next == run_decision::step::wait_and_run_again &&
+            stopped_while_waiting(signals, decision.reason)) {
             return exit_status::success;
         }
     }
 }
 
 /// Waits before the next attempt to reach the camera.
-bool recording_session::stopped_while_waiting(signal_watch& signals) {
+bool recording_session::stopped_while_waiting(signal_watch& signals, char const* reason) {
+    failed_at_frame_ = progress_.good_frames.load();
+    failure_ = reason;
     ++progress_.retries;
     progress_.waits_for_retry = true;
     bool const requested = signals.wait_for_stop_or_reload(std::chrono::duration<double>(first_.run.retry_interval_s));
@@ -412,6 +450,7 @@ bool recording_session::roll_back(host_context::ended_run const& ended) {
 /// Writes all frames that wait, ends everything else, logs the summary, and determines the exit status. Until the
 /// frames are written, SIGINT and SIGTERM stay blocked: a further one must not end the process before.
 exit_status recording_session::finish(exit_status status) {
+    ending_ = true;
     if (pipeline_ != nullptr) {
         pipeline_->hurry();
     }

@@ -55,7 +55,7 @@ public:
 
 private:
     exit_status run_until_decided();
-    bool stopped_while_waiting(signal_watch& signals);
+    bool stopped_while_waiting(signal_watch& signals, char const* reason);
     exit_status finish(exit_status status);
     [[noreturn]] void exit_without_plugin(char const* reason);
     std::unique_ptr<control_server> make_control() const;
@@ -102,8 +102,11 @@ private:
     service_manager service_;
 
     std::chrono::steady_clock::time_point const begun_ = std::chrono::steady_clock::now();
-    std::atomic<bool> stop_requested_{false};      ///< by a client
-    std::shared_ptr<configuration const> proven_;  ///< a run that began with it delivered frames
+    std::atomic<bool> stop_requested_{false};        ///< by a client
+    std::atomic<bool> ending_{false};                ///< the last run of the plug-in has ended
+    std::atomic<char const*> failure_{""};           ///< why the last failed run of the plug-in ended
+    std::atomic<std::uint64_t> failed_at_frame_{0};  ///< the number of good frames then
+    std::shared_ptr<configuration const> proven_;    ///< a run that began with it delivered frames
 
     std::atomic<std::int64_t> next_failure_report_{0};  ///< ticks of the steady clock
 };

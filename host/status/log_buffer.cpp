@@ -68,13 +68,13 @@ plugin_line read_plugin_line(std::string_view line) {
     constexpr std::string_view letters = "ewid";
     auto const end = line.find("]: ");
     if (!line.starts_with('[') || end == line.npos || end < 2 || line[end - 2] != ':') {
-        return {.severity = log_buffer::level::info, .text = line};
+        return {.severity = log_buffer::level::info, .text = line, .is_message = false};
     }
     auto const letter = letters.find(line[end - 1]);
     if (letter == letters.npos) {
-        return {.severity = log_buffer::level::info, .text = line};
+        return {.severity = log_buffer::level::info, .text = line, .is_message = false};
     }
-    return {.severity = static_cast<log_buffer::level>(letter + 1), .text = line.substr(end + 3)};
+    return {.severity = static_cast<log_buffer::level>(letter + 1), .text = line.substr(end + 3), .is_message = true};
 }
 
 void log_buffer::add(level severity, std::string_view text) {

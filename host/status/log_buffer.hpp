@@ -71,6 +71,7 @@ private:
 struct plugin_line {
     log_buffer::level severity = log_buffer::level::info;
     std::string_view text;
+    bool is_message = true;  ///< of the plug-in's log; otherwise something else that was printed
 };
 
 /// Splits "[TAG:w]: text" into level and text. A line of any other form is returned unchanged at level info.

@@ -12,6 +12,7 @@
 #include "plugin/reported_camera.hpp"
 #include "status/log_buffer.hpp"
 #include "status/progress_report.hpp"
+#include "status/recording_state.hpp"
 
 namespace mediagrabber {
 
@@ -29,6 +30,7 @@ struct recording_status {
     double uptime_s = 0.0;          ///< since the recording started
     std::uint64_t good_frames = 0;  ///< frames from the camera; the first one of a run is not handed over
     bool capturing = false;
+    recording_state state;
     std::uint32_t period_us = 0;  ///< active frame period, 0: not known
     std::optional<double> seconds_since_frame;
     std::optional<frame_record> newest;
@@ -36,7 +38,9 @@ struct recording_status {
     std::vector<reported_camera::property> camera;
     std::string plugin_version;
     std::string directory;
-    std::uint32_t instance = 0;
+    std::optional<std::uint64_t> free_bytes;  ///< available to this user on the file system of `directory`
+    std::string name;                         ///< see name_of()
+    std::uint32_t instance = 0;               ///< log.instance
     std::shared_ptr<configuration const> active;
     delivery_check::all_values delivery{};  ///< what is configured, and what the camera delivers
 

@@ -31,6 +31,7 @@ std::string health_message(recording_status const& status) {
     auto const& figures = status.figures;
     auto const& logged = status.log_counts;
     json text;
+    text["name"] = status.name;
     text["instance"] = status.instance;
     text["capturing"] = status.capturing;
     text["uptime_s"] = status.uptime_s;

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <utility>
@@ -24,6 +23,7 @@ using reading = std::optional<double>;  ///< of a metric; empty: absent from the
 
 constexpr double us_per_s = 1e6;
 constexpr char instance_label[] = "instance_number";
+constexpr char name_label[] = "name";
 
 /// One value of a metric, and the label that distinguishes it from the other values of the same metric.
 struct figure {
@@ -47,12 +47,6 @@ double cpu_time() {
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-reading free_space(std::string const& directory) {
-    std::error_code error;
-    auto const space = std::filesystem::space(directory, error);
-    return error ? reading() : static_cast<double>(space.available);
 }
 
 /// \param factor  converts the value to its base unit
@@ -208,7 +202,7 @@ std::vector<definition> state_definitions() {
         {"mediagrabber_output_free_bytes",
          MetricType::Gauge,
          "Space available to this user on the file system of the recording.",
-         {{"", "", [](status s) { return free_space(s.directory); }}}},
+         {{"", "", [](status s) { return s.free_bytes ? reading(*s.free_bytes) : reading(); }}}},
         {"mediagrabber_mqtt_messages_sent_total",
          MetricType::Counter,
          "Messages sent to the broker; absent, like the two below, if no broker is configured.",
@@ -270,16 +264,23 @@ std::string camera_property(recording_status const& status, std::string_view wor
     return found == status.camera.end() ? std::string() : as_utf8(found->value);
 }
 
-ClientMetric labelled(std::string const& instance) {
+using labels = std::vector<ClientMetric::Label>;
+
+/// The labels of every metric.
+labels labels_of(recording_status const& status) {
+    return {{instance_label, std::to_string(status.instance)}, {name_label, as_utf8(status.name)}};
+}
+
+ClientMetric labelled(labels const& of_recording) {
     ClientMetric metric;
-    metric.label.push_back({instance_label, instance});
+    metric.label = of_recording;
     return metric;
 }
 
-MetricFamily camera_info(recording_status const& status, std::string const& instance) {
+MetricFamily camera_info(recording_status const& status, labels const& of_recording) {
     MetricFamily family{.name = camera_info_name, .help = camera_info_help, .type = MetricType::Gauge, .metric = {}};
     if (!status.camera.empty()) {
-        auto metric = labelled(instance);
+        auto metric = labelled(of_recording);
         metric.label.push_back({"model", camera_property(status, "Model")});
         metric.label.push_back({"serial", camera_property(status, "Serial")});
         metric.gauge.value = 1;
@@ -289,9 +290,9 @@ MetricFamily camera_info(recording_status const& status, std::string const& inst
 }
 
 MetricFamily histogram(char const* name, char const* help, prometheus::Histogram const& from,
-                       std::string const& instance) {
+                       labels const& of_recording) {
     auto metric = from.Collect();
-    metric.label.push_back({instance_label, instance});
+    metric.label.insert(metric.label.end(), of_recording.begin(), of_recording.end());
     return {.name = name, .help = help, .type = MetricType::Histogram, .metric = {std::move(metric)}};
 }
 
@@ -345,8 +346,8 @@ void metrics::on_frame(frame_lease const& frame) noexcept {
 }
 
 std::string metrics::text(recording_status const& status) const {
-    auto const instance = std::to_string(status.instance);
-    std::vector<MetricFamily> families{camera_info(status, instance)};
+    auto const of_recording = labels_of(status);
+    std::vector<MetricFamily> families{camera_info(status, of_recording)};
     std::lock_guard const lock(mutex_);
     std::size_t counter = 0;
     for (auto const& metric : definitions()) {
@@ -357,7 +358,7 @@ std::string metrics::text(recording_status const& status) const {
             if (!value) {
                 continue;
             }
-            auto client = labelled(instance);
+            auto client = labelled(of_recording);
             if (*one.label != '\0') {
                 client.label.push_back({one.label, one.label_value});
             }
@@ -369,16 +370,16 @@ std::string metrics::text(recording_status const& status) const {
         }
         families.push_back(std::move(family));
     }
-    families.push_back(histogram(interval_name, interval_help, interval_error_, instance));
-    families.push_back(histogram(handover_name, handover_help, handover_delay_, instance));
-    families.push_back(histogram(announcement_name, announcement_help, announcement_error_, instance));
+    families.push_back(histogram(interval_name, interval_help, interval_error_, of_recording));
+    families.push_back(histogram(handover_name, handover_help, handover_delay_, of_recording));
+    families.push_back(histogram(announcement_name, announcement_help, announcement_error_, of_recording));
     std::erase_if(families, [](auto const& family) { return family.metric.empty(); });
     return prometheus::TextSerializer().Serialize(families);
 }
 
 std::string metrics_reference() {
     std::string table =
-        "| metric | type | labels besides `instance_number` | meaning |\n"
+        "| metric | type | labels besides `name` and `instance_number` | meaning |\n"
         "|---|---|---|---|\n";
     table += reference_row(camera_info_name, "gauge", "`model`, `serial`", camera_info_help);
     for (auto const& metric : definitions()) {

@@ -18,10 +18,10 @@ using clock = mqtt_session::clock;
 constexpr std::chrono::seconds max_disconnect_time{2};
 constexpr std::chrono::milliseconds max_thread_wait{2500};  ///< until the thread is detached
 
-mqtt_session::plan plan_of(mqtt_configuration const& chosen, std::uint32_t instance) {
+mqtt_session::plan plan_of(mqtt_configuration const& chosen, std::string const& name) {
     std::chrono::duration<double> const interval(chosen.health_interval_s);
     return {.credentials = credentials_of(chosen),
-            .topic = topic_of(chosen, instance),
+            .topic = topic_of(chosen, name),
             .queue = chosen.queue_frames,
             .health_interval = std::chrono::duration_cast<clock::duration>(interval),
             .max_disconnect_time = max_disconnect_time};
@@ -37,8 +37,8 @@ void block_broken_pipe() {
 
 }  // namespace
 
-mqtt_publisher::mqtt_publisher(mqtt_configuration const& chosen, std::uint32_t instance)
-    : publishes_frames_(chosen.frames), session_(std::make_shared<mqtt_session>(plan_of(chosen, instance))) {}
+mqtt_publisher::mqtt_publisher(mqtt_configuration const& chosen, std::string const& name)
+    : publishes_frames_(chosen.frames), session_(std::make_shared<mqtt_session>(plan_of(chosen, name))) {}
 
 mqtt_publisher::~mqtt_publisher() {
     finish();

@@ -23,9 +23,9 @@ namespace mediagrabber {
 class mqtt_publisher final : public frame_observer_like {
 public:
     /// \param chosen    with a broker
-    /// \param instance  log.instance, for the topic
+    /// \param name  of the recording, for the topic
     /// \throws std::runtime_error  with a message for the operator, for example if the password file cannot be read
-    mqtt_publisher(mqtt_configuration const& chosen, std::uint32_t instance);
+    mqtt_publisher(mqtt_configuration const& chosen, std::string const& name);
     ~mqtt_publisher() override;
     mqtt_publisher(mqtt_publisher const&) = delete;
     mqtt_publisher& operator=(mqtt_publisher const&) = delete;

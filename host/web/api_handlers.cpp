@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "config/renamed_keys.hpp"
+#include "status/status_message.hpp"
 
 namespace mediagrabber {
 
@@ -30,11 +31,6 @@ std::string text_of(json const& message) {
     return message.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-template <typename value>
-json or_null(std::optional<value> const& known) {
-    return known ? json(*known) : json(nullptr);
-}
-
 char const* name_of(tone_curve::kind kind) {
     switch (kind) {
         case tone_curve::kind::calculated:
@@ -49,18 +45,6 @@ char const* name_of(tone_curve::kind kind) {
     return "none";
 }
 
-char const* name_of(auto_mode mode) {
-    switch (mode) {
-        case auto_mode::off:
-            return "Off";
-        case auto_mode::continuous:
-            return "Continuous";
-        case auto_mode::unchanged:
-            break;
-    }
-    return "unchanged";
-}
-
 char const* name_of(log_buffer::level level) {
     switch (level) {
         case log_buffer::level::error:
@@ -73,77 +57,6 @@ char const* name_of(log_buffer::level level) {
             break;
     }
     return "info";
-}
-
-json newest_of(std::optional<frame_record> const& newest) {
-    if (!newest) {
-        return nullptr;
-    }
-    return {{"frame", newest->number},
-            {"timestamp_us", newest->timestamp_us},
-            {"gain_db", or_null(newest->gain_db)},
-            {"exposure_us", or_null(newest->exposure_us)},
-            {"temperature_c", or_null(newest->temperature_c)},
-            {"width", newest->width},
-            {"height", newest->height},
-            {"pixel_format", newest->format->name},
-            {"bits", newest->format->significant_bits}};
-}
-
-json counts_of(recording_status const& status) {
-    auto const& figures = status.figures;
-    auto const& logged = status.log_counts;
-    return {{"wanted", figures.wanted},
-            {"handed_over", figures.handed_over},
-            {"saved", figures.saved},
-            {"bytes", figures.bytes},
-            {"dropped_queue_full", figures.dropped_queue_full},
-            {"dropped_write_error", figures.dropped_write_error},
-            {"empty_fetches", figures.empty_fetches},
-            {"drop_reports", logged.drop_reports},
-            {"budgets_exceeded", logged.budgets_exceeded},
-            {"packets_resend_requested", logged.packets_resend_requested},
-            {"packets_resent", logged.packets_resent},
-            {"packets_lost", logged.packets_lost},
-            {"packets_dropped_by_socket", logged.packets_dropped_by_socket},
-            {"ring_readers", status.ring_readers},
-            {"ring_overtaken", status.ring_overtaken}};
-}
-
-json camera_of(recording_status const& status) {
-    auto properties = json::array();
-    for (auto const& one : status.camera) {
-        properties.push_back({one.label, one.value});
-    }
-    return properties;
-}
-
-/// Configured values that the camera does not report with each frame.
-json configured(configuration const* values) {
-    if (values == nullptr) {
-        return nullptr;
-    }
-    return {{"gain_auto", name_of(values->gain.automatic)},
-            {"exposure_auto", name_of(values->exposure.automatic)},
-            {"tone", values->tone.enable},
-            {"gamma", or_null(values->tone.gamma)},
-            {"frame_rate_hz", or_null(values->timing.frame_rate_hz)},
-            {"offset_x", or_null(values->image.offset_x)},
-            {"offset_y", or_null(values->image.offset_y)},
-            {"width", or_null(values->image.width)},
-            {"height", or_null(values->image.height)},
-            {"files", values->output.format != output_format::none}};
-}
-
-json delivery_of(recording_status const& status) {
-    auto list = json::array();
-    for (auto const& one : status.delivery) {
-        list.push_back({{"key", one.key},
-                        {"requested", or_null(one.requested)},
-                        {"actual", or_null(one.actual)},
-                        {"differs", one.differs}});
-    }
-    return list;
 }
 
 json histogram_of(preview::image const* shown) {
@@ -244,22 +157,10 @@ void refuse_unknown(json const& message, std::initializer_list<std::string_view>
 
 std::string status_response(recording_status const& status, tone_curve::snapshot const& tone,
                             preview::image const* shown) {
-    return text_of({{"uptime_s", status.uptime_s},
-                    {"capturing", status.capturing},
-                    {"period_us", status.period_us},
-                    {"seconds_since_frame", or_null(status.seconds_since_frame)},
-                    {"good_frames", status.good_frames},
-                    {"counts", counts_of(status)},
-                    {"newest", newest_of(status.newest)},
-                    {"configured", configured(status.active.get())},
-                    {"delivery", delivery_of(status)},
-                    {"camera", camera_of(status)},
-                    {"plugin", status.plugin_version},
-                    {"version", MEDIAGRABBER_VERSION},
-                    {"directory", status.directory},
-                    {"instance", status.instance},
-                    {"histogram", histogram_of(shown)},
-                    {"tone", curve_of(tone)}});
+    auto message = status_message(status);
+    message["histogram"] = histogram_of(shown);
+    message["tone"] = curve_of(tone);
+    return text_of(message);
 }
 
 std::string history_response(std::vector<frame_record> const& records, std::uint64_t after, std::size_t max_seconds) {

@@ -136,11 +136,11 @@ function showState(status) {
 function showCamera(status) {
   const reported = new Map(status.camera.map(([label, value]) => [label.toLowerCase(), value]));
   const find = (...words) => [...reported].find(([label]) => words.some((word) => label.includes(word)))?.[1];
-  const model = find('model') || 'mediagrabber';
+  const model = find('model');
   const serial = find('serial');
-  put('camera-name', serial ? `${model} · ${serial}` : model);
-  document.title = `${model} – mediagrabber`;
-  const rows = [...status.camera, ['Plug-in', status.plugin], ['mediagrabber', status.version], ['Directory', status.directory]];
+  put('camera-name', [status.name, model, serial].filter(Boolean).join(' · '));
+  document.title = `${[status.name, model].filter(Boolean).join(' · ')} – mediagrabber`;
+  const rows = [['Name', status.name], ...status.camera, ['Plug-in', status.plugin], ['mediagrabber', status.version], ['Directory', status.directory]];
   const text = JSON.stringify(rows);
   if ($('identity').dataset.text === text) return;
   $('identity').dataset.text = text;

@@ -30,13 +30,13 @@ def delivered(port):
 
 
 def metric(port, name, **labels):
-    """The value of a metric with these labels, besides instance_number."""
+    """The value of a metric with these labels, besides those of the recording."""
     found = {}
     for line in get(port, "/metrics")[1].decode().split("\n"):
         match = re.fullmatch(r"(\w+)\{(.*)\} (\S+)", line)
         if match and match[1] == name:
             found = dict(re.findall(r'(\w+)="([^"]*)"', match[2]))
-            found.pop("instance_number")
+            del found["instance_number"], found["name"]
             if found == labels:
                 return float(match[3])
     return None

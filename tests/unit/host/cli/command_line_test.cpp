@@ -45,12 +45,25 @@ TEST(CommandLine, PrintsTheKeys) {
     EXPECT_EQ(result.out, configuration_reference());
 }
 
+TEST(CommandLine, PrintsTheVersionWithoutAPlugIn) {
+    auto const result = run({"--version"});
+    EXPECT_EQ(result.status, exit_status::success) << result.errors;
+    EXPECT_THAT(result.out, testing::StartsWith("mediagrabber "));
+}
+
+TEST(CommandLine, RefusesTheNumberOfARecordingWithTheNewOption) {
+    auto const result = run({"set", "--instance", "7", "gain.db=1"});
+    EXPECT_EQ(result.status, exit_status::usage);
+    EXPECT_THAT(result.errors, HasSubstr("\"--instance\" was renamed to \"--name\""));
+}
+
 TEST(CommandLine, DescribesEveryOption) {
     auto const result = run({"--help-all"});
     EXPECT_EQ(result.status, exit_status::success);
-    for (auto const* const option : {"--config", "--frames", "--output", "--web", "--web-token", "--pipeline",
-                                     "--socket", "--service", "--instance", "--timeout", "--restart", "--seconds",
-                                     "--tick-frequency", "--interface", "--page", "trigger"}) {
+    for (auto const* const option :
+         {"--config", "--frames", "--output", "--web", "--web-token", "--pipeline", "--socket", "--service", "--name",
+          "--set", "--json", "--print-default", "--timeout", "--restart", "--seconds", "--tick-frequency",
+          "--interface", "--page", "trigger"}) {
         EXPECT_THAT(result.out, HasSubstr(option));
     }
 }
@@ -69,8 +82,8 @@ TEST(CommandLine, RefusesARenamedRequestWithItsNewName) {
 }
 
 TEST(CommandLine, FindsNoRecordingForAServiceThatIsNotRunning) {
-    for (auto const* const command : {"set", "signal"}) {
-        auto const result = run({command, "--service", "none", command[1] == 'e' ? "gain.db=1" : "stop"});
+    for (auto const* const command : {"set", "signal", "get"}) {
+        auto const result = run({command, "--service", "none", command[1] == 'i' ? "stop" : "gain.db=1"});
         EXPECT_EQ(result.status, exit_status::no_recording) << command;
         EXPECT_THAT(result.errors, HasSubstr("the service mediagrabber@none has no control socket in /run/"));
     }

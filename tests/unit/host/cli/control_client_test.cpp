@@ -42,7 +42,7 @@ TEST(ControlClient, OfRootReachesTheRecordingOfAnotherUser) {
     std::ostringstream errors;
     change_request request;
     request.signal = "reload";
-    EXPECT_EQ(send_request(path, request, out, errors), exit_status::success);
+    EXPECT_EQ(send_request(path, request, false, out, errors), exit_status::success);
     EXPECT_EQ(out.str(), "request reload\n") << errors.str();
     kill(service, SIGKILL);
     waitpid(service, nullptr, 0);
@@ -52,6 +52,6 @@ TEST(ControlClient, OfRootReachesTheRecordingOfAnotherUser) {
 
 TEST(ControlClient, ReportsThatNoRecordingListens) {
     std::ostringstream errors;
-    EXPECT_EQ(send_request("/nowhere/control", {}, errors, errors), exit_status::no_recording);
+    EXPECT_EQ(send_request("/nowhere/control", {}, false, errors, errors), exit_status::no_recording);
     EXPECT_THAT(errors.str(), testing::HasSubstr("no mediagrabber listens at /nowhere/control (No such file"));
 }

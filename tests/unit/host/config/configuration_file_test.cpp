@@ -137,7 +137,7 @@ TEST(ConfigurationFile, StoresEveryValue) {
     EXPECT_EQ(values.run.grace_time_s, 1.5);
     EXPECT_EQ(values.run.retry_interval_s, 0.25);
     EXPECT_FALSE(values.run.give_up_after);
-    EXPECT_EQ(values.output.directory, "there");
+    EXPECT_EQ(values.output.directory, (std::filesystem::current_path() / "there").string());
     EXPECT_EQ(values.output.compression, tiff_compression::lzw);
     EXPECT_EQ(values.log.level, 4U);
     EXPECT_EQ(values.log.sinks, 3U);
@@ -394,4 +394,71 @@ TEST(ConfigurationFile, IsRefusedForEverOnlyIfItsNameOrPermissionsAreWrong) {
     } catch (configuration_error const& error) {
         EXPECT_FALSE(error.temporary());
     }
+}
+
+namespace {
+
+/// The error message for values of a command line.
+std::string error_of_options(std::string const& text, std::vector<setting> const& options) {
+    try {
+        parse_configuration(text, "run.toml", options);
+        return {};
+    } catch (configuration_error const& error) {
+        return error.what();
+    }
+}
+
+}  // namespace
+
+TEST(ConfigurationFile, TakesValuesOfTheCommandLineInsteadOfItsOwn) {
+    auto const loaded = parse_configuration("[gain]\nauto = \"Continuous\"\ndb = 99\n", "run.toml",
+                                            {{"gain.auto", "Off"},
+                                             {"gain.db", "6"},
+                                             {"camera.model", "M 1"},
+                                             {"gain.limits_db", "[1, 2.5]"},
+                                             {"line", "[{pin = \"Out2\", source = \"Low\"}]"}});
+    EXPECT_EQ(loaded.values.gain.automatic, auto_mode::off);
+    EXPECT_EQ(loaded.values.gain.db, 6.0F);
+    EXPECT_EQ(loaded.values.gain.limits_db->high, 2.5F);
+    EXPECT_EQ(loaded.values.camera.model, "M 1");
+    ASSERT_EQ(loaded.values.lines.size(), 1U);
+    EXPECT_EQ(loaded.values.lines[0].pin, 6U);
+    EXPECT_EQ(loaded.origins.at("gain.db").option, "--set gain.db");
+}
+
+TEST(ConfigurationFile, RefusesValuesOfTheCommandLineLikeItsOwn) {
+    EXPECT_EQ(error_of_options("", {{"gain.db", "99"}}),
+              "--set gain.db: gain.db: 99 is not valid, expected a number from -60 to 60 (dB)");
+    EXPECT_EQ(error_of_options("", {{"gain.bd", "1"}}),
+              "--set gain.bd: gain.bd: unknown key; the nearest ones are gain.db, gain.auto; `mediagrabber keys` lists"
+              " all");
+    EXPECT_EQ(error_of_options("", {{"gain.db", "1"}, {"gain.db", "2"}}), "--set gain.db: gain.db: given twice");
+    EXPECT_EQ(error_of_options("", {{"camera.serial", "\"S\""}}),
+              "--set camera.serial: camera.serial: a serial number alone does not select a camera, camera.model is"
+              " required");
+    EXPECT_THAT(error_of_options("", {{"line", "[{pin = \"Out3\", source = \"Low\"}]"}}),
+                StartsWith("--set line: line.pin: Out3 is not valid"));
+    EXPECT_THAT(error_of_options("", {{"line", "[{pins = 1}]"}}), HasSubstr("--set line: line.pins: unknown key"));
+    EXPECT_THAT(error_of_options("", {{"gain.db", "6\nrun.frames = 1"}}), HasSubstr("is not valid, expected a number"));
+    EXPECT_THAT(error_of_options("[image]\nwidth = 0\n", {{"gain.db", "99"}}),
+                testing::AllOf(HasSubstr("run.toml:2:9: image.width"), HasSubstr("--set gain.db: gain.db")));
+}
+
+TEST(ConfigurationFile, HasPathsRelativeToItself) {
+    auto const values = parse_configuration(
+                            "[output]\ndirectory = \"data/{date}/{time}\"\n[control]\nsocket = \"c.sock\"\n"
+                            "[ring]\nsocket = \"../r.sock\"\n",
+                            "/etc/recorder/run.toml")
+                            .values;
+    EXPECT_EQ(values.output.directory, "/etc/recorder/data/{date}/{time}");
+    EXPECT_EQ(values.control.socket, "/etc/recorder/c.sock");
+    EXPECT_EQ(values.ring.socket, "/etc/r.sock");
+    auto const others = parse_configuration("control.socket = \"none\"", "/etc/recorder/run.toml").values;
+    EXPECT_EQ(others.control.socket, "none");
+    EXPECT_EQ(others.output.directory, "recording");
+}
+
+TEST(ConfigurationFile, RefusesThePlaceholderOfEarlierVersions) {
+    EXPECT_THAT(error_for("mqtt.topic = \"hall/{instance}\""),
+                HasSubstr("run.toml:1:14: mqtt.topic: {instance} was renamed to {name}"));
 }

@@ -29,6 +29,12 @@ struct key_case {
 };
 
 std::vector<key_case> const key_cases{
+    {"camera.name",
+     "",
+     {"\"left\"", "\"line 1 (\xC3\xA4)\"", "\"" + std::string(32, 'x') + "\""},
+     {"\"\"", "5", "\"a/b\"", "\".a\"", "\"$a\"", "\"a+\"", "\"a#\"", "\"{a\"", "\"a}\"", "\" a\"", "\"a \"",
+      "\"a\\u0007b\"", "\"" + std::string(33, 'x') + "\""},
+     ""},
     {"camera.model", "", {"\"M\"", R"("a \"quoted\" \\ one")"}, {"\"\"", "5", "\"\\u0000\"", "[\"M\"]"}, ""},
     {"camera.serial", "", {"\"S\""}, {"\"\"", "5", "true"}, "camera.model = \"M\""},
     {"camera.active_mask", "", {"1", "4294967295"}, {"-1", "4294967296", "\"1\"", "1.0"}, ""},
@@ -82,7 +88,7 @@ std::vector<key_case> const key_cases{
     {"run.grace_time_s", "5", {"0.1", "86400"}, {"0", "0.05", "86401", "inf"}, ""},
     {"run.retry_interval_s", "2", {"0", "86400"}, {"-1", "86401", "nan"}, ""},
     {"run.give_up_after", "0", {"0", "1000000", "\"never\""}, {"-1", "1000001", "\"always\"", "1.0"}, ""},
-    {"output.directory", "\"recording\"", {"\"a/b\""}, {"\"\"", "5", "\"a\\u0000b\""}, ""},
+    {"output.directory", "\"recording\"", {"\"/a/b\""}, {"\"\"", "5", "\"a\\u0000b\""}, ""},
     {"output.format", "\"tiff\"", {"\"tiff\"", "\"bigtiff\"", "\"raw\"", "\"none\""}, {"\"png\"", "true", "0"}, ""},
     {"output.segment_s", "0", {"0", "0.5", "86400"}, {"-1", "86401", "nan", "\"1\""}, ""},
     {"output.segment_frames", "0", {"0", "4294967294"}, {"-1", "4294967295", "1.0"}, ""},
@@ -102,7 +108,7 @@ std::vector<key_case> const key_cases{
     {"ring.group", "", {"\"root\"", "\"0\""}, {"\"\"", "5", "\"" + std::string(33, 'x') + "\""}, ""},
     {"ring.socket", "", {"\"/a/b\""}, {"\"\"", "5", "\"" + std::string(108, 'x') + "\""}, ""},
     {"mqtt.broker", "", {"\"mqtt://a:1883\"", "\"mqtts://[::1]\""}, {"\"\"", "1883", "true"}, ""},
-    {"mqtt.topic", "\"mediagrabber/{instance}\"", {"\"a/b\""}, {"\"\"", "5"}, ""},
+    {"mqtt.topic", "\"mediagrabber/{name}\"", {"\"a/b\""}, {"\"\"", "5"}, ""},
     {"mqtt.frames", "false", {"true", "false"}, {"1", "\"yes\""}, ""},
     {"mqtt.health_interval_s", "10", {"0.1", "86400"}, {"0", "86401", "nan"}, ""},
     {"mqtt.username", "", {"\"me\""}, {"\"\"", "5"}, ""},
@@ -193,18 +199,17 @@ RC_GTEST_PROP(ConfigurationSchema, AcceptsAnIntegerExactlyWithinItsLimits, (std:
 
 RC_GTEST_PROP(ConfigurationSchema, PrintsAStringAsTomlThatReadsBackTheSame, ()) {
     auto const text = *rc::gen::nonEmpty(rc::gen::container<std::string>(rc::gen::inRange<char>(' ', '\x7f')));
-    auto const& key = schema_key_of("output.directory");
+    auto const& key = schema_key_of("mqtt.username");
     configuration values;
-    values.output.directory = text;
-    RC_ASSERT(parse_configuration(key.path + " = " + key.show(values), "f").values.output.directory == text);
+    values.mqtt.username = text;
+    RC_ASSERT(parse_configuration(key.path + " = " + key.show(values), "f").values.mqtt.username == text);
 }
 
 TEST(ConfigurationSchema, PrintsControlCharactersAsTomlThatReadsBackTheSame) {
-    auto const& key = schema_key_of("output.directory");
+    auto const& key = schema_key_of("mqtt.username");
     configuration values;
-    values.output.directory = "a\tb\nc\x01\x7f\xc3\xa4";
-    EXPECT_EQ(parse_configuration(key.path + " = " + key.show(values), "f").values.output.directory,
-              values.output.directory);
+    values.mqtt.username = "a\tb\nc\x01\x7f\xc3\xa4";
+    EXPECT_EQ(parse_configuration(key.path + " = " + key.show(values), "f").values.mqtt.username, values.mqtt.username);
 }
 
 TEST(ConfigurationSchema, LimitsTheLengthOfAString) {
@@ -241,6 +246,17 @@ TEST(ConfigurationSchema, ReportsAChangedLutFileAsAChange) {
     EXPECT_THAT(changed_keys(before, after, change_effect::live_update), IsEmpty());
     after.tone.lut = interned_lut(lookup_table(256, 2));
     EXPECT_THAT(changed_keys(before, after, change_effect::live_update), ElementsAre("tone.lut"));
+}
+
+TEST(ConfigurationSchema, HasAnExampleOfEachKeyWithoutADefault) {
+    for (auto const& key : configuration_schema()) {
+        EXPECT_NE(key.show(configuration{}).empty(), key.example.empty()) << key.path;
+        if (!key.example.empty()) {
+            configuration values;
+            auto const parsed = toml::parse("value = " + key.example);
+            EXPECT_TRUE(key.read(*parsed.get("value"), values)) << key.path << " = " << key.example;
+        }
+    }
 }
 
 TEST(ConfigurationSchema, DescribesEveryKey) {

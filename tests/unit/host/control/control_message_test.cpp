@@ -36,6 +36,28 @@ TEST(ControlMessage, TransmitsARequestOfSignal) {
     EXPECT_THROW(read_request("{\"signal\":\"stop\",\"timeout_s\":1}"), setting_refused);
 }
 
+TEST(ControlMessage, TransmitsQueries) {
+    change_request get;
+    get.keys = {"gain.db", "line"};
+    EXPECT_EQ(written(get), "{\"get\":[\"gain.db\",\"line\"]}\n");
+    EXPECT_THAT(read_request(written(get)).keys, ElementsAre("gain.db", "line"));
+    EXPECT_FALSE(read_request(written(get)).is_change());
+    change_request status;
+    status.asks_status = true;
+    EXPECT_EQ(written(status), "{\"status\":true}\n");
+    EXPECT_TRUE(read_request(written(status)).asks_status);
+    for (auto const* const text : {"{\"get\":[]}", "{\"get\":\"gain.db\"}", "{\"get\":[1]}", "{\"status\":false}",
+                                   "{\"status\":1}", "{\"status\":true,\"get\":[\"a\"]}"}) {
+        EXPECT_THROW(read_request(text), setting_refused) << text;
+    }
+}
+
+TEST(ControlMessage, TransmitsTheResultForPrograms) {
+    auto const read = read_answer(written(change_answer{.lines = {"a"}, .result = "{\"gain.db\":6}"}));
+    EXPECT_EQ(read.result, "{\n  \"gain.db\": 6\n}");
+    EXPECT_EQ(read_answer(written(change_answer{.lines = {"a"}})).result, "");
+}
+
 TEST(ControlMessage, TransmitsTheResponse) {
     auto const read = read_answer(written(change_answer{.status = exit_status::value_differs, .lines = {"a", "b\nc"}}));
     EXPECT_EQ(read.status, exit_status::value_differs);

@@ -10,6 +10,7 @@ using nlohmann::json;
 
 TEST(HealthMessage, CountsFramesAndPackets) {
     recording_status status;
+    status.name = "left";
     status.instance = 7;
     status.good_frames = 1 + (1ULL << 60U);
     status.figures = {.wanted = 20,
@@ -29,6 +30,7 @@ TEST(HealthMessage, CountsFramesAndPackets) {
                          .packets_dropped_by_socket = 16};
     status.broker = broker_status{.connected = true, .sent = 8, .dropped = 9};
     auto const sent = json::parse(health_message(status));
+    EXPECT_EQ(sent["name"], "left");
     EXPECT_EQ(sent["instance"], 7);
     EXPECT_EQ(sent["frames"]["from_camera"], 1 + (1ULL << 60U));
     EXPECT_EQ(sent["frames"]["wanted"], 20);

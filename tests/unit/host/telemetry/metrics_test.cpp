@@ -19,7 +19,7 @@ using testing::HasSubstr;
 namespace {
 
 constexpr std::uint64_t some_time = 1'700'000'000'000'000;
-exposition::labels const unlabelled{{"instance_number", "5"}};
+exposition::labels const unlabelled{{"instance_number", "5"}, {"name", "left"}};
 
 frame_record taken_at(std::uint64_t number, std::uint64_t timestamp_us) {
     frame_record record;
@@ -61,7 +61,9 @@ recording_status full_status() {
                          .packets_dropped_by_socket = 26};
     status.camera = {{.label = "DeviceModel", .value = "M"}, {.label = "DeviceSerial", .value = "S"}};
     status.directory = "/";
+    status.name = "left";
     status.instance = 5;
+    status.free_bytes = 51;
     status.broker = broker_status{.connected = true, .sent = 31, .dropped = 32};
     status.ring_readers = 41;
     status.ring_overtaken = 42;
@@ -119,6 +121,7 @@ TEST(Metrics, AreValidExpositionFormat) {
         EXPECT_FALSE(family.help.empty()) << name;
         for (auto const& sample : family.samples) {
             EXPECT_EQ(sample.with.at("instance_number"), "5") << name;
+            EXPECT_EQ(sample.with.at("name"), "left") << name;
         }
     }
 }
@@ -127,7 +130,8 @@ TEST(Metrics, CountFramesAndPackets) {
     metrics const tested;
     auto const text = scraped(tested);
     auto const dropped = [&text](char const* cause) {
-        return text.value("mediagrabber_frames_dropped_total", {{"instance_number", "5"}, {"cause", cause}});
+        return text.value("mediagrabber_frames_dropped_total",
+                          {{"instance_number", "5"}, {"name", "left"}, {"cause", cause}});
     };
     EXPECT_EQ(text.value("mediagrabber_frames_saved_total", unlabelled), 6);
     EXPECT_EQ(dropped("queue_full"), 3);
@@ -158,7 +162,7 @@ TEST(Metrics, AreInBaseUnits) {
     EXPECT_EQ(text.value("mediagrabber_uptime_seconds", unlabelled), 77.5);
     EXPECT_EQ(text.value("mediagrabber_capturing", unlabelled), 1);
     EXPECT_EQ(text.value("mediagrabber_mqtt_connected", unlabelled), 1);
-    EXPECT_GT(text.value("mediagrabber_output_free_bytes", unlabelled), 0);
+    EXPECT_EQ(text.value("mediagrabber_output_free_bytes", unlabelled), 51);
     EXPECT_GT(text.value("mediagrabber_process_cpu_seconds_total", unlabelled), 0);
 }
 
@@ -166,7 +170,7 @@ TEST(Metrics, CompareRequestedAndActualValues) {
     metrics const tested;
     auto const text = scraped(tested);
     auto const of = [&text](char const* name, char const* value) {
-        return text.value(name, {{"instance_number", "5"}, {"value", value}});
+        return text.value(name, {{"instance_number", "5"}, {"name", "left"}, {"value", value}});
     };
     EXPECT_EQ(text.value("mediagrabber_frame_rate_requested_hertz", unlabelled), 25);
     EXPECT_EQ(text.value("mediagrabber_frame_rate_actual_hertz", unlabelled), 24.5);
@@ -192,7 +196,7 @@ TEST(Metrics, OmitUnknownValues) {
     status.camera.clear();
     status.broker.reset();
     status.delivery = {};
-    status.directory = "/nowhere/at/all";
+    status.free_bytes.reset();
     auto const text = scraped(tested, status);
     for (char const* const name :
          {"mediagrabber_camera_temperature_celsius", "mediagrabber_frame_period_seconds", "mediagrabber_camera_info",
@@ -208,18 +212,22 @@ TEST(Metrics, ReportTheUptimeAsFrameAgeBeforeTheFirstFrame) {
     metrics const tested;
     recording_status status;
     status.uptime_s = 12.5;
-    EXPECT_EQ(scraped(tested, status).value("mediagrabber_last_frame_age_seconds", {{"instance_number", "0"}}), 12.5);
+    EXPECT_EQ(
+        scraped(tested, status).value("mediagrabber_last_frame_age_seconds", {{"instance_number", "0"}, {"name", ""}}),
+        12.5);
 }
 
-TEST(Metrics, EscapeTheCameraName) {
+TEST(Metrics, EscapeTheLabelsOfTheCamera) {
     metrics const tested;
     auto status = full_status();
     status.camera = {{.label = "DeviceModel", .value = "M \"1\"\\\n\xFF"},
                      {.label = "DeviceSerial", .value = "\xC3\xA4"}};
     auto const text = scraped(tested, status);
-    EXPECT_EQ(text.value("mediagrabber_camera_info",
-                         {{"instance_number", "5"}, {"model", "M \"1\"\\\n\xEF\xBF\xBD"}, {"serial", "\xC3\xA4"}}),
-              1);
+    EXPECT_EQ(
+        text.value(
+            "mediagrabber_camera_info",
+            {{"instance_number", "5"}, {"name", "left"}, {"model", "M \"1\"\\\n\xEF\xBF\xBD"}, {"serial", "\xC3\xA4"}}),
+        1);
 }
 
 TEST(Metrics, NeverDecreaseACounter) {
@@ -274,7 +282,7 @@ TEST(Metrics, AddEveryFrameToTheHistograms) {
     }
     auto const text = scraped(tested);
     auto const below = [&text](std::string const& name, char const* bound) {
-        return text.value(name + "_bucket", {{"instance_number", "5"}, {"le", bound}});
+        return text.value(name + "_bucket", {{"instance_number", "5"}, {"name", "left"}, {"le", bound}});
     };
     EXPECT_EQ(text.value("mediagrabber_frame_interval_error_seconds_count", unlabelled), 9);
     EXPECT_NEAR(text.value("mediagrabber_frame_interval_error_seconds_sum", unlabelled), 9 * 30e-6, 1e-9);

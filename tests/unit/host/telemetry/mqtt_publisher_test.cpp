@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "config/camera_name.hpp"
 #include "config/configuration_file.hpp"
 #include "config/topic.hpp"
 
@@ -26,9 +27,10 @@ std::string complaint(std::string const& text) {
 TEST(MqttPublisher, HasTheInstanceInItsTopic) {
     configuration values;
     values.log.instance = 12;
-    EXPECT_EQ(topic_of(values.mqtt, values.log.instance), "mediagrabber/12");
-    values.mqtt.topic = "hall/{instance}/{instance}/{other}";
-    EXPECT_EQ(topic_of(values.mqtt, values.log.instance), "hall/12/12/{other}");
+    EXPECT_EQ(topic_of(values.mqtt, name_of(values)), "mediagrabber/12");
+    values.camera.name = "left";
+    values.mqtt.topic = "hall/{name}/{name}/{other}";
+    EXPECT_EQ(topic_of(values.mqtt, name_of(values)), "hall/left/left/{other}");
 }
 
 TEST(MqttPublisher, RefusesAnInvalidTopic) {
@@ -51,7 +53,7 @@ TEST(MqttPublisher, RefusesAPasswordWithoutAUserName) {
 TEST(MqttPublisher, FinishesWithoutStart) {
     configuration values;
     values.mqtt.broker = "mqtt://127.0.0.1:1";
-    mqtt_publisher tested(values.mqtt, values.log.instance);
+    mqtt_publisher tested(values.mqtt, name_of(values));
     tested.finish();
     EXPECT_FALSE(tested.status().connected);
 }

@@ -52,7 +52,7 @@ TEST(MqttPublisher, DoesNotAllocatePerFrameEvenWithAFullQueue) {
     chosen.mqtt.broker = "mqtt://127.0.0.1:1";
     chosen.mqtt.frames = true;
     chosen.mqtt.queue_frames = 10;
-    mqtt_publisher tested(chosen.mqtt, chosen.log.instance);
+    mqtt_publisher tested(chosen.mqtt, "left");
     EXPECT_EQ(allocated_by(tested), 0U);
     EXPECT_EQ(tested.status().dropped, 991U);
 }
