@@ -613,7 +613,7 @@ keys output_keys() {
     using part = output_configuration;
     return keys_of<part>(
         &configuration::output,
-        {text_key({"output.directory", "", "\"recording\"", "", next_start,
+        {text_key({"output.directory", "", "\"recording\" in the working directory", "", next_start,
                    "Directory for the frame index (frames.jsonl) and the frames; created if missing. {time} is replaced"
                    " by the start time of the recording or segment (UTC), for example 20261121T173318Z, {date} by its"
                    " date, 20261121, and {name} by camera.name."},
@@ -682,7 +682,9 @@ keys control_keys() {
     return keys_of<part>(
         &configuration::control,
         {text_key({"control.socket", "", "by user and camera.name", "", next_start,
-                   "Unix socket that `mediagrabber set` connects to, mode 0600; \"none\" disables it.", R"("none")"},
+                   "Unix socket that `mediagrabber set`, `get`, `status` and `signal` connect to, mode 0600; \"none\""
+                   " disables it.",
+                   R"("none")"},
                   &part::socket, max_socket_path),
          text_key(
              {"control.group", "", "none", "", next_start,
@@ -747,7 +749,7 @@ keys mqtt_keys() {
                   &part::username, max_username),
          text_key({"mqtt.password_file", "", "none", "", next_start,
                    "File with the password in its first line, not accessible to other users. Requires mqtt.username."
-                   " This path and those of the following three keys are relative to the configuration file.",
+                   "",
                    R"("broker-password")"},
                   &part::password_file, max_path),
          text_key({"mqtt.ca_file", "", "the system's certificate authorities", "", next_start,

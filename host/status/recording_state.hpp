@@ -28,7 +28,7 @@ struct recording_activity {
     bool stop_requested = false;
     bool has_pretrigger = false;
     char const* failure = "";  ///< why the last run of the plug-in ended; empty if a frame has arrived since
-    std::optional<double> seconds_since_frame;
+    std::optional<double> seconds_since_frame = {};
     std::uint32_t period_us = 0;  ///< 0: not known
 };
 

@@ -5,13 +5,15 @@ import json
 import os
 import pathlib
 import shlex
+import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
 from camera_process import Camera
-from host_process import DEMANDING, FAKE_PLUGIN, INCOMPLETE, command
+from host_process import DEMANDING, FAKE_PLUGIN, INCOMPLETE, MEDIAGRABBER, command
 
 USAGE = 2
 UNFIT = 10
@@ -42,6 +44,17 @@ class CommandLine(unittest.TestCase):
         done = command("--version", "--plugin", FAKE_PLUGIN)
         self.assertEqual(done.returncode, 0)
         self.assertRegex(done.stdout, r"\Amediagrabber [0-9.]+\nplug-in fake 1\.0 \(.*\)\n\Z")
+
+    def test_prints_its_version_without_a_plugin(self):
+        with tempfile.TemporaryDirectory() as place:
+            program = shutil.copy(MEDIAGRABBER, place)
+            done = subprocess.run([program, "--version"], capture_output=True, text=True)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertRegex(done.stdout, rf"\Amediagrabber [0-9.]+\nthe plug-in cannot be loaded: .*; looked for {place}/libmgjai\.so, .*/lib/mediagrabber/libmgjai\.so,"
+                                          " and on the search path of the dynamic loader; --plugin names another file\n\\Z")
+        done = command("--version", "--plugin", INCOMPLETE)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("is not a plug-in for mediagrabber", done.stdout)
 
     def test_prints_the_table_of_configuration_keys(self):
         done = command("keys")
@@ -76,6 +89,23 @@ class Check(unittest.TestCase):
                       done.stderr)
         self.assertIn(f"{self.file}:3:1: image.heigth: unknown key, expected one of ", done.stderr)
 
+    def test_prints_the_same_to_programs(self):
+        self.file.write_text("[image]\nwidth = 640\n")
+        found = json.loads(command("check", "--json", self.file).stdout)
+        self.assertEqual(found["values"]["image.width"], {"value": 640, "unit": "pixels", "origin": {"line": 2, "column": 9}})
+        self.file.write_text("[image]\nwidth = 0\n")
+        done = command("check", "--json", self.file)
+        self.assertEqual(done.returncode, USAGE)
+        error, = json.loads(done.stdout)["errors"]
+        self.assertEqual((error["line"], error["column"]), (2, 9))
+
+    def test_accepts_the_default_configuration(self):
+        sample = command("check", "--print-default")
+        self.assertEqual(sample.returncode, 0, sample.stderr)
+        done = self.check(sample.stdout)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertNotIn(str(self.file), done.stdout, "every value is a default")
+
     def test_refuses_invalid_toml(self):
         done = self.check("[image\n")
         self.assertEqual(done.returncode, USAGE)
@@ -93,12 +123,65 @@ class Check(unittest.TestCase):
                 self.assertIn(why, done.stderr)
 
 
+class ConfigurationByName(unittest.TestCase):
+    def setUp(self):
+        home = self.enterContext(tempfile.TemporaryDirectory())
+        self.enterContext(mock.patch.dict(os.environ, XDG_CONFIG_HOME=home))
+        self.directory = pathlib.Path(home) / "mediagrabber"
+        self.directory.mkdir()
+        (self.directory / "left.toml").write_text("image.width = 640\noutput.directory = \"data\"\n")
+
+    def test_is_found_in_the_directory_of_the_user(self):
+        done = command("check", "left")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stdout, rf"(?m)^image\.width = 640 +# {self.directory}/left\.toml:1:15, pixels$")
+        self.assertIn(f"output.directory = \"{self.directory}/data\"", done.stdout)
+
+    def test_is_found_in_the_directory_of_the_machine(self):
+        subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/etc"], check=True)
+        system = pathlib.Path("/etc/mediagrabber")
+        system.mkdir()
+        (system / "door.toml").write_text("image.width = 320\n")
+        (system / "left.toml").write_text("image.width = 320\n")
+        self.assertIn("image.width = 320", command("check", "door").stdout)
+        self.assertIn("image.width = 640", command("check", "left").stdout, "the user's comes first")
+
+    def test_is_that_of_the_environment_if_none_is_given(self):
+        with mock.patch.dict(os.environ, MEDIAGRABBER_CONFIG="left"):
+            self.assertIn("image.width = 640", command("check").stdout)
+            recorded = command("run", "--plugin", FAKE_PLUGIN, "--frames", 3)
+            self.assertEqual(recorded.returncode, 0, recorded.stderr)
+            self.assertEqual(len((self.directory / "data/frames.jsonl").read_text().splitlines()), 3)
+
+    def test_that_does_not_exist_is_reported_with_the_places(self):
+        for arguments in (["check", "right"], ["run", "--config", "right"], ["doctor", "--config", "right"], ["calibrate", "--config", "right"]):
+            with self.subTest(arguments):
+                done = command(*arguments)
+                self.assertEqual(done.returncode, USAGE)
+                self.assertEqual(done.stderr, f"mediagrabber: right: no such configuration; looked for {pathlib.Path.cwd()}/right, "
+                                              f"{self.directory}/right.toml, /etc/mediagrabber/right.toml\n")
+
+    def test_is_required(self):
+        for arguments, what in ((["check"], "FILE"), (["run"], "--config")):
+            done = command(*arguments)
+            self.assertEqual(done.returncode, USAGE)
+            self.assertIn(f"{what} is required: a file, or the name of one", done.stderr)
+
+
 class Cameras(unittest.TestCase):
     def test_are_listed_as_the_plugin_reports_them(self):
         done = command("--plugin", FAKE_PLUGIN, "cameras", script="devices 2; exit 3")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(done.stdout, "camera 0\n  DeviceModel: Fake 0\n  DeviceSerial: F000\n"
                                       "camera 1\n  DeviceModel: Fake 1\n  DeviceSerial: F001\n")
+
+    def test_are_listed_for_programs(self):
+        done = command("--plugin", FAKE_PLUGIN, "cameras", "--json", script="devices 2; exit 3")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(json.loads(done.stdout), [{"index": i, "properties": {"DeviceModel": f"Fake {i}", "DeviceSerial": f"F00{i}"}}
+                                                   for i in range(2)])
+        done = command("--plugin", FAKE_PLUGIN, "cameras", "--json", script="exit 2")
+        self.assertEqual((done.returncode, json.loads(done.stdout)), (3, []))
 
     def test_have_their_own_status_if_none_is_found(self):
         done = command("--plugin", FAKE_PLUGIN, "cameras", script="exit 2")
@@ -124,7 +207,7 @@ class Plugin(unittest.TestCase):
                               (text.name, f"the plug-in cannot be loaded: {text.name}"),
                               (INCOMPLETE, "is not a plug-in for mediagrabber: symbol MgLibGetVer is missing"),
                               (DEMANDING, "undefined symbol: MgGi__UnheardOf")):
-                for arguments in (["cameras"], ["--version"],
+                for arguments in (["cameras"],
                                   ["run", "--config", configuration, "--output", pathlib.Path(directory) / "frames"]):
                     with self.subTest(file=file, arguments=arguments):
                         done = command("--plugin", file, *arguments)

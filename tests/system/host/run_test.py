@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: MIT
 """`mediagrabber run`: exit status, saved frames, output directory and report."""
 
+import json
 import pathlib
+import signal
 import sys
 import tempfile
 import unittest
@@ -172,11 +174,47 @@ class Report(unittest.TestCase):
             self.assertIn("<td>frames</td><td>5</td>", page)
             self.assertEqual(page.count("<img "), 5)
 
+    def test_has_its_figures_for_programs(self):
+        with Recording("grab", "--frames", 5) as recording:
+            self.assertEqual(recording.finish(), SUCCESS, recording.log)
+            found = json.loads(command("report", recording.output, "--json").stdout)
+            self.assertEqual((found["frames"], found["lost_in_host"], found["losses"]), (5, 0, []))
+            self.assertEqual(found["page"], f"{recording.output}/report.html")
+            self.assertGreater(found["frames_per_s"], 0)
+            self.assertGreaterEqual(found["interval_us"]["max"], found["interval_us"]["median"])
+
     def test_of_a_directory_without_a_recording_is_refused(self):
         with tempfile.TemporaryDirectory() as directory:
             refused = command("report", directory)
             self.assertEqual(refused.returncode, USAGE)
             self.assertIn("is not a recording", refused.stderr)
+
+
+class OneOffValues(unittest.TestCase):
+    def test_replace_those_of_the_file(self):
+        with Recording("grab", "--set", "run.frames=4", "--set", "output.format=raw", "--set", "camera.name=left",
+                       configuration="run.frames = 7") as recording:
+            self.assertEqual(recording.finish(), SUCCESS, recording.log)
+            self.assertEqual(len(recording.frame_index()), 4)
+            self.assertIn("frames.raw", recording.files())
+            self.assertIn("recording left to ", recording.log)
+
+    def test_stay_when_the_file_is_reloaded(self):
+        configuration = "gain.auto = \"Off\"\ngain.db = {}\n[exposure]\nauto = \"Off\"\n"
+        with Recording("grab", "--set", "exposure.time_us=2000", configuration=configuration.format(1)) as recording:
+            recording.wait_for_frames(2)
+            recording.configure(configuration.format(6))
+            recording.signal(signal.SIGHUP)
+            recording.wait_for_log("reload: changed gain.db\n")
+            recording.wait_for_log("small change: gain 6.0 exposure 2000.0")
+
+    def test_that_are_invalid_are_refused_like_those_of_the_file(self):
+        for value, error in (("gain.db=99", "--set gain.db: gain.db: 99 is not valid, expected a number from -60 to 60 (dB)\n"),
+                             ("gain.bd=1", "--set gain.bd: gain.bd: unknown key; the nearest ones are gain.db, gain.auto; "),
+                             ("gain.db", "--set \"gain.db\": expected KEY=VALUE\n")):
+            with self.subTest(value), Recording("grab", "--set", value) as recording:
+                self.assertEqual(recording.finish(), USAGE)
+                self.assertIn(error, recording.log)
 
 
 if __name__ == "__main__":

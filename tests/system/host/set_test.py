@@ -128,7 +128,7 @@ class Set(unittest.TestCase):
         with ControlledRecording() as host:
             host.recording.wait_for_frames(3)
             for settings, error in (
-                    (["gain.dB=6"], "gain.dB: unknown key, expected one of image.rotation_deg, timing.frame_rate_hz, "),
+                    (["gain.Bd=6"], "gain.Bd: unknown key; the nearest ones are gain.db, gain.auto; `mediagrabber keys` lists all\n"),
                     (["gain.db=99"], "gain.db: 99 is not valid, expected a number from -60 to 60 (dB)\n"),
                     (["gain.db=six"], "gain.db: six is not valid, expected a number"),
                     (["gain.db="], "gain.db:  is not valid, expected a number"),
@@ -209,7 +209,7 @@ class ControlSocket(unittest.TestCase):
                     Recording("grab", configuration=MANUAL + "log.instance = 7") as recording:
                 recording.wait_for_log(f"control socket for `mediagrabber set`: {runtime}/mediagrabber.7.sock\n")
                 recording.wait_for_frames(3)
-                self.assertEqual(command("set", "--instance", "7", "gain.db=6").returncode, SUCCESS)
+                self.assertEqual(command("set", "--name", "7", "gain.db=6").returncode, SUCCESS)
 
     def test_can_be_disabled(self):
         with Recording("grab", "--frames", 5, configuration="control.socket = \"none\"") as recording:

@@ -14,6 +14,7 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from unittest import mock
 
 TEMPORARY = tempfile.TemporaryDirectory()
 
@@ -266,6 +267,18 @@ class Completion(unittest.TestCase):
     def test_offers_keys_that_can_change_during_a_recording(self):
         self.assertEqual(self.complete("set", "gain.d"), ["gain.db="])
         self.assertEqual(self.complete("set", "image.width"), [])
+        self.assertNotIn("line.pin=", self.complete("set", "li"))
+
+    def test_offers_keys_for_one_off_values_and_for_get(self):
+        self.assertEqual(self.complete("run", "--set", "output.comp"), ["output.compression="])
+        self.assertEqual(self.complete("get", "image.width"), ["image.width"])
+
+    def test_offers_names_of_configurations(self):
+        with tempfile.TemporaryDirectory() as home, mock.patch.dict(os.environ, XDG_CONFIG_HOME=home):
+            (pathlib.Path(home) / "mediagrabber").mkdir()
+            (pathlib.Path(home) / "mediagrabber/door9.toml").touch()
+            self.assertEqual(self.complete("run", "--config", "doo"), ["door9"])
+            self.assertEqual(self.complete("check", "doo"), ["door9"])
 
     def test_offers_requests(self):
         self.assertEqual(self.complete("signal", "1", "re"), ["reload"])
@@ -274,7 +287,7 @@ class Completion(unittest.TestCase):
 class Manual(unittest.TestCase):
     def test_has_the_text_of_the_help(self):
         page = gzip.decompress((root() / "usr/share/man/man1/mediagrabber.1.gz").read_bytes()).decode()
-        for word in ("doctor", "calibrate", "Directory for the recording", "Exit status"):
+        for word in ("doctor", "calibrate", "MEDIAGRABBER_CONFIG", "\\-\\-print\\-default", "Directory for the recording", "Exit status"):
             self.assertIn(word, page)
         page = gzip.decompress((root() / "usr/share/man/man1/gevctl.1.gz").read_bytes()).decode()
         for word in ("force", "AcquisitionControl", "Exit status"):

@@ -205,14 +205,14 @@ TEST(UnixSocket, HasNoDefaultPathThatOtherUsersCanTake) {
     char const* const before = getenv("XDG_RUNTIME_DIR");
     std::string const saved = before == nullptr ? "" : before;
     setenv("XDG_RUNTIME_DIR", "/run/user/7", 1);
-    EXPECT_EQ(default_control_socket(3).value().string(), "/run/user/7/mediagrabber.3.sock");
+    EXPECT_EQ(default_control_socket("3").value().string(), "/run/user/7/mediagrabber.3.sock");
     unsetenv("XDG_RUNTIME_DIR");
-    auto const path = default_control_socket(3);
+    auto const path = default_control_socket("3");
     if (geteuid() == 0) {
         EXPECT_EQ(path.value().string(), "/run/mediagrabber.3.sock");
         pid_t const child = fork();
         if (child == 0) {  // a user without a runtime directory
-            _exit(setuid(54'321) == 0 && !default_control_socket(3) ? 0 : 1);
+            _exit(setuid(54'321) == 0 && !default_control_socket("3") ? 0 : 1);
         }
         int status = 0;
         waitpid(child, &status, 0);
@@ -236,6 +236,20 @@ TEST(UnixSocket, FindsTheControlSocketOfAService) {
     EXPECT_TRUE(service_control_socket("left", runtime.path()) == directory / "mediagrabber.7.sock");
     std::ofstream(directory / "mediagrabber.8.sock") << "";
     EXPECT_THROW(service_control_socket("left", runtime.path()), std::runtime_error);
+}
+
+TEST(UnixSocket, FindsTheControlSocketsOfServices) {
+    temporary_directory const runtime;
+    for (auto const* const name : {"mediagrabber-right", "mediagrabber-left", "other"}) {
+        std::filesystem::create_directory(runtime.path() / name);
+        std::ofstream(runtime.path() / name / "mediagrabber.7.sock") << "";
+    }
+    std::ofstream(runtime.path() / "mediagrabber-left" / "frames.sock") << "";
+    auto const found = control_sockets_of_services(runtime.path());
+    ASSERT_EQ(found.size(), 2U);
+    EXPECT_EQ(found[0].service, "left");
+    EXPECT_TRUE(found[1].path == runtime.path() / "mediagrabber-right/mediagrabber.7.sock");
+    EXPECT_TRUE(control_sockets_of_services(runtime.path() / "nowhere").empty());
 }
 
 TEST(UnixSocket, FindsGroupsByNameAndNumber) {

@@ -200,7 +200,7 @@ TEST_F(RecordingReader, OmitsAnImageWhoseFileIsMissing) {
     std::filesystem::rename(place / *entries[0].file, place / "elsewhere");
     std::ostringstream out;
     std::ostringstream complaints;
-    EXPECT_EQ(report_command(place, {}, out, complaints), exit_status::success);
+    EXPECT_EQ(report_command(place, {}, false, out, complaints), exit_status::success);
     EXPECT_THAT(complaints.str(), HasSubstr("no thumbnail of frame 1: "));
     EXPECT_THAT(complaints.str(), HasSubstr("No such file or directory"));
     std::ostringstream page;
