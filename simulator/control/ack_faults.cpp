@@ -119,6 +119,7 @@ bool ack_faults::apply(active_fault& one, std::vector<gvcp_ack>& acks) {
         case fault_kind::freeze:
         case fault_kind::timestamp_jump:
         case fault_kind::timestamp_wrap:
+        case fault_kind::overheating:
         case fault_kind::power_cycle:
             break;  // other domains; not passed to this function
     }

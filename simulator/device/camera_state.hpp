@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -113,6 +114,8 @@ struct camera_state {
     std::function<void(line_change const&)> on_line_change{};  ///< called for every change of the lines; may be empty
     chunk_settings chunks;
     bool acquiring = false;
+    /// Fault overheating: the temperature that is reported.
+    std::optional<double> overheated_celsius{};
     bool stream_frozen = false;          ///< fault freeze: no packets are sent
     bool control_unresponsive = false;   ///< fault freeze: commands are ignored
     std::uint64_t power_cycle = 1;       ///< counts power-ups

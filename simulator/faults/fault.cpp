@@ -245,6 +245,16 @@ std::vector<fault_definition> camera_kinds() {
            .type = value_type::integer,
            .minimum = 8.0,
            .maximum = 63.0}}},
+        {fault_kind::overheating,
+         camera,
+         "overheating",
+         "DeviceTemperature rises; the camera works on",
+         {{.name = "celsius",
+           .unit = "\u00B0C",
+           .description = "the temperature that is reported",
+           .default_value = 85.0,
+           .minimum = -40.0,  // the limits of DeviceTemperature
+           .maximum = 125.0}}},
         {fault_kind::power_cycle, camera, "power_cycle",
          "the camera has no power and does not respond; afterwards it starts with its initial settings, without a"
          " controlling application and with a new timestamp counter"},

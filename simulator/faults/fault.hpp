@@ -33,6 +33,7 @@ enum class fault_kind : std::uint8_t {
     freeze,
     timestamp_jump,
     timestamp_wrap,
+    overheating,
     ack_delay,
     ack_loss,
     ack_duplication,

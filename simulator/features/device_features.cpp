@@ -17,23 +17,26 @@ feature identity_text(std::string name, std::string tooltip, std::uint32_t addre
             .standard = standard_register{address}};
 }
 
-/// Rises from 38 to 44 degrees Celsius within about ten minutes, and varies slightly, so that two readings differ.
+/// Without fault overheating: rises from 38 to 44 degrees Celsius within about ten minutes, and varies slightly, so
+/// that two readings differ.
 double temperature_after(camera_time running) {
     double const seconds = static_cast<double>(running.count()) * 1e-9;
     return 38.0 + 6.0 * (1.0 - std::exp(-seconds / 600.0)) + 0.3 * std::sin(seconds / 7.0);
 }
 
 feature device_temperature(camera_state& state) {
-    return {
-        .name = "DeviceTemperature",
-        .category = "DeviceControl",
-        .tooltip = "Temperature of the sensor board",
-        .unit = "\u00B0C",
-        .access = access_mode::read_only,
-        .cachable = false,
-        .polling_time_ms = 1000,
-        .kind = float_kind{
-            .get = [&state] { return temperature_after(state.now()); }, .set = {}, .minimum = -40.0, .maximum = 125.0}};
+    return {.name = "DeviceTemperature",
+            .category = "DeviceControl",
+            .tooltip = "Temperature of the sensor board",
+            .unit = "\u00B0C",
+            .access = access_mode::read_only,
+            .cachable = false,
+            .polling_time_ms = 1000,
+            .kind = float_kind{
+                .get = [&state] { return state.overheated_celsius.value_or(temperature_after(state.now())); },
+                .set = {},
+                .minimum = -40.0,
+                .maximum = 125.0}};
 }
 
 }  // namespace

@@ -194,6 +194,7 @@ bool stream_faults::apply(active_fault const& one, packet& target, stream_block 
         case fault_kind::freeze:
         case fault_kind::timestamp_jump:
         case fault_kind::timestamp_wrap:
+        case fault_kind::overheating:
         case fault_kind::power_cycle:
             break;  // other domains; not passed to this function
     }

@@ -12,7 +12,7 @@ import unittest
 
 import gvcp
 from camera_application import ADDRESSES, small_images, start
-from camera_process import CAMSIM, Camera, FaultyCamera, run, wait_for
+from camera_process import CAMSIM, Camera, FaultyCamera, feature, run, wait_for
 from gvcp import Application, Stream
 
 MANUAL = pathlib.Path(__file__).parents[3] / "docs/manual/camsim-faults.md"
@@ -216,6 +216,17 @@ class StreamFaults(unittest.TestCase):
             register = ADDRESSES["GevTimestampValue"]
             self.assertEqual(application.read(register, register + 4)[1][0], 0, "the upper half of the register")
         self.assertEqual(next(one["ticks"] for one in camera.truth_frames if one["block_id"] == block), during)
+
+
+class Overheating(unittest.TestCase):
+    def test_raises_the_temperature_until_it_ends(self):
+        with FaultyCamera() as camera:
+            celsius = lambda: float(feature("DeviceTemperature"))
+            self.assertLess(celsius(), 50)
+            fault = camera.start_fault("overheating", celsius=91.5)
+            self.assertEqual(celsius(), 91.5)
+            camera.stop_fault(fault)
+            self.assertLess(celsius(), 50)
 
 
 class Freeze(unittest.TestCase):

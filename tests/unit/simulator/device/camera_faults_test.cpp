@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "features/camera_features.hpp"
+
 using namespace camsim;
 using namespace std::chrono_literals;
 
@@ -61,6 +63,25 @@ TEST_F(CameraFaults, TimestampWrapReducesTheWidthOfTheCounter) {
     EXPECT_EQ(ticks(), 100 * tick_frequency % (std::uint64_t{1} << 32U));
     stop();
     EXPECT_EQ(ticks(), 100 * tick_frequency);
+}
+
+TEST_F(CameraFaults, OverheatingReplacesTheTemperatureWhileItIsActive) {
+    feature const temperature = device_features(state).back();
+    ASSERT_EQ(temperature.name, "DeviceTemperature");
+    auto const& range = std::get<float_kind>(temperature.kind);
+    auto const& parameter = definition_of(fault_kind::overheating).parameters.at(0);
+    EXPECT_EQ(parameter.minimum, std::get<double>(range.minimum));
+    EXPECT_EQ(parameter.maximum, std::get<double>(range.maximum));
+    auto const celsius = [&] { return std::get<float_kind>(temperature.kind).get(); };
+    EXPECT_LT(celsius(), 50.0);
+    fault hot = default_fault(fault_kind::overheating);
+    start(hot);
+    EXPECT_EQ(celsius(), 85.0);
+    stop();
+    EXPECT_LT(celsius(), 50.0);
+    hot.values["celsius"] = 97.5;
+    start(hot);
+    EXPECT_EQ(celsius(), 97.5);
 }
 
 TEST_F(CameraFaults, PowerCycleSwitchesThePowerOff) {

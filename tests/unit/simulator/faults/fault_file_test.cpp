@@ -79,7 +79,7 @@ TEST(FaultTable, AssignsEachKindToTheDomainThatImplementsIt) {
                 UnorderedElementsAre("ack_delay", "ack_loss", "ack_duplication", "ack_error", "ack_wrong_id"));
     EXPECT_THAT(kinds[fault_domain::access], UnorderedElementsAre("control_denied", "read_failure", "write_refusal"));
     EXPECT_THAT(kinds[fault_domain::camera],
-                UnorderedElementsAre("freeze", "timestamp_jump", "timestamp_wrap", "power_cycle"));
+                UnorderedElementsAre("freeze", "timestamp_jump", "timestamp_wrap", "overheating", "power_cycle"));
 }
 
 TEST(FaultTable, ReferenceHasEachParameterWithDefaultAndUnit) {
@@ -161,6 +161,8 @@ TEST(FaultFile, RejectsInvalidValues) {
                 HasSubstr("'even' is not valid, expected one of \"too_large\", \"zero\", \"odd\""));
     EXPECT_THAT(of("kind = \"read_failure\", feature = \"Hight\""),
                 HasSubstr("expected a feature's name; the features are: Width, DeviceTemperature"));
+    EXPECT_THAT(of("kind = \"overheating\", celsius = 126"),
+                HasSubstr("overheating.celsius: 126 is not valid, expected a number from -40 to 125"));
     EXPECT_THAT(of("kind = \"power_cycle\", for_s = 0"), HasSubstr("expected a number of seconds, above 0"));
     EXPECT_THAT(of("kind = \"power_cycle\", at_s = -1"), HasSubstr("expected a number of seconds, 0 or more"));
     EXPECT_THAT(error_of("seed = -1"), HasSubstr("seed: -1 is not valid, expected an integer of 0 or more"));
