@@ -1,6 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""Headless Chromium, and access to the elements of the live page in it."""
+"""A headless browser, and access to the elements of the live page in it.
 
+The environment variable BROWSER selects it: "chromium" or "firefox".
+"""
+
+import base64
+import os
 import pathlib
 import tempfile
 
@@ -11,6 +16,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
+from marionette import Marionette
 from waiting import wait_for
 
 OPTIONS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--no-first-run",
@@ -22,8 +28,44 @@ PHONE = (390, 844)
 
 
 class Browser:
-    """Chromium, until the context is left. Elements are named by their id."""
+    """What the tests use of a browser, until the context is left. Elements are named by their id.
 
+    A browser has these functions besides: open(url), url(), source(), text(name), is_displayed(name), run(script, *arguments),
+    resize(width, height, phone), prefer(scheme), press(*keys), select_all() by keyboard, console_errors(), screenshot() as PNG.
+    """
+
+    def fill(self, name, value):
+        """Focuses an input field with the keyboard and replaces its text."""
+        self.tab_to(name)
+        self.select_all()
+        self.press(value)
+
+    def focused(self):
+        return self.run("return document.activeElement.id || document.activeElement.getAttribute('aria-label')"
+                        " || document.activeElement.className || document.activeElement.tagName")
+
+    def tab_to(self, name, max_presses=60):
+        for _ in range(max_presses):
+            if self.focused() == name:
+                return
+            self.press(Keys.TAB)
+        raise AssertionError(f"{name} cannot be focused with the keyboard")
+
+    def attribute(self, name, attribute):
+        return self.run("return document.getElementById(arguments[0]).getAttribute(arguments[1])", name, attribute)
+
+    def wait(self, condition, what, seconds=20):
+        return wait_for(condition, f"{what}; the page shows the answer \"{self.shown_answer()}\"", seconds)
+
+    def shown_answer(self):
+        return self.run("return document.getElementById('answer')?.textContent")
+
+    def save_screenshot(self, directory, name):
+        pathlib.Path(directory).mkdir(parents=True, exist_ok=True)
+        (pathlib.Path(directory) / name).write_bytes(self.screenshot())
+
+
+class Chromium(Browser):
     def __enter__(self):
         self.profile = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         options = Options()
@@ -42,11 +84,17 @@ class Browser:
     def open(self, url):
         self.driver.get(url)
 
-    def element(self, name):
-        return self.driver.find_element(By.ID, name)
+    def url(self):
+        return self.driver.current_url
+
+    def source(self):
+        return self.driver.page_source
 
     def text(self, name):
-        return self.element(name).text
+        return self.driver.find_element(By.ID, name).text
+
+    def is_displayed(self, name):
+        return self.driver.find_element(By.ID, name).is_displayed()
 
     def run(self, script, *arguments):
         return self.driver.execute_script(script, *arguments)
@@ -63,34 +111,78 @@ class Browser:
         """Sends key presses to the focused element."""
         ActionChains(self.driver, duration=0).send_keys(*keys).perform()
 
-    def fill(self, name, value):
-        """Focuses an input field with the keyboard and replaces its text."""
-        self.tab_to(name)
+    def select_all(self):
         ActionChains(self.driver, duration=0).key_down(Keys.CONTROL).send_keys("a").key_up(Keys.CONTROL).perform()
-        self.press(value)
-
-    def focused(self):
-        return self.run("return document.activeElement.id || document.activeElement.getAttribute('aria-label')"
-                        " || document.activeElement.className || document.activeElement.tagName")
-
-    def tab_to(self, name, max_presses=60):
-        for _ in range(max_presses):
-            if self.focused() == name:
-                return
-            self.press(Keys.TAB)
-        raise AssertionError(f"{name} cannot be focused with the keyboard")
-
-    def wait(self, condition, what, seconds=20):
-        return wait_for(condition, f"{what}; the page shows the answer \"{self.shown_answer()}\"", seconds)
-
-    def shown_answer(self):
-        return self.run("return document.getElementById('answer')?.textContent")
 
     def console_errors(self):
-        """Errors and warnings in the page's console."""
-        return [line for line in self.driver.get_log("browser")
-                if line["level"] in ("SEVERE", "WARNING") and not line["message"].startswith("chrome://")]
+        """Errors and warnings in the page's console, except those of the browser's own pages and of refused requests, which only
+        this browser reports."""
+        return [line["message"] for line in self.driver.get_log("browser")
+                if line["level"] in ("SEVERE", "WARNING") and not line["message"].startswith("chrome://")
+                and "409" not in line["message"]]
 
-    def save_screenshot(self, directory, name):
-        pathlib.Path(directory).mkdir(parents=True, exist_ok=True)
-        self.driver.save_screenshot(str(pathlib.Path(directory) / name))
+    def screenshot(self):
+        return self.driver.get_screenshot_as_png()
+
+
+class Firefox(Browser):
+    def __enter__(self):
+        self.marionette = Marionette().__enter__()
+        self.run = self.marionette.script
+        # Without the tool bars, the focus returns to the page's start after its last control.
+        self.marionette.privileged_script("document.getElementById('navigator-toolbox').hidden = true")
+        return self
+
+    def __exit__(self, *exception):
+        self.marionette.__exit__(*exception)
+
+    def open(self, url):
+        self.marionette.command("WebDriver:Navigate", url=url)
+
+    def url(self):
+        return self.marionette.command("WebDriver:GetCurrentURL")
+
+    def source(self):
+        return self.marionette.command("WebDriver:GetPageSource")
+
+    def text(self, name):
+        return self.marionette.command("WebDriver:GetElementText", id=self.marionette.find(name))
+
+    def is_displayed(self, name):
+        return self.marionette.command("WebDriver:IsElementDisplayed", id=self.marionette.find(name))
+
+    def resize(self, width, height, phone=False):
+        """A window of Firefox cannot be as narrow as a phone, but the page in it can."""
+        self.marionette.privileged_script("""
+            window.resizeTo(Math.max(arguments[0], 500), arguments[1] + 200);
+            const style = gBrowser.selectedBrowser.style;
+            style.minWidth = style.maxWidth = `${arguments[0]}px`;
+            style.minHeight = style.maxHeight = `${arguments[1]}px`;""", width, height)
+        self.wait(lambda: self.run("return [window.innerWidth, window.innerHeight]") == [width, height], f"a page of {width} x {height}")
+
+    def prefer(self, scheme):
+        self.marionette.privileged_script("gBrowser.selectedBrowser.browsingContext.prefersColorSchemeOverride = arguments[0]", scheme)
+
+    def press(self, *keys):
+        """Sends key presses to the focused element."""
+        self.marionette.press(*((kind, key) for key in "".join(keys) for kind in ("keyDown", "keyUp")))
+
+    def select_all(self):
+        self.marionette.press(("keyDown", Keys.CONTROL), ("keyDown", "a"), ("keyUp", "a"), ("keyUp", Keys.CONTROL))
+
+    def console_errors(self):
+        """Errors and warnings that the page caused or wrote to its console."""
+        caused = self.marionette.privileged_script("""
+            return Services.console.getMessageArray()
+              .filter((one) => one instanceof Ci.nsIScriptError && one.sourceName.startsWith(arguments[0]))
+              .map((one) => `${one.sourceName}: ${one.errorMessage}`)""", self.run("return location.origin"))
+        written = [line for line in self.marionette.log_text().splitlines() if line.startswith(("console.error:", "console.warn:"))]
+        return caused + written
+
+    def screenshot(self):
+        return base64.b64decode(self.marionette.command("WebDriver:TakeScreenshot", full=False))
+
+
+def start_browser():
+    """\\return the browser that the environment selects, a context manager"""
+    return {"chromium": Chromium, "firefox": Firefox}[os.environ["BROWSER"]]()
