@@ -103,7 +103,7 @@ private:
     void approach(line const& target, double newest);
     void apply_reference(line const& best, double newest);
 
-    double const given_hz_;
+    double given_hz_ = 0.0;
     double us_per_tick_ = 0.0;  ///< nominal; 0: not yet known
     double frequency_error_ = 0.0;
 

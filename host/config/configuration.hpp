@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "clock/frame_clock.hpp"
 #include "frames/frame_format.hpp"
 #include "lut/lookup_table.hpp"
 
@@ -66,6 +67,8 @@ struct transport_configuration {
 struct timing_configuration {
     std::optional<float> frame_rate_hz;
     std::int32_t clock_correction_ppb = 0;
+    std::optional<double> tick_frequency_hz;  ///< empty: found from the frames
+    std::optional<measured_clock> clock_reference;
 };
 
 /// `[exposure]`

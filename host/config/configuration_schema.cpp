@@ -185,6 +185,35 @@ schema_key<target> limits_key(description const& text, field target::*member, do
 }
 
 template <typename target>
+schema_key<target> clock_reference_key(description const& text, std::optional<measured_clock> target::*member) {
+    auto key = described<target>(
+        text, "[ticks, time_us, uncertainty_us], three integers from 0",
+        {{"type", "array"}, {"items", {{"type", "integer"}, {"minimum", 0}}}, {"minItems", 3}, {"maxItems", 3}});
+    key.read = [member](toml::node const& node, target& into) {
+        auto const* const all = node.as_array();
+        if (all == nullptr || all->size() != 3) {
+            return false;
+        }
+        std::array<std::uint64_t, 3> values{};
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            auto const one = all->get(i)->value_exact<std::int64_t>();
+            if (!one || *one < 0) {
+                return false;
+            }
+            values[i] = static_cast<std::uint64_t>(*one);
+        }
+        into.*member = measured_clock{.ticks = values[0], .time_us = values[1], .uncertainty_us = values[2]};
+        return true;
+    };
+    key.show = [member](target const& from) {
+        return show_field(from.*member, [](measured_clock const& one) {
+            return fmt::format("[{}, {}, {}]", one.ticks, one.time_us, one.uncertainty_us);
+        });
+    };
+    return key;
+}
+
+template <typename target>
 schema_key<target> switch_key(description const& text, bool target::*member) {
     auto key = described<target>(text, "true or false", {{"type", "boolean"}});
     key.read = [member](toml::node const& node, target& into) {
@@ -499,7 +528,19 @@ keys timing_keys() {
                       "How much slower the camera clock runs than the host clock; `mediagrabber calibrate` measures it."
                       " With a value other than 0, timestamps come from the camera clock, corrected by this value; with"
                       " 0 they come from the host clock."},
-                     &part::clock_correction_ppb, -100'000'000, 100'000'000)});
+                     &part::clock_correction_ppb, -100'000'000, 100'000'000),
+         number_key({"timing.tick_frequency_hz", "Hz", "found from the frames", "", restart,
+                     "Frequency of the camera's timestamp, for `time_us` of the frames. Needed only if it is no round"
+                     " number, to know the drift of the camera clock.",
+                     "66666667"},
+                    &part::tick_frequency_hz, 1.0, 1e12),
+         clock_reference_key({"timing.clock_reference", "ticks, us since 1970, us", "none", "", live_update,
+                              "What the camera clock showed at a time of this machine, and the uncertainty of that, as"
+                              " `gevctl clock --reference` prints it. With it, `time_us` of the frames does not contain"
+                              " the constant part of the delay. Valid until either clock is set or the camera is"
+                              " switched off.",
+                              "[5000000000, 1790000000000000, 40]"},
+                             &part::clock_reference)});
 }
 
 keys exposure_keys() {

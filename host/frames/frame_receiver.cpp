@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 
 #include "base/host_log.hpp"
 
@@ -14,11 +13,6 @@ namespace {
 
 constexpr std::uint32_t min_buffers = 2;  ///< one to fill and one to export
 constexpr float absolute_zero_c = -273.15F;
-
-std::uint64_t host_time_us() {
-    auto const since_1970 = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());
-}
 
 }  // namespace
 
@@ -95,6 +89,7 @@ void frame_receiver::begin_frame(std::uint32_t width, std::uint32_t height, floa
     }
     ++progress_.good_frames;
     progress_.last_frame = grab_progress::clock::now();
+    arrived_us_ = frame_clock::now().monotonic_us;
 }
 
 /// Determines geometry and format of a frame. A frame in a slot is the camera's. Any other frame was converted to the
@@ -159,7 +154,11 @@ void frame_receiver::export_frame(triggered_frame const& frame) {
     record.number = ++progress_.handed_over;
     record.timestamp_us = frame.timestamp_us;
     record.announced_us = announced_us_;
-    record.handed_over_us = host_time_us();
+    auto const host_now = frame_clock::now();
+    record.handed_over_us = static_cast<std::uint64_t>(host_now.day_us);
+    if (record.ticks) {
+        record.exposed = clock_.time_of(*record.ticks, arrived_us_, record.exposure_us.value_or(0.0F), host_now);
+    }
     auto const now = grab_progress::clock::now();
     if (record.number == 1) {
         progress_.first_exported = now;
@@ -168,10 +167,13 @@ void frame_receiver::export_frame(triggered_frame const& frame) {
     auto const slot = memory_->slot_around(frame.pixels, record.bytes());
     if (!slot) {
         exporter_->export_copy(memory_, frame.pixels, record);
-        return;
+    } else {
+        auto const offset = static_cast<std::byte const*>(frame.pixels) - memory_->slot(*slot);
+        exporter_->export_slot(memory_, *slot, static_cast<std::size_t>(offset), record);
     }
-    auto const offset = static_cast<std::byte const*>(frame.pixels) - memory_->slot(*slot);
-    exporter_->export_slot(memory_, *slot, static_cast<std::size_t>(offset), record);
+    if (record.ticks) {  // the frame does not wait for this
+        clock_.add(*record.ticks, arrived_us_, record.exposure_us.value_or(0.0F));
+    }
 }
 
 bool frame_receiver::complete() const {

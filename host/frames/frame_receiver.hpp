@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "clock/frame_clock.hpp"
 #include "frames/buffer_pool.hpp"
 #include "frames/frame_exporter.hpp"
 #include "frames/frame_record.hpp"
@@ -55,6 +56,7 @@ public:
         return {.width = image_width_ == 0 ? record_.width : image_width_,
                 .height = image_height_ == 0 ? record_.height : image_height_};
     }
+    frame_clock& clock() { return clock_; }
     void announce(std::uint64_t timestamp_us) { announced_us_ = timestamp_us; }
 
     // ---- Frames
@@ -98,7 +100,9 @@ private:
     std::shared_ptr<buffer_pool> memory_;
     std::vector<std::shared_ptr<buffer_pool>> outgrown_;  ///< the plug-in may use them until its run ends
 
-    frame_record record_;  ///< published values of the next frame
+    frame_clock clock_;
+    double arrived_us_ = 0.0;  ///< of the current frame, on the monotonic clock
+    frame_record record_;      ///< published values of the next frame
     std::optional<std::uint64_t> announced_us_;
     std::uint32_t image_width_ = 0;  ///< of the current frame; 0: unknown
     std::uint32_t image_height_ = 0;

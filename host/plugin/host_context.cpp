@@ -37,6 +37,7 @@ host_context::ended_run host_context::run() {
     tone_.run_begins(camera_lost_);
     switches_depth_ = false;
     receiver_.set_buffer_count(settings().memory.buffers);
+    configure_clock();
     std::int32_t const exit_code = plugin_.run();
     signals_.run_ended();
     format_override_.reset();
@@ -168,9 +169,16 @@ bool host_context::activate_live_update() {
     return tone_.take_pass_request() || activated;
 }
 
+void host_context::configure_clock() {
+    auto const& timing = settings().timing;
+    receiver_.clock().set_tick_frequency(timing.tick_frequency_hz.value_or(0.0));
+    receiver_.clock().set_reference(timing.clock_reference, frame_clock::now());
+}
+
 void host_context::follow_configuration() {
     set_log();
     delivery_.configured(settings());
+    configure_clock();
     changes_.activated(configurations_.activated(), progress_.good_frames);
 }
 

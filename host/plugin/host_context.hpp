@@ -100,6 +100,7 @@ public:
     histogram last_histogram;
 
 private:
+    void configure_clock();
     void follow_configuration();
     void set_log() const;
     /// Whether the plug-in has switched to 12 bits for the calculation of a LUT.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
@@ -15,12 +16,19 @@ namespace mediagrabber {
 
 namespace {
 
-template <typename value>
-nlohmann::ordered_json or_null(std::optional<value> const& published) {
-    return published ? nlohmann::ordered_json(*published) : nlohmann::ordered_json(nullptr);
+using json = nlohmann::ordered_json;
+
+/// An uncertainty is rounded up.
+std::uint64_t whole_us(double uncertainty_us) {
+    return static_cast<std::uint64_t>(std::ceil(uncertainty_us));
 }
 
-void put_if_known(nlohmann::ordered_json& line, char const* key, std::optional<std::uint64_t> value) {
+template <typename value>
+json or_null(std::optional<value> const& published) {
+    return published ? json(*published) : json(nullptr);
+}
+
+void put_if_known(json& line, char const* key, std::optional<std::uint64_t> value) {
     if (value) {
         line[key] = *value;
     }
@@ -29,7 +37,7 @@ void put_if_known(nlohmann::ordered_json& line, char const* key, std::optional<s
 }  // namespace
 
 std::string index_line(frame_record const& record, frame_place const& place) {
-    nlohmann::ordered_json line;
+    json line;
     line["file"] = or_null(place.file);
     put_if_known(line, "page", place.page);
     put_if_known(line, "offset", place.offset);
@@ -39,6 +47,11 @@ std::string index_line(frame_record const& record, frame_place const& place) {
     line["handed_over_us"] = record.handed_over_us;
     line["announced_us"] = or_null(record.announced_us);
     line["ticks"] = or_null(record.ticks);
+    auto const& exposed = record.exposed;
+    line["time_us"] = exposed ? json(exposed->time_us) : json(nullptr);
+    line["time_uncertainty_us"] = exposed ? json(whole_us(exposed->uncertainty_us)) : json(nullptr);
+    line["time_source"] = exposed ? json(name_of(exposed->source)) : json(nullptr);
+    line["clock_drift_ppm"] = exposed ? or_null(exposed->clock_drift_ppm) : json(nullptr);
     line["gain_db"] = or_null(record.gain_db);
     line["exposure_us"] = or_null(record.exposure_us);
     line["counter"] = or_null(record.counter);

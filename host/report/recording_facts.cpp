@@ -19,6 +19,21 @@ double quantile(std::vector<double> const& ascending, double share) {
                              : ascending[static_cast<std::size_t>(share * static_cast<double>(ascending.size() - 1))];
 }
 
+void add_times(recording_facts& found, std::span<index_entry const> frames) {
+    std::vector<double> uncertainties;
+    for (auto const& one : frames) {
+        if (one.time_uncertainty_us) {
+            uncertainties.push_back(*one.time_uncertainty_us);
+            found.time_source = one.time_source.value_or("");
+            found.clock_drift_ppm = one.clock_drift_ppm;
+        }
+    }
+    std::ranges::sort(uncertainties);
+    if (!uncertainties.empty()) {
+        found.time_uncertainty_us = quantile(uncertainties, 0.5);
+    }
+}
+
 }  // namespace
 
 recording_facts facts_of(std::span<index_entry const> frames) {
@@ -51,6 +66,7 @@ recording_facts facts_of(std::span<index_entry const> frames) {
                       .median_us = quantile(found.intervals_us, 0.5),
                       .p99_us = quantile(found.intervals_us, p99),
                       .max_us = quantile(found.intervals_us, 1)};
+    add_times(found, frames);
     if (frames.size() > 1) {
         found.duration_s = seconds_between(frames.front(), frames.back());
         found.frames_per_s = found.duration_s > 0 ? static_cast<double>(frames.size() - 1) / found.duration_s : 0;

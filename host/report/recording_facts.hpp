@@ -4,7 +4,9 @@
 /// Statistics of a recording: frame intervals, and the frames that are missing from it.
 
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "report/recording_reader.hpp"
@@ -32,7 +34,10 @@ struct recording_facts {
     std::vector<double> intervals_us;  ///< between consecutive frames without a loss between them, ascending
     interval_figures interval;
     std::vector<loss> losses;
-    std::vector<double> restarts_s;  ///< times at which the camera's exposure counter was reset
+    std::optional<double> time_uncertainty_us;  ///< median of the frames with an exposure time
+    std::string time_source;                    ///< of the last one
+    std::optional<double> clock_drift_ppm;      ///< at the last one
+    std::vector<double> restarts_s;             ///< times at which the camera's exposure counter was reset
     std::uint64_t lost_in_host = 0;
     std::uint64_t lost_before_host = 0;
 };

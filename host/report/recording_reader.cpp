@@ -39,6 +39,9 @@ index_entry entry_of(nlohmann::json const& line) {
     made.gain_db = value_or_nothing<double>(line, "gain_db");
     made.exposure_us = value_or_nothing<double>(line, "exposure_us");
     made.temperature_c = value_or_nothing<double>(line, "temperature_c");
+    made.time_uncertainty_us = value_or_nothing<double>(line, "time_uncertainty_us");
+    made.time_source = value_or_nothing<std::string>(line, "time_source");
+    made.clock_drift_ppm = value_or_nothing<double>(line, "clock_drift_ppm");
     made.counter = value_or_nothing<std::uint32_t>(line, "counter");
     made.width = line.at("width");
     made.height = line.at("height");

@@ -23,6 +23,9 @@ struct index_entry {
     std::optional<double> gain_db;
     std::optional<double> exposure_us;
     std::optional<double> temperature_c;
+    std::optional<double> time_uncertainty_us;  ///< of the exposure time
+    std::optional<std::string> time_source;
+    std::optional<double> clock_drift_ppm;
     std::optional<std::uint32_t> counter;  ///< the camera's exposure counter
     std::uint32_t width = 0;
     std::uint32_t height = 0;

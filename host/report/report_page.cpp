@@ -125,6 +125,14 @@ std::string summary(recording_facts const& facts, std::span<index_entry const> f
         rows.push_back({"first frame", std::to_string(first.width) + " x " + std::to_string(first.height) + ", " +
                                            std::string(first.format->name)});
     }
+    if (facts.time_uncertainty_us) {
+        rows.push_back({"exposure times", "known to " + number(*facts.time_uncertainty_us, 0) + " us (median), from " +
+                                              facts.time_source});
+    }
+    if (facts.clock_drift_ppm) {
+        rows.push_back(
+            {"camera clock", number(*facts.clock_drift_ppm, 2) + " ppm faster than this machine's, at the end"});
+    }
     rows.push_back({"frames lost before the host", std::to_string(facts.lost_before_host)});
     rows.push_back({"frames dropped by the host", std::to_string(facts.lost_in_host)});
     rows.push_back({"restarts", std::to_string(facts.restarts_s.size())});

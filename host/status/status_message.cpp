@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
@@ -34,12 +35,23 @@ char const* name_of(auto_mode mode) {
     return "unchanged";
 }
 
+json time_of(std::optional<exposure_time> const& exposed) {
+    if (!exposed) {
+        return nullptr;
+    }
+    return {{"time_us", exposed->time_us},
+            {"uncertainty_us", exposed->uncertainty_us},
+            {"source", name_of(exposed->source)},
+            {"clock_drift_ppm", or_null(exposed->clock_drift_ppm)}};
+}
+
 json newest_of(std::optional<frame_record> const& newest) {
     if (!newest) {
         return nullptr;
     }
     return {{"frame", newest->number},
             {"timestamp_us", newest->timestamp_us},
+            {"time", time_of(newest->exposed)},
             {"gain_db", or_null(newest->gain_db)},
             {"exposure_us", or_null(newest->exposure_us)},
             {"temperature_c", or_null(newest->temperature_c)},
@@ -165,6 +177,16 @@ std::string output_line(recording_status const& status) {
                        free ? fmt::format("{:.1f}", static_cast<double>(*free) / bytes_per_gigabyte) : "-");
 }
 
+std::string clock_line(recording_status const& status) {
+    auto const exposed = status.newest ? status.newest->exposed : std::nullopt;
+    if (!exposed) {
+        return "-";
+    }
+    auto const drift = exposed->clock_drift_ppm;
+    return fmt::format("exposures known to {:.0f} us ({}), camera clock {} ppm", std::ceil(exposed->uncertainty_us),
+                       name_of(exposed->source), drift ? fmt::format("{:+.2f}", *drift) : "-");
+}
+
 std::string duration(double seconds) {
     constexpr std::uint64_t s_per_hour = 3600;
     constexpr std::uint64_t s_per_minute = 60;
@@ -203,6 +225,7 @@ std::vector<std::string> status_lines(recording_status const& status) {
             fmt::format("frames    {}", frames_line(status.figures)),
             fmt::format("rates     {}", rates_line(status)),
             fmt::format("packets   {}", packets_line(status.log_counts)),
+            fmt::format("clock     {}", clock_line(status)),
             fmt::format("output    {}", output_line(status)),
             fmt::format("uptime    {}", duration(status.uptime_s)),
             fmt::format("versions  mediagrabber {}, plug-in {}", MEDIAGRABBER_VERSION, status.plugin_version)};

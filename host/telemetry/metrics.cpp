@@ -56,6 +56,20 @@ reading of_newest(recording_status const& status, std::optional<member> frame_re
     return status.newest && (*status.newest).*value ? reading(double{*((*status.newest).*value)} * factor) : reading();
 }
 
+std::optional<exposure_time> newest_time(recording_status const& status) {
+    return status.newest ? status.newest->exposed : std::nullopt;
+}
+
+reading time_uncertainty(recording_status const& status) {
+    auto const time = newest_time(status);
+    return time ? reading(time->uncertainty_us / us_per_s) : reading();
+}
+
+reading clock_drift(recording_status const& status) {
+    auto const time = newest_time(status);
+    return time && time->clock_drift_ppm ? reading(*time->clock_drift_ppm) : reading();
+}
+
 template <delivery_check::quantity which>
 reading requested_value(recording_status const& status) {
     return status.delivery[which].requested;
@@ -199,6 +213,14 @@ std::vector<definition> state_definitions() {
          MetricType::Gauge,
          "Exposure time of the latest frame.",
          {{"", "", [](status s) { return of_newest(s, &frame_record::exposure_us, 1 / us_per_s); }}}},
+        {"mediagrabber_time_uncertainty_seconds",
+         MetricType::Gauge,
+         "How far off the exposure time of the latest frame may be; absent if the camera sends no timestamps.",
+         {{"", "", [](status s) { return time_uncertainty(s); }}}},
+        {"mediagrabber_camera_clock_drift_ppm",
+         MetricType::Gauge,
+         "How much faster the camera clock runs than this machine's, parts per million; absent while not known.",
+         {{"", "", [](status s) { return clock_drift(s); }}}},
         {"mediagrabber_output_free_bytes",
          MetricType::Gauge,
          "Space available to this user on the file system of the recording.",

@@ -183,6 +183,9 @@ function showNewest(newest) {
   put('gain-now', known(newest?.gain_db, (value) => `${value.toFixed(1)} dB`));
   put('exposure-now', known(newest?.exposure_us, span));
   put('temperature', known(newest?.temperature_c, (value) => `${value.toFixed(1)} °C`));
+  const clock = newest?.time;
+  put('clock-now', known(clock?.uncertainty_us, (value) => `Exposure times are known to ${span(Math.ceil(value))} (${clock.source}).`));
+  put('clock-drift', known(clock?.clock_drift_ppm, (value) => `Camera clock: ${value > 0 ? '+' : '−'}${Math.abs(value).toFixed(2)} ppm.`));
   if (newest) put('image-format', `${newest.width} × ${newest.height} ${newest.pixel_format}`);
 }
 
