@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/list_command.hpp"
+#include "cli/query_commands.hpp"
 
 #include <fmt/format.h>
 
@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "base/unix_socket.hpp"
-#include "cli/control_client.hpp"
 
 namespace mediagrabber {
 
@@ -64,7 +63,7 @@ std::string line_of(found_recording const& one) {
 
 found_recording examine(found_control_socket const& socket) {
     found_recording found{.socket = socket, .status = {}, .error = {}};
-    auto const connection = connect_to(socket.path, SOCK_STREAM, patience);
+    auto const connection = connect_to(socket.path, SOCK_STREAM, std::chrono::milliseconds(0));
     if (!connection) {
         int const error = errno;
         found.dead = error == ECONNREFUSED || error == ENOENT;
@@ -112,6 +111,18 @@ json json_of(found_recording const& one) {
 }
 
 }  // namespace
+
+exit_status status_command(query_options const& options, std::ostream& out, std::ostream& errors) {
+    change_request request;
+    request.asks_status = true;
+    return send_request(control_socket_of(options.recording), request, options.json, out, errors);
+}
+
+exit_status get_command(query_options const& options, std::ostream& out, std::ostream& errors) {
+    change_request request;
+    request.keys = options.keys;
+    return send_request(control_socket_of(options.recording), request, options.json, out, errors);
+}
 
 exit_status list_command(bool as_json, std::ostream& out, std::ostream& errors) {
     auto const found = examine_all();
