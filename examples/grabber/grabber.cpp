@@ -3,12 +3,18 @@
 /// A minimal grabber: receives frames from one camera with the settings that the camera has.
 ///
 ///     grabber ADDRESS FRAMES [PACKET_SIZE]
+///     grabber watch ADDRESS FRAMES
+///
+/// With `watch`, another application controls the camera and has it send to a multicast group. This program joins the
+/// group and only reads the camera's registers.
 ///
 /// Prints a line for each complete frame: the camera's ticks, the time at which the program received the frame in
-/// nanoseconds of UTC, and the payload size in bytes. Exit status: 0 all frames arrived, 1 not all of them.
+/// nanoseconds of UTC, and the payload size in bytes; with `watch` also a checksum of the image (FNV-1a, 32 bits).
+/// Exit status: 0 all frames arrived, 1 not all of them.
 
 #include <PvBuffer.h>
 #include <PvDeviceGEV.h>
+#include <PvImage.h>
 #include <PvStream.h>
 #include <PvSystem.h>
 
@@ -33,7 +39,8 @@ struct deleter {
 /// Ends the program with a message unless `result` is a success.
 void require(PvResult const& result, char const* what) {
     if (!result.IsOK()) {
-        std::fprintf(stderr, "grabber: %s: %s\n", what, result.GetCodeString().GetAscii());
+        std::fprintf(stderr, "grabber: %s: %s: %s\n", what, result.GetCodeString().GetAscii(),
+                     result.GetDescription().GetAscii());
         std::exit(EXIT_FAILURE);
     }
 }
@@ -54,25 +61,41 @@ PvString find(std::string const& address) {
     return {};
 }
 
+uint32_t checksum(PvImage& image, PvPixelType format) {
+    std::size_t const bits = std::size_t{image.GetWidth()} * image.GetHeight() * PvImage::GetPixelSize(format);
+    uint8_t const* const pixels = image.GetDataPointer();
+    uint32_t hash = 2166136261U;
+    for (std::size_t i = 0; i < bits / 8; ++i) {
+        hash = (hash ^ pixels[i]) * 16777619U;
+    }
+    return hash;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    bool const watch = argc == 4 && argv[1] == std::string("watch");
     if (argc != 3 && argc != 4) {
-        std::fprintf(stderr, "usage: grabber ADDRESS FRAMES [PACKET_SIZE]\n");
+        std::fprintf(stderr, "usage: grabber ADDRESS FRAMES [PACKET_SIZE]\n       grabber watch ADDRESS FRAMES\n");
         return EXIT_FAILURE;
     }
-    PvString const id = find(argv[1]);
+    char const* const address = argv[watch ? 2 : 1];
+    unsigned long const wanted = std::strtoul(argv[watch ? 3 : 2], nullptr, 10);
+    PvString const id = find(address);
     PvResult result;
-    std::unique_ptr<PvDevice, deleter> const device(PvDevice::CreateAndConnect(id, &result));
-    require(result, argv[1]);
+    std::unique_ptr<PvDevice, deleter> const device(
+        PvDevice::CreateAndConnect(id, &result, watch ? PvAccessReadOnly : PvAccessControl));
+    require(result, address);
     std::unique_ptr<PvStream, deleter> const stream(PvStream::CreateAndOpen(id, &result));
     require(result, "cannot open the stream");
-    if (argc == 4) {  // otherwise StreamEnable negotiates the size
+    if (argc == 4 && !watch) {  // otherwise StreamEnable negotiates the size
         auto& gev = dynamic_cast<PvDeviceGEV&>(*device);
         require(gev.SetPacketSize(static_cast<uint32_t>(std::strtoul(argv[3], nullptr, 10))), "packet size");
     }
 
     uint32_t const payload = device->GetPayloadSize();
+    int64_t format = 0;
+    require(device->GetParameters()->GetEnumValue("PixelFormat", format), "PixelFormat");
     std::vector<std::byte> memory(std::size_t{buffer_count} * payload);
     std::deque<PvBuffer> buffers;  // a PvBuffer cannot be moved
     for (unsigned i = 0; i < buffer_count; ++i) {
@@ -81,9 +104,10 @@ int main(int argc, char** argv) {
         require(stream->QueueBuffer(&buffer), "cannot queue a buffer");
     }
     require(device->StreamEnable(), "cannot enable the stream");
-    require(device->GetParameters()->ExecuteCommand("AcquisitionStart"), "cannot start the acquisition");
+    if (!watch) {
+        require(device->GetParameters()->ExecuteCommand("AcquisitionStart"), "cannot start the acquisition");
+    }
 
-    unsigned long const wanted = std::strtoul(argv[2], nullptr, 10);
     unsigned long frames = 0;
     while (frames < wanted) {
         PvBuffer* buffer = nullptr;
@@ -95,14 +119,20 @@ int main(int argc, char** argv) {
         }
         if (operation.IsOK()) {  // otherwise packets of the frame are missing
             std::chrono::nanoseconds const now = std::chrono::system_clock::now().time_since_epoch();
-            std::printf("%llu %lld %u\n", static_cast<unsigned long long>(buffer->GetTimestamp()),
+            std::printf("%llu %lld %u", static_cast<unsigned long long>(buffer->GetTimestamp()),
                         static_cast<long long>(now.count()), payload);
+            if (watch) {
+                std::printf(" %08x", checksum(*buffer->GetImage(), static_cast<PvPixelType>(format)));
+            }
+            std::printf("\n");
             ++frames;
         }
         require(stream->QueueBuffer(buffer), "cannot queue a buffer");
     }
 
-    device->GetParameters()->ExecuteCommand("AcquisitionStop");
+    if (!watch) {
+        device->GetParameters()->ExecuteCommand("AcquisitionStop");
+    }
     device->StreamDisable();
     stream->AbortQueuedBuffers();
     return frames == wanted ? EXIT_SUCCESS : EXIT_FAILURE;

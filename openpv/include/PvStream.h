@@ -22,11 +22,12 @@ public:
     virtual ~PvStream();
 
     /// Opens the stream of a camera, with a socket of its own. Uses the connection of a `PvDevice` of this process, or
-    /// connects the camera until the stream is freed.
-    /// \param connectionId from `PvDeviceInfo::GetConnectionID`
-    /// \param result receives the outcome; may be null. INVALID_PARAMETER for an invalid ID, GENERIC_ERROR if the
-    ///     stream is open already, NOT_CONNECTED if the device's connection is lost; otherwise as
-    ///     `PvDevice::CreateAndConnect`
+    /// connects the camera until the stream is freed. The camera sends to this socket, or, if its GevSCDA is a
+    /// multicast address, still to that group, which the stream joins. \param connectionId from
+    /// `PvDeviceInfo::GetConnectionID` \param result receives the outcome; may be null. INVALID_PARAMETER for an
+    /// invalid ID, GENERIC_ERROR if the
+    ///     stream is open already, NOT_CONNECTED if the device's connection is lost, NOT_SUPPORTED with read-only
+    ///     access if the camera does not send to a multicast group; otherwise as `PvDevice::CreateAndConnect`
     /// \return the stream, to be freed with `Free`; null on failure
     static PvStream* CreateAndOpen(PvString const& connectionId, PvResult* result);
     /// Closes and destroys a stream. Queued buffers become free without being retrieved.

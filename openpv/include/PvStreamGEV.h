@@ -9,6 +9,6 @@ public:
 
     /// \return UDP port on which the stream receives; changes with each `StreamEnable`
     uint16_t GetLocalPort() const;
-    /// \return the host's address on the camera's network
+    /// \return the address to which the camera sends: the host's on the camera's network, or that of a multicast group
     PvString GetLocalIPAddress() const;
 };

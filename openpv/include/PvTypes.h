@@ -35,5 +35,6 @@ enum PvGenType : int32_t {
 
 /// Access to a camera.
 enum PvAccessType : uint32_t {
-    PvAccessControl = 0,  ///< others may read, and cannot take control
+    PvAccessControl = 0,   ///< others may read, and cannot take control
+    PvAccessReadOnly = 1,  ///< reads only, also while another application has control
 };

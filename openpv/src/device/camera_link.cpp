@@ -38,7 +38,7 @@ camera_link::~camera_link() {
     close_session();
 }
 
-PvResult camera_link::connect_device() {
+PvResult camera_link::connect_device(session_mode mode) {
     std::lock_guard const lock(operation_);
     if (device_connected_ && alive()) {
         return {
@@ -47,7 +47,7 @@ PvResult camera_link::connect_device() {
                 .c_str()};
     }
     if (!alive()) {
-        PvResult const opened = open_session();
+        PvResult const opened = open_session(mode);
         if (!opened.IsOK()) {
             return opened;
         }
@@ -72,7 +72,7 @@ PvResult camera_link::attach(link_listener& stream) {
                 "The stream cannot be opened: this process has opened the camera's stream already. Free it first."};
     }
     if (!alive()) {
-        PvResult const opened = open_session();
+        PvResult const opened = open_session(session_mode::control);
         if (!opened.IsOK()) {
             return opened;
         }
@@ -115,12 +115,17 @@ bool camera_link::alive() const {
     return session && session->alive();
 }
 
-PvResult camera_link::open_session() {
+bool camera_link::controls() const {
+    auto const session = this->session();
+    return session && session->controlled();
+}
+
+PvResult camera_link::open_session(session_mode mode) {
     close_session();
     packet_size_chosen_ = false;
     PvResult result;
     std::shared_ptr<camera_session> opened = camera_session::open(
-        id_, [this] { notify_lost(); }, result);
+        id_, [this] { notify_lost(); }, result, mode);
     std::lock_guard const lock(session_mutex_);
     session_ = std::move(opened);
     return result;

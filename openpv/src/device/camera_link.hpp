@@ -45,9 +45,9 @@ public:
     camera_link& operator=(camera_link const&) = delete;
     ~camera_link();
 
-    /// Connects the device. If a stream has opened a session, the device takes it over.
+    /// Connects the device. If a stream has opened a session, the device takes it over, with control.
     /// \return GENERIC_ERROR if this process has connected the camera already, or the error of `camera_session::open`
-    PvResult connect_device();
+    PvResult connect_device(session_mode mode = session_mode::control);
     void disconnect_device();  ///< closes the session, also one that a stream has opened
 
     /// Connects the stream: uses the device's session, or opens one that ends with the stream. A camera has one stream,
@@ -62,6 +62,7 @@ public:
 
     std::shared_ptr<camera_session> session() const;  ///< null without a session
     bool alive() const;                               ///< whether there is a session and its camera is not lost
+    bool controls() const;                            ///< whether there is a session with control
     /// As `camera_session::access`; NOT_CONNECTED without a session.
     template <class function>
     PvResult access(std::string const& what, function&& operation) const {
@@ -76,7 +77,7 @@ public:
     connection_id const& id() const { return id_; }
 
 private:
-    PvResult open_session();
+    PvResult open_session(session_mode mode);
     void close_session();
     void notify_lost();
 

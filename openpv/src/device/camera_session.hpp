@@ -47,6 +47,8 @@ public:
 
     bool alive() const { return !lost_; }  ///< false once the camera no longer responds, or this process lost control
 
+    bool controlled() const { return controlled_; }  ///< whether the session has taken control
+
     /// The camera's features, to read and write single ones. Valid as long as the session.
     node_graph& features() { return *features_; }
     /// The camera's registers, accessed without waiting for `access`. Valid as long as the session.

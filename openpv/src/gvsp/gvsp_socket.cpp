@@ -27,6 +27,14 @@ std::optional<gvsp_socket> gvsp_socket::open(ipv4_address host) {
     return gvsp_socket(std::move(*socket));
 }
 
+std::optional<gvsp_socket> gvsp_socket::open_group(udp_endpoint group, ipv4_address host) {
+    auto socket = udp_socket::join(group, host);
+    if (!socket) {
+        return std::nullopt;
+    }
+    return gvsp_socket(std::move(*socket));
+}
+
 /// Options that the kernel does not support are not an error.
 gvsp_socket::gvsp_socket(udp_socket socket) : socket_(std::move(socket)), batch_(std::make_unique<packet_batch>()) {
     int const on = 1;

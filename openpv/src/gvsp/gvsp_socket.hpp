@@ -33,6 +33,12 @@ public:
     /// \return null if the socket cannot be created or bound; the reason is in `errno`
     static std::optional<gvsp_socket> open(ipv4_address host);
 
+    /// Receives what the camera sends to a multicast group.
+    /// \param group with port 0, the kernel chooses the port
+    /// \param host local address on the camera's network
+    /// \return as `open`
+    static std::optional<gvsp_socket> open_group(udp_endpoint group, ipv4_address host);
+
     gvsp_socket(gvsp_socket&& other) noexcept;
     gvsp_socket& operator=(gvsp_socket&& other) = delete;
     ~gvsp_socket();

@@ -17,6 +17,11 @@ struct ipv4_address {
     auto operator<=>(ipv4_address const&) const = default;
 };
 
+/// Whether the address names a group of receivers: 224.0.0.0 to 239.255.255.255.
+constexpr bool is_multicast(ipv4_address address) {
+    return address.value >> 28U == 0xE;
+}
+
 /// \return null unless `text` is four decimal numbers from 0 to 255, separated by dots, and nothing else
 std::optional<ipv4_address> parse_ipv4(std::string const& text);
 /// \return dotted decimal form, for example `192.168.1.20`

@@ -50,6 +50,22 @@ std::optional<udp_socket> udp_socket::bind_to_broadcasts(std::uint16_t port, std
     return made;
 }
 
+/// Bound to the group, so that the socket receives neither other groups nor unicast packets.
+std::optional<udp_socket> udp_socket::join(udp_endpoint group, ipv4_address interface) {
+    udp_socket made(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    int const on = 1;
+    auto const address = to_sockaddr(group);
+    ip_mreqn membership{};
+    membership.imr_multiaddr = address.sin_addr;
+    membership.imr_address.s_addr = htonl(interface.value);
+    if (made.descriptor_ < 0 || ::setsockopt(made.descriptor_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        ::bind(made.descriptor_, as_generic(address), sizeof address) != 0 ||
+        ::setsockopt(made.descriptor_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0) {
+        return std::nullopt;
+    }
+    return made;
+}
+
 udp_socket::udp_socket(udp_socket&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
 
 udp_socket& udp_socket::operator=(udp_socket&& other) noexcept {

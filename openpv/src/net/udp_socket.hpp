@@ -32,6 +32,11 @@ public:
     /// same. \return as `bind`
     static std::optional<udp_socket> bind_to_broadcasts(std::uint16_t port, std::string const& interface);
 
+    /// Joins a multicast group on the interface that has the address `interface`. Other sockets may do the same.
+    /// \param group with port 0, the kernel chooses the port
+    /// \return as `bind`
+    static std::optional<udp_socket> join(udp_endpoint group, ipv4_address interface);
+
     udp_socket(udp_socket&& other) noexcept;
     udp_socket& operator=(udp_socket&& other) noexcept;
     udp_socket(udp_socket const&) = delete;

@@ -45,8 +45,9 @@ PvDevice::impl::~impl() {
     disconnect();
 }
 
-PvResult PvDevice::impl::connect() {
-    PvResult const result = link->connect_device();
+PvResult PvDevice::impl::connect(PvAccessType access) {
+    PvResult const result = link->connect_device(access == PvAccessReadOnly ? openpv::session_mode::read_only
+                                                                            : openpv::session_mode::control);
     if (result.IsOK()) {
         connected_ = true;
     }
@@ -98,12 +99,12 @@ PvResult PvDevice::impl::choose_packet_size() {
 PvDevice::PvDevice(std::unique_ptr<impl> state) : impl_(std::move(state)) {}
 PvDevice::~PvDevice() = default;
 
-PvDevice* PvDevice::CreateAndConnect(PvString const& connectionId, PvResult* result) {
+PvDevice* PvDevice::CreateAndConnect(PvString const& connectionId, PvResult* result, PvAccessType access) {
     PvResult outcome = not_a_connection_id(connectionId.GetAscii());
     std::unique_ptr<impl> state;
     if (auto const id = openpv::parse_connection_id(connectionId.GetAscii())) {
         state = std::make_unique<impl>(*id);
-        outcome = state->connect();
+        outcome = state->connect(access);
     }
     if (result != nullptr) {
         *result = outcome;
@@ -115,16 +116,16 @@ void PvDevice::Free(PvDevice* device) {
     delete device;
 }
 
-PvResult PvDevice::Connect(PvString const& connectionId, PvAccessType /*access*/) {
+PvResult PvDevice::Connect(PvString const& connectionId, PvAccessType access) {
     auto const id = openpv::parse_connection_id(connectionId.GetAscii());
     if (!id) {
         return not_a_connection_id(connectionId.GetAscii());
     }
     if (*id == impl_->link->id()) {
-        return impl_->connect();
+        return impl_->connect(access);
     }
     auto other = std::make_unique<impl>(*id);
-    PvResult const result = other->connect();
+    PvResult const result = other->connect(access);
     if (result.IsOK()) {
         impl_ = std::move(other);
     }
@@ -147,13 +148,14 @@ PvGenParameterArray* PvDevice::GetCommunicationParameters() {
 
 PvResult PvDevice::StreamEnable(uint32_t channel) {
     PvResult result = impl_->with_channel("Streaming cannot be enabled", channel, [](auto&) { return PvResult(); });
-    if (result.IsOK() && channel == 0) {
+    bool const controlled = impl_->link->controls();
+    if (result.IsOK() && channel == 0 && controlled) {
         result = impl_->choose_packet_size();
     }
     if (result.IsOK() && channel == 0) {
         result = impl_->link->notify_streaming_starts();
     }
-    return result.IsOK() ? lock_transport_parameters(*impl_->link, true) : result;
+    return result.IsOK() && controlled ? lock_transport_parameters(*impl_->link, true) : result;
 }
 
 PvResult PvDevice::StreamDisable(uint32_t channel) {
@@ -165,7 +167,7 @@ PvResult PvDevice::StreamDisable(uint32_t channel) {
     if (channel == 0) {
         impl_->link->notify_streaming_ends();
     }
-    return lock_transport_parameters(*impl_->link, false);
+    return impl_->link->controls() ? lock_transport_parameters(*impl_->link, false) : PvResult();
 }
 
 uint32_t PvDevice::GetPayloadSize() {

@@ -21,7 +21,7 @@ struct PvDevice::impl {
     explicit impl(openpv::connection_id const& id);
     ~impl();
 
-    PvResult connect();
+    PvResult connect(PvAccessType access);
     PvResult disconnect();
     bool is_connected() const { return connected_ && link->alive(); }
 

@@ -57,16 +57,17 @@ void PvStream::impl::streaming_ends() {
 
 PvResult PvStream::impl::make_receiver(bool streaming) {
     queue->set_receiver(nullptr);
-    return link->access("The stream cannot be opened", [this, streaming](openpv::register_port& registers,
-                                                                         openpv::node_graph& features) {
-        PvResult result;
-        auto receiver = openpv::gvsp_receiver::make(registers, features, link->id(), queue->sink(), streaming, result);
-        if (receiver) {
-            local_port = receiver->local_port();
-            queue->set_receiver(std::move(receiver));
-        }
-        return result;
-    });
+    return link->access("The stream cannot be opened",
+                        [this, streaming](openpv::register_port& registers, openpv::node_graph& features) {
+                            PvResult result;
+                            auto receiver = openpv::gvsp_receiver::make(registers, features, link->id(), queue->sink(),
+                                                                        streaming, link->controls(), result);
+                            if (receiver) {
+                                destination = receiver->destination();
+                                queue->set_receiver(std::move(receiver));
+                            }
+                            return result;
+                        });
 }
 
 PvStream::PvStream(std::unique_ptr<impl> state) : impl_(std::move(state)) {}

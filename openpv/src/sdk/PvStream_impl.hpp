@@ -4,13 +4,13 @@
 /// Implementation of a stream: a buffer queue, and a receiver while there is a connection.
 
 #include <atomic>
-#include <cstdint>
 #include <memory>
 
 #include <PvStream.h>
 
 #include "device/camera_link.hpp"
 #include "gvsp/block_queue.hpp"
+#include "net/udp_socket.hpp"
 
 /// The queue outlives receivers and connections. The link calls the listener functions with its stream mutex locked;
 /// they use the queue, which has its own locks.
@@ -21,7 +21,7 @@ struct PvStream::impl final : private openpv::link_listener {
 
     std::shared_ptr<openpv::camera_link> const link;
     std::shared_ptr<openpv::block_queue> const queue = std::make_shared<openpv::block_queue>();
-    std::atomic<std::uint16_t> local_port = 0;  ///< of the current receiver
+    std::atomic<openpv::udp_endpoint> destination{};  ///< of the current receiver
 
 private:
     explicit impl(openpv::connection_id const& id) : link(openpv::camera_link::to(id)) {}

@@ -81,35 +81,54 @@ void size_receive_buffer(gvsp_socket& socket, ipv4_address camera, std::size_t p
 
 std::unique_ptr<gvsp_receiver> gvsp_receiver::make(register_port& registers, node_graph& features,
                                                    connection_id const& id, block_sink& sink, bool streaming,
-                                                   PvResult& result) {
-    auto socket = gvsp_socket::open(id.host);
-    if (!socket) {
-        result = {PvResult::Code::GENERIC_ERROR,
-                  "The stream cannot be opened: no UDP socket can be bound to the host's address."};
+                                                   bool controlled, PvResult& result) {
+    stream_channel channel(registers, features, 0);
+    udp_endpoint destination;
+    result = channel.get_destination(destination);
+    if (!result.IsOK()) {
         return nullptr;
     }
-    stream_channel channel(registers, features, 0);
+    bool const group = is_multicast(destination.address);
+    if (!controlled && (!group || destination.port == 0)) {
+        result = {
+            PvResult::Code::NOT_SUPPORTED,
+            "The stream cannot be opened with read-only access: the camera does not send to a multicast group. The "
+            "application that controls it sets GevSCDA and starts the stream."};
+        return nullptr;
+    }
+    auto socket = group ? gvsp_socket::open_group(destination, id.host) : gvsp_socket::open(id.host);
+    if (!socket) {
+        result = {PvResult::Code::GENERIC_ERROR,
+                  group
+                      ? ("The stream cannot be opened: multicast group " + to_text(destination.address) +
+                         " cannot be joined. Check that the interface of " + to_text(id.host) + " supports multicast.")
+                            .c_str()
+                      : "The stream cannot be opened: no UDP socket can be bound to the host's address."};
+        return nullptr;
+    }
+    ipv4_address const address = group ? destination.address : id.host;
     gvsp_assembler::settings settings;
     result = channel.get_packet_size(settings.packet_bytes);
-    if (result.IsOK()) {
-        result = channel.set_destination({id.host, socket->local_port()});
+    if (result.IsOK() && controlled) {
+        result = channel.set_destination({address, socket->local_port()});
     }
     if (!result.IsOK()) {
         return nullptr;
     }
-    settings.can_resend = read_can_resend(registers);
+    settings.can_resend = controlled && read_can_resend(registers);
     if (streaming) {
         settings.payload_bytes = read_number(features, "PayloadSize");
         settings.image = read_image_size(features);
         size_receive_buffer(*socket, id.camera, settings.payload_bytes, read_frame_rate(features));
     }
     socket->accept_only({id.camera, read_source_port(registers)});
-    return std::unique_ptr<gvsp_receiver>(new gvsp_receiver(std::move(*socket), id, settings, sink));
+    return std::unique_ptr<gvsp_receiver>(new gvsp_receiver(std::move(*socket), address, id, settings, sink));
 }
 
-gvsp_receiver::gvsp_receiver(gvsp_socket socket, connection_id const& id, gvsp_assembler::settings const& settings,
-                             block_sink& sink)
+gvsp_receiver::gvsp_receiver(gvsp_socket socket, ipv4_address destination, connection_id const& id,
+                             gvsp_assembler::settings const& settings, block_sink& sink)
     : socket_(std::move(socket)),
+      destination_(destination),
       id_(id),
       settings_(settings),
       sink_(sink),

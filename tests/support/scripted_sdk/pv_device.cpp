@@ -30,7 +30,7 @@ PvDevice::~PvDevice() {
     --scripted::sdk().devices_alive;
 }
 
-PvDevice* PvDevice::CreateAndConnect(PvString const& connection_id, PvResult* result) {
+PvDevice* PvDevice::CreateAndConnect(PvString const& connection_id, PvResult* result, PvAccessType) {
     journal().add("PvDevice::CreateAndConnect(%s)", connection_id.GetAscii());
     auto* const script = scripted::find_device(connection_id);
     *result = script == nullptr ? PvResult::Code::NOT_FOUND : script->connect;

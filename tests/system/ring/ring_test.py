@@ -3,6 +3,7 @@
 
 import os
 import pathlib
+import stat
 import subprocess
 import sys
 import tempfile
@@ -117,6 +118,14 @@ class Readers(unittest.TestCase):
                 self.assertEqual(ring.overtaken, 0)
                 self.assertGreater(read, 100)
             self.assertEqual(recording.finish(), 0)
+
+    def test_may_be_those_of_a_group(self):
+        for group, mode in (("", 0o600), ("group = \"root\"", 0o660)):  # the only group of the namespace that this test has
+            with self.subTest(group), Sockets() as sockets, Camera():
+                configuration = sockets.configuration().replace("[control]", f"{group}\n[control]")
+                with Recording(configuration), sockets.connect() as ring:
+                    self.assertEqual(stat.S_IMODE(sockets.ring.stat().st_mode), mode)
+                    self.assertTrue(ring.next(TIMEOUT_SECONDS))
 
     def test_get_an_error_without_a_recording(self):
         done = subprocess.run([FRAME_BRIGHTNESS, "/nowhere/ring"], capture_output=True, text=True, timeout=TIMEOUT_SECONDS)
