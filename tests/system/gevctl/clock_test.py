@@ -2,6 +2,7 @@
 """gevctl clock."""
 
 import json
+import re
 import subprocess
 import time
 import unittest
@@ -38,6 +39,14 @@ class Clock(unittest.TestCase):
         self.assertTrue(before <= found["machine_time_ns"] <= after)
         self.assertLess(abs(found["offset_ns"] + power_up), found["uncertainty_ns"] + 1_000_000)
         self.assertGreater(found["uncertainty_ns"], 0)
+
+    def test_prints_a_reference_for_the_configuration(self):
+        with Camera("--timestamp", "running", "--tick-frequency", "125000000") as camera:
+            line = gevctl("clock", "127.0.0.1", "--seconds", "0.5", "--reference")
+        ticks, time_us, uncertainty_us = map(int, re.fullmatch(r"timing\.clock_reference = \[(\d+), (\d+), (\d+)\]\n", line).groups())
+        power_up = camera.truth_header["power_up_ns"] + time.time_ns() - time.monotonic_ns()
+        self.assertLess(abs(time_us - ticks / 125 - power_up / 1000), uncertainty_us + 1000)
+        self.assertGreater(uncertainty_us, 0)
 
     def test_works_while_another_program_has_control_if_the_timestamp_runs(self):
         with Camera("--timestamp", "running"), Application() as other:

@@ -2,6 +2,7 @@
 #include "camera/camera_clock.hpp"
 
 #include <algorithm>
+#include <cmath>
 
 namespace gevctl {
 
@@ -57,6 +58,14 @@ std::int64_t ticks_to_ns(std::uint64_t ticks, std::uint64_t frequency) {
     constexpr std::uint64_t ns_per_s = 1'000'000'000;
     auto const remainder = static_cast<long double>(ticks % frequency) * ns_per_s / static_cast<long double>(frequency);
     return static_cast<std::int64_t>(ticks / frequency * ns_per_s + static_cast<std::uint64_t>(remainder));
+}
+
+std::uint64_t ns_to_ticks(std::int64_t ns, std::uint64_t frequency) {
+    constexpr std::uint64_t ns_per_s = 1'000'000'000;
+    auto const counted = static_cast<std::uint64_t>(ns);
+    auto const remainder =
+        static_cast<long double>(counted % ns_per_s) * static_cast<long double>(frequency) / ns_per_s;
+    return counted / ns_per_s * frequency + static_cast<std::uint64_t>(std::llround(remainder));
 }
 
 }  // namespace gevctl

@@ -35,6 +35,10 @@ clock_comparison compare_clocks(std::vector<clock_reading> const& readings);
 /// \return what the feature counts per second, Hz; null for ticks, whose frequency the camera has in a register
 std::optional<std::uint64_t> frequency_of_unit(std::string_view unit);
 
+/// \return the ticks that a camera's counter of this frequency shows at `ns`
+/// \param frequency Hz
+std::uint64_t ns_to_ticks(std::int64_t ns, std::uint64_t frequency);
+
 /// \return ticks in nanoseconds
 /// \param frequency Hz, not 0
 std::int64_t ticks_to_ns(std::uint64_t ticks, std::uint64_t frequency);

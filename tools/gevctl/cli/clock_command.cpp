@@ -39,6 +39,7 @@ public:
         frequency_ = camera_.connection.read_register_pair(reg::tick_frequency);
         // With IEEE 1588, cameras may leave the register 0; their timestamps are in ns then.
         frequency_ = frequency_ != 0 ? frequency_ : ns_per_s;
+        stream_frequency_ = frequency_;
         for (char const* const name : {"GevTimestampValue", "Timestamp"}) {
             feature_info const* const one = camera_.features.catalogue().find(name);
             if (one != nullptr && one->type == PvGenTypeInteger && runs(*one)) {
@@ -53,6 +54,7 @@ public:
 
     bool is_latched() const { return running_ == nullptr; }
     std::uint64_t frequency() const { return frequency_; }
+    std::uint64_t stream_frequency() const { return stream_frequency_; }
 
     clock_reading read() {
         clock_reading one;
@@ -94,6 +96,7 @@ private:
 
     opened_camera& camera_;
     std::uint64_t frequency_ = 0;
+    std::uint64_t stream_frequency_ = 0;     ///< of the timestamps of frames
     feature_info const* running_ = nullptr;  ///< null: the clock is latched
 };
 
@@ -108,9 +111,21 @@ std::vector<clock_reading> measure(clock_reader& clock, double seconds) {
     return readings;
 }
 
-void print(clock_comparison const& found, clock_reader const& clock, std::size_t readings, bool as_json,
+/// Half a microsecond is added for the rounding of the time.
+void print_reference(clock_comparison const& found, clock_reader const& clock, std::ostream& out) {
+    constexpr std::int64_t ns_per_us = 1000;
+    out << "timing.clock_reference = [" << ns_to_ticks(found.at_ns + found.offset_ns, clock.stream_frequency()) << ", "
+        << (found.at_ns + ns_per_us / 2) / ns_per_us << ", " << (found.uncertainty_ns + ns_per_us / 2) / ns_per_us + 1
+        << ']' << std::endl;
+}
+
+void print(clock_comparison const& found, clock_reader const& clock, std::size_t readings, clock_options const& options,
            std::ostream& out) {
-    if (as_json) {
+    if (options.reference) {
+        print_reference(found, clock, out);
+        return;
+    }
+    if (options.json) {
         nlohmann::ordered_json const json{{"offset_ns", found.offset_ns},
                                           {"uncertainty_ns", found.uncertainty_ns},
                                           {"drift_ppb", found.drift_ppb},
@@ -139,7 +154,7 @@ exit_status clock_command(clock_options const& options, std::ostream& out) {
     clock_reader clock(camera);
     do {
         auto const readings = measure(clock, options.seconds);
-        print(compare_clocks(readings), clock, readings.size(), options.json, out);
+        print(compare_clocks(readings), clock, readings.size(), options, out);
     } while (options.watch && out);
     return exit_status::success;
 }

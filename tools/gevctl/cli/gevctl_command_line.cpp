@@ -217,7 +217,9 @@ private:
             ->check(CLI::Range(0.1, 86'400.0))
             ->capture_default_str();
         clock->add_flag("--watch", compared->watch, "Repeat until a signal");
-        clock->add_flag("--json", compared->json, "Print JSON");
+        auto* const as_json = clock->add_flag("--json", compared->json, "Print JSON");
+        clock->add_flag("--reference", compared->reference, "Print a line for the configuration of mediagrabber")
+            ->excludes(as_json);
 
         struct xml_options {
             std::string camera;

@@ -132,6 +132,9 @@ TEST_F(FrameReceiver, HandsAFrameOverWithEverythingThatWasPublished) {
     EXPECT_EQ(record.gain_db, 1.5F);
     EXPECT_EQ(record.exposure_us, 250.0F);
     EXPECT_EQ(record.ticks, 77U);
+    ASSERT_TRUE(record.exposed);
+    EXPECT_LE(record.exposed->time_us, record.handed_over_us - 250) << "the exposure ended before the frame arrived";
+    EXPECT_GT(record.exposed->time_us + 10'000'000, record.handed_over_us);
     EXPECT_EQ(record.counter, 5U);
     EXPECT_EQ(record.temperature_c, 36.5F);
     EXPECT_EQ(record.width, 8U);
@@ -153,6 +156,7 @@ TEST_F(FrameReceiver, CarriesNoValueOverToTheNextFrame) {
     ASSERT_EQ(kept().size(), 1U);
     auto const& record = kept()[0].record;
     EXPECT_FALSE(record.gain_db || record.exposure_us || record.ticks || record.counter || record.temperature_c);
+    EXPECT_FALSE(record.exposed);
 }
 
 TEST_F(FrameReceiver, ReadsThePixelsAtTheTimeOfTheExport) {

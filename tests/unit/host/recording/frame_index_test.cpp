@@ -42,6 +42,10 @@ frame_record full_record() {
             .handed_over_us = 1'700'000'000'130'000,
             .announced_us = 1'700'000'000'123'450,
             .ticks = 18'446'744'073'709'551'615U,
+            .exposed = exposure_time{.time_us = 1'700'000'000'123'400,
+                                     .uncertainty_us = 12.1,
+                                     .source = time_source::reference,
+                                     .clock_drift_ppm = -40.25F},
             .gain_db = 1.5F,
             .exposure_us = 250.0F,
             .counter = 4'294'967'295U,
@@ -58,7 +62,9 @@ TEST(IndexLine, HasEveryPublishedValue) {
     EXPECT_EQ(index_line(full_record(), in_file("a.tif")),
               "{\"file\":\"a.tif\",\"frame\":3,\"timestamp_us\":1700000000123456,"
               "\"handed_over_us\":1700000000130000,\"announced_us\":1700000000123450,"
-              "\"ticks\":18446744073709551615,\"gain_db\":1.5,\"exposure_us\":250.0,\"counter\":4294967295,"
+              "\"ticks\":18446744073709551615,\"time_us\":1700000000123400,\"time_uncertainty_us\":13,"
+              "\"time_source\":\"reference\",\"clock_drift_ppm\":-40.25,\"gain_db\":1.5,\"exposure_us\":250.0,"
+              "\"counter\":4294967295,"
               "\"width\":640,\"height\":480,\"stride\":960,\"pixel_format\":\"Mono12Packed\",\"significant_bits\":12,"
               "\"temperature_c\":36.5}\n");
 }
@@ -67,7 +73,8 @@ TEST(IndexLine, HasNullForUnpublishedValues) {
     frame_record record;
     record.format = &frame_formats[0];
     auto const line = nlohmann::json::parse(index_line(record, in_file("a.tif")));
-    for (char const* const name : {"announced_us", "ticks", "gain_db", "exposure_us", "counter", "temperature_c"}) {
+    for (char const* const name : {"announced_us", "ticks", "time_us", "time_uncertainty_us", "time_source",
+                                   "clock_drift_ppm", "gain_db", "exposure_us", "counter", "temperature_c"}) {
         EXPECT_TRUE(line.at(name).is_null()) << name;
     }
 }

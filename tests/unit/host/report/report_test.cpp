@@ -98,6 +98,24 @@ TEST_F(RecordingReader, ReadsTheFrameIndex) {
     EXPECT_EQ(read[1].format, &frame_formats[3]);
 }
 
+TEST_F(RecordingReader, ReadsHowWellExposureTimesAreKnown) {
+    frame_record record;
+    record.format = &frame_formats[0];
+    record.exposed =
+        exposure_time{.time_us = 1, .uncertainty_us = 12.5, .source = time_source::ptp, .clock_drift_ppm = 40.5F};
+    write_index(line_of(1) + index_line(record, {}));
+    auto const read = read_index(directory.path());
+    EXPECT_EQ(read[0].time_uncertainty_us, std::nullopt);
+    EXPECT_EQ(read[1].time_uncertainty_us, 13.0);
+    EXPECT_EQ(read[1].time_source, "ptp");
+    EXPECT_EQ(read[1].clock_drift_ppm, 40.5);
+    auto const facts = facts_of(read);
+    EXPECT_EQ(facts.time_uncertainty_us, 13.0);
+    EXPECT_EQ(facts.time_source, "ptp");
+    EXPECT_EQ(facts.clock_drift_ppm, 40.5);
+    EXPECT_EQ(facts_of(std::span(read).first(1)).time_uncertainty_us, std::nullopt);
+}
+
 TEST_F(RecordingReader, IgnoresAnIncompleteLastLine) {
     write_index(line_of(1) + line_of(2).substr(0, 40));
     EXPECT_EQ(read_index(directory.path()).size(), 1U);

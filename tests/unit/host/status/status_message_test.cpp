@@ -57,6 +57,22 @@ TEST(StatusMessage, HasNullForUnknownValues) {
     EXPECT_EQ(message["rates"], (json{{"frames_per_s", nullptr}, {"bytes_per_s", nullptr}}));
 }
 
+TEST(StatusMessage, HasTheTimeOfTheNewestFrame) {
+    auto status = some_status();
+    static frame_format const format = *frame_format_named("Mono8");
+    status.newest = frame_record{};
+    status.newest->format = &format;
+    EXPECT_TRUE(status_message(status)["newest"]["time"].is_null());
+    status.newest->exposed = exposure_time{
+        .time_us = 1790, .uncertainty_us = 12.5, .source = time_source::reference, .clock_drift_ppm = -40.25F};
+    EXPECT_EQ(
+        status_message(status)["newest"]["time"],
+        (json{{"time_us", 1790}, {"uncertainty_us", 12.5}, {"source", "reference"}, {"clock_drift_ppm", -40.25}}));
+    EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock -40.25 ppm");
+    status.newest->exposed->clock_drift_ppm.reset();
+    EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock - ppm");
+}
+
 TEST(StatusMessage, IsALineForEachSubject) {
     EXPECT_THAT(
         status_lines(some_status()),
@@ -64,7 +80,7 @@ TEST(StatusMessage, IsALineForEachSubject) {
                     "frames    60/100 saved, dropped: 2 (queue full), 1 (write errors); 3 fetches without a frame",
                     "rates     24.50 frames/s (25 requested), 5.0 MB/s written",
                     "packets   11 lost, 12 resent, 13 resend requested, 14 dropped: socket receive buffer full",
-                    "output    /data/left, 12.3 GB free", "uptime    1 h 2 min 5 s",
+                    "clock     -", "output    /data/left, 12.3 GB free", "uptime    1 h 2 min 5 s",
                     StartsWith("versions  mediagrabber ")));
 }
 

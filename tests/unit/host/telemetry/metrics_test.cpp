@@ -53,6 +53,8 @@ recording_status full_status() {
     status.newest->temperature_c = 36.5F;
     status.newest->gain_db = 1.5F;
     status.newest->exposure_us = 250.0F;
+    status.newest->exposed =
+        exposure_time{.time_us = 1, .uncertainty_us = 20.0, .source = time_source::arrivals, .clock_drift_ppm = -40.5F};
     status.log_counts = {.budgets_exceeded = 21,
                          .drop_reports = 22,
                          .packets_resend_requested = 23,
@@ -156,6 +158,8 @@ TEST(Metrics, AreInBaseUnits) {
     auto const text = scraped(tested);
     EXPECT_DOUBLE_EQ(text.value("mediagrabber_frame_period_seconds", unlabelled), 0.04);
     EXPECT_DOUBLE_EQ(text.value("mediagrabber_exposure_seconds", unlabelled), 250e-6);
+    EXPECT_DOUBLE_EQ(text.value("mediagrabber_time_uncertainty_seconds", unlabelled), 20e-6);
+    EXPECT_EQ(text.value("mediagrabber_camera_clock_drift_ppm", unlabelled), -40.5);
     EXPECT_EQ(text.value("mediagrabber_camera_temperature_celsius", unlabelled), 36.5);
     EXPECT_EQ(text.value("mediagrabber_gain_decibels", unlabelled), 1.5);
     EXPECT_EQ(text.value("mediagrabber_last_frame_age_seconds", unlabelled), 0.25);
