@@ -271,12 +271,13 @@ void file_reader::check_combinations() {
     }
 }
 
-/// The files that are read here become absolute when they are.
+/// The default directory is not the file's but the working directory, which a user can write. The files that are read
+/// here become absolute when they are.
 void file_reader::complete_paths() {
     auto& values = loaded_.values;
-    if (loaded_.origins.contains("output.directory")) {
-        values.output.directory = complete(values.output.directory);
-    }
+    bool const is_configured = loaded_.origins.contains("output.directory");
+    values.output.directory =
+        is_configured ? complete(values.output.directory) : std::filesystem::absolute(values.output.directory).string();
     if (values.control.socket && values.control.socket != "none") {
         values.control.socket = complete(*values.control.socket);
     }

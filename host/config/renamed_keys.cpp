@@ -123,7 +123,7 @@ std::string unknown_key(std::string_view path) {
     }
     auto const nearest = nearest_keys(path);
     return fmt::format("{}: unknown key; {}`mediagrabber keys` lists all", path,
-                       nearest.empty() ? "" : fmt::format("the nearest ones are {}; ", fmt::join(nearest, ", ")));
+                       nearest.empty() ? "" : fmt::format("did you mean {}? ", fmt::join(nearest, ", ")));
 }
 
 }  // namespace mediagrabber

@@ -128,7 +128,7 @@ class Set(unittest.TestCase):
         with ControlledRecording() as host:
             host.recording.wait_for_frames(3)
             for settings, error in (
-                    (["gain.Bd=6"], "gain.Bd: unknown key; the nearest ones are gain.db, gain.auto; `mediagrabber keys` lists all\n"),
+                    (["gain.Bd=6"], "gain.Bd: unknown key; did you mean gain.db? `mediagrabber keys` lists all\n"),
                     (["gain.db=99"], "gain.db: 99 is not valid, expected a number from -60 to 60 (dB)\n"),
                     (["gain.db=six"], "gain.db: six is not valid, expected a number"),
                     (["gain.db="], "gain.db:  is not valid, expected a number"),

@@ -78,9 +78,9 @@ TEST(Settings, ReportAnUnknownKeyWithTheNearestKeys) {
     EXPECT_EQ(refused.status, exit_status::usage);
     EXPECT_EQ(refused.what, "gain.decibels: unknown key; `mediagrabber keys` lists all");
     EXPECT_EQ(refusal_of({"gain.bd=6"}).what,
-              "gain.bd: unknown key; the nearest ones are gain.db, gain.auto; `mediagrabber keys` lists all");
-    EXPECT_THAT(refusal_of({"time_us=6"}).what, HasSubstr("the nearest ones are exposure.time_us"));
-    EXPECT_THAT(refusal_of({"Exposure.Time_Us=6"}).what, HasSubstr("the nearest ones are exposure.time_us"));
+              "gain.bd: unknown key; did you mean gain.db? `mediagrabber keys` lists all");
+    EXPECT_THAT(refusal_of({"time_us=6"}).what, HasSubstr("did you mean exposure.time_us"));
+    EXPECT_THAT(refusal_of({"Exposure.Time_Us=6"}).what, HasSubstr("did you mean exposure.time_us"));
     EXPECT_THAT(refusal_of({std::string(70'000, 'x') + "=6"}).what, HasSubstr("lists all"));
 }
 

@@ -54,6 +54,6 @@ TEST(ValueQuery, RefusesAnUnknownKeyWithTheNearestOnes) {
         FAIL();
     } catch (setting_refused const& refused) {
         EXPECT_EQ(refused.status(), exit_status::usage);
-        EXPECT_THAT(refused.what(), HasSubstr("gain.bd: unknown key; the nearest ones are gain.db"));
+        EXPECT_THAT(refused.what(), HasSubstr("gain.bd: unknown key; did you mean gain.db?"));
     }
 }
