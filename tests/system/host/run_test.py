@@ -11,6 +11,7 @@ import unittest
 from file_system import file_system
 from host_process import Recording, command
 from tiff_strip import read_strip
+from waiting import wait_for
 
 SUCCESS, FRAMES_LOST, USAGE, NO_CAMERA, RUN_FAILED, CUT_SHORT = range(6)
 UNAVAILABLE = 11
@@ -206,7 +207,8 @@ class OneOffValues(unittest.TestCase):
             recording.configure(configuration.format(6))
             recording.signal(signal.SIGHUP)
             recording.wait_for_log("reload: changed gain.db\n")
-            recording.wait_for_log("small change: gain 6.0 exposure 2000.0")
+            wait_for(lambda: recording.frame_index()[-1]["gain_db"] == 6, "the gain of the file")
+            self.assertEqual(recording.frame_index()[-1]["exposure_us"], 2000)
 
     def test_that_are_invalid_are_refused_like_those_of_the_file(self):
         for value, error in (("gain.db=99", "--set gain.db: gain.db: 99 is not valid, expected a number from -60 to 60 (dB)\n"),

@@ -72,13 +72,13 @@ class Status(unittest.TestCase):
             self.assertEqual(set(page["counts"]), set(status()["counts"]))
 
     def test_counts_packets_of_the_camera(self):
-        region = "[image]\nwidth = 320\nheight = 240\n[timing]\nframe_rate_hz = 100\n"
+        region = "[image]\nwidth = 320\nheight = 240\n[timing]\nframe_rate_hz = 100\n[run]\ngive_up_after = \"never\"\n"
         with FaultyCamera() as camera, Recording("", plugin=os.environ["MGJAI"], configuration=region) as recording:
             recording.wait_for_frames(3)
             self.assertIn("GO-5100M-PGE", dict(status()["camera"]).values())
-            camera.start_fault("packet_loss", probability=0.05)
-            wait_for(lambda: status()["counts"]["packets_resent"] > 0, "resent packets")
-            self.assertRegex(command("status").stdout, r"(?m)^packets   \d+ lost, [1-9]\d* resent, ")
+            camera.start_fault("packet_loss", probability=0.5)  # losses are reported after 10 s, resent packets alone after 60 s
+            wait_for(lambda: status()["counts"]["packets_lost"] > 0, "lost packets")
+            self.assertRegex(command("status").stdout, r"(?m)^packets   [1-9]\d* lost, ")
 
     def test_says_why_a_recording_waits(self):
         text = "run.give_up_after = \"never\"\nrun.retry_interval_s = 600\n"

@@ -74,7 +74,8 @@ class StopInTime(unittest.TestCase):
             self.assertTrue(all((recording.output / frame["file"]).exists() for frame in frames))
 
     def test_although_the_plugin_waits_for_a_reader_of_its_output(self):
-        with UnreadOutput("run.grace_time_s = 0.5\n") as recording:
+        # Without viewers and control socket, nothing stands between the plug-in and its output.
+        with UnreadOutput("run.grace_time_s = 0.5\ncontrol.socket = \"none\"\n") as recording:
             wait_for(lambda: recording.output.exists(), "the output directory")
             self.assertEqual(recording.stop(), CUT_SHORT)
 

@@ -70,23 +70,23 @@ class Messages(BrokerTest):
                 self.assertNotEqual(subscriber.of(TOPIC + "/health"), [])
 
     def test_about_health_are_periodic_and_end_with_the_final_counts(self):
-        with Broker(self.directory), Subscriber("hall/7/#") as subscriber:
-            configuration = PLAIN + ('mqtt.topic = "hall/{instance}"\nmqtt.health_interval_s = 0.1\n'
-                                     "log.instance = 7\n")
+        with Broker(self.directory), Subscriber("hall/left/#") as subscriber:
+            configuration = PLAIN + ('mqtt.topic = "hall/{name}"\nmqtt.health_interval_s = 0.1\n'
+                                     "log.instance = 7\ncamera.name = \"left\"\n")
             with Recording("grab", configuration=configuration) as recording:
-                health = lambda: subscriber.json_of("hall/7/health")
+                health = lambda: subscriber.json_of("hall/left/health")
                 recording.wait_while_running(lambda: len(health()) >= 4, "four health messages")
                 recording.signal(signal.SIGTERM)
                 self.assertEqual(recording.finish(), SUCCESS, recording.log)
-                wait_for(lambda: "offline" in subscriber.of("hall/7/status"), "the offline status")
+                wait_for(lambda: "offline" in subscriber.of("hall/left/status"), "the offline status")
                 frames = len(recording.frame_index())
                 saved = [message["frames"]["saved"] for message in health()]
                 self.assertEqual(saved, sorted(saved))
                 self.assertEqual(saved[-1], frames)
-                self.assertEqual(health()[-1]["instance"], 7)
+                self.assertEqual((health()[-1]["name"], health()[-1]["instance"]), ("left", 7))
                 self.assertEqual(health()[-1]["newest"]["frame"], frames)
                 self.assertTrue(any(message["capturing"] for message in health()))
-                self.assertEqual(subscriber.of("hall/7/status"), ["online", "offline"])
+                self.assertEqual(subscriber.of("hall/left/status"), ["online", "offline"])
 
     def test_about_health_and_status_are_retained(self):
         with Broker(self.directory), Recording("grab", configuration=PLAIN) as recording:
