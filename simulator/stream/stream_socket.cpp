@@ -21,12 +21,6 @@ stream_socket::stream_socket(ipv4_address own_address) : socket_(::socket(AF_INE
         throw std::system_error(errno, std::generic_category(),
                                 "cannot open a stream channel's socket on " + to_string(own_address));
     }
-    // A multicast stream leaves through the camera's interface, whatever the routes of this machine.
-    in_addr const interface = to_sockaddr({own_address, 0}).sin_addr;
-    if (::setsockopt(socket_.get(), IPPROTO_IP, IP_MULTICAST_IF, &interface, sizeof(interface)) != 0) {
-        throw std::system_error(errno, std::generic_category(),
-                                "cannot send multicast packets from " + to_string(own_address));
-    }
     port_ = from_sockaddr(address).port;
     set_do_not_fragment(true);
 }
