@@ -168,7 +168,8 @@ TEST(ConfigurationFile, RecordsThePositionOfEachValue) {
 
 TEST(ConfigurationFile, ReportsAnUnknownKeyWithItsPositionAndTheKnownKeys) {
     EXPECT_EQ(error_for("[timing]\n\n  frame_rat = 5\n"),
-              "run.toml:3:3: timing.frame_rat: unknown key, expected one of clock_correction_ppb, frame_rate_hz");
+              "run.toml:3:3: timing.frame_rat: unknown key, expected one of clock_correction_ppb, clock_reference, "
+              "frame_rate_hz, tick_frequency_hz");
 }
 
 TEST(ConfigurationFile, ReportsAnUnknownTableWithTheKnownTables) {
