@@ -2,11 +2,11 @@
 #include "config/broker_credentials.hpp"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <stdexcept>
 
 #include "base/bounded_file.hpp"
+#include "base/secret_file.hpp"
 
 namespace mediagrabber {
 
@@ -14,19 +14,11 @@ namespace {
 
 constexpr std::size_t max_file = 1U << 20U;  ///< bytes; certificate bundles have a quarter of that
 constexpr std::size_t max_password = 1024;   ///< bytes
-constexpr mode_t access_of_others = S_IRWXO;
-
-void check_secret(std::filesystem::path const& file) {
-    struct stat found {};
-    if (stat(file.c_str(), &found) == 0 && (found.st_mode & access_of_others) != 0) {
-        throw std::runtime_error("is accessible to every user of this machine, run `chmod o= FILE`");
-    }
-}
 
 }  // namespace
 
 std::string read_password(std::filesystem::path const& file) {
-    check_secret(file);
+    check_secret_file(file);
     auto const text = read_bounded_file(file, max_file);
     auto password = text.substr(0, text.find_first_of("\r\n"));
     if (password.empty() || password.size() > max_password || password.find('\0') != password.npos) {
@@ -42,7 +34,7 @@ void check_pem(std::filesystem::path const& file) {
 }
 
 void check_key(std::filesystem::path const& file) {
-    check_secret(file);
+    check_secret_file(file);
     check_pem(file);
 }
 

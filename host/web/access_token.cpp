@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "web/access_token.hpp"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "base/bounded_file.hpp"
+#include "base/secret_file.hpp"
 #include "config/web_address.hpp"
 
 namespace mediagrabber {
@@ -30,17 +28,6 @@ std::string without_line_end(std::string text) {
     return text;
 }
 
-void refuse_readable_file(std::filesystem::path const& file) {
-    struct stat found {};
-    if (stat(file.c_str(), &found) != 0) {
-        throw std::runtime_error(file.string() + ": " + std::generic_category().message(errno) + "; " + how_to_create);
-    }
-    if ((found.st_mode & (S_IROTH | S_IWOTH)) != 0) {
-        throw std::runtime_error(file.string() + ": other users may read or write the token, run: chmod o-rw " +
-                                 file.string());
-    }
-}
-
 }  // namespace
 
 access_token::access_token(std::string secret) : secret_(std::move(secret)) {
@@ -54,8 +41,12 @@ access_token::access_token(std::string secret) : secret_(std::move(secret)) {
 }
 
 access_token access_token::read(std::filesystem::path const& file) {
-    refuse_readable_file(file);
+    if (std::error_code failed; !std::filesystem::exists(file, failed)) {
+        auto const reason = failed ? failed : std::make_error_code(std::errc::no_such_file_or_directory);
+        throw std::runtime_error(file.string() + ": " + reason.message() + "; " + how_to_create);
+    }
     try {
+        check_secret_file(file);
         return access_token(without_line_end(read_bounded_file(file, max_token_file)));
     } catch (std::runtime_error const& error) {
         throw std::runtime_error(file.string() + ": " + error.what());

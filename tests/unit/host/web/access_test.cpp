@@ -75,7 +75,7 @@ TEST_F(TokenFile, MayBeReadableByTheGroup) {
 }
 
 TEST_F(TokenFile, IsRefusedIfReadableByOthers) {
-    EXPECT_THAT(refusal(write(long_enough, own | std::filesystem::perms::others_read)), HasSubstr("chmod o-rw"));
+    EXPECT_THAT(refusal(write(long_enough, own | std::filesystem::perms::others_read)), HasSubstr("run `chmod o= "));
 }
 
 TEST_F(TokenFile, IsRefusedIfMissingWithAHint) {
