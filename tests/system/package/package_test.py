@@ -8,11 +8,14 @@ import functools
 import gzip
 import os
 import pathlib
+import pty
 import re
+import select
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 from unittest import mock
 
@@ -42,9 +45,12 @@ def root():
 
 
 class Package(unittest.TestCase):
-    FILES = ("usr/bin/mediagrabber", "usr/bin/camsim", "usr/bin/gevctl", "usr/lib/mediagrabber/libmgjai.so", "usr/include/mediagrabber/mg_host_api.hpp",
-            "usr/lib/systemd/system/mediagrabber@.service", "usr/lib/sysusers.d/mediagrabber.conf",
-            "usr/lib/tmpfiles.d/mediagrabber.conf", "usr/share/bash-completion/completions/mediagrabber",
+    FILES = ("usr/bin/mediagrabber", "usr/bin/camsim", "usr/bin/gevctl", "usr/lib/mediagrabber/libmgjai.so",
+            "usr/include/mediagrabber/mg_host_api.hpp",
+            "usr/lib/systemd/system/mediagrabber@.service", "usr/lib/systemd/system/mediagrabber-user@.service",
+            "usr/share/bash-completion/completions/mediagrabber",
+            "usr/share/zsh/vendor-completions/_mediagrabber", "usr/share/fish/vendor_completions.d/mediagrabber.fish",
+            "usr/share/fish/vendor_completions.d/gevctl.fish", "usr/lib/mediagrabber/complete",
             "usr/share/man/man1/mediagrabber.1.gz", "usr/share/man/man1/camsim.1.gz", "usr/share/man/man1/gevctl.1.gz",
             "usr/share/man/man8/mediagrabber@.service.8", "usr/share/bash-completion/completions/gevctl",
             "usr/share/doc/mediagrabber-jai/copyright", "usr/share/doc/mediagrabber-jai/docs/guide/README.md",
@@ -55,20 +61,13 @@ class Package(unittest.TestCase):
             self.assertTrue((root() / path).is_file(), path)
 
     def test_manual_page_of_the_configuration_has_all_keys(self):
-        shown = run("man", "--warnings", "--local-file", root() / "usr/share/man/man5/mediagrabber.toml.5", env={**os.environ, "MANWIDTH": "500"})
+        shown = run("man", "--warnings", "--local-file", root() / "usr/share/man/man5/mediagrabber.toml.5",
+                    env={**os.environ, "MANWIDTH": "500"})
         self.assertEqual((shown.returncode, shown.stderr), (0, ""))
         keys = re.findall(r"^\| `(\S+)` \|", run(root() / "usr/bin/mediagrabber", "keys").stdout, re.MULTILINE)
         self.assertGreater(len(keys), 50)
         for key in keys:
             self.assertRegex(shown.stdout, rf"(?m)^ +{re.escape(key)}$")
-
-    def test_documents_have_no_dead_links(self):
-        pages = list((root() / "usr/share/doc/mediagrabber-jai").rglob("*.md"))
-        self.assertGreater(len(pages), 20)
-        dead = [f"{page.relative_to(root())}: {link}" for page in pages
-                for link in re.findall(r"\]\(([^)#\s]+)", page.read_text())
-                if "://" not in link and not (page.parent / link).exists()]
-        self.assertEqual(dead, [])
 
     def test_depends_on_its_libraries(self):
         depends = run("dpkg-deb", "--field", package(), "Depends").stdout
@@ -97,11 +96,74 @@ class Package(unittest.TestCase):
             self.assertRegex(directory.name, r"^\d{8}T\d{6}Z$")
             self.assertEqual(len(list(directory.glob("*.tif"))), 5)
 
-    def test_describes_its_user_for_systemd(self):
-        (root() / "etc").mkdir(exist_ok=True)
-        made = run("systemd-sysusers", f"--root={root()}", "mediagrabber.conf")
-        self.assertEqual(made.returncode, 0, made.stderr)
-        self.assertIn("mediagrabber:", (root() / "etc/passwd").read_text())
+
+class Documents(unittest.TestCase):
+    """Every reference of the installed documents leads somewhere, as a reader would follow it."""
+
+    DOCUMENTS = "usr/share/doc/mediagrabber-jai"
+    # Pages of other packages that the manual pages name.
+    OTHER_PAGES = {"systemctl(1)"}
+
+    def pages(self):
+        pages = list((root() / self.DOCUMENTS).rglob("*.md"))
+        self.assertGreater(len(pages), 20)
+        return pages
+
+    def anchors(self, page):
+        """The anchors of the headings of a page, as Markdown viewers make them, and those set by hand."""
+        text = re.sub(r"(?ms)^```.*?^```", "", page.read_text())
+        found = set(re.findall(r'(?:id|name)="([^"]+)"', text))
+        for heading in re.findall(r"(?m)^#+ +(.*?) *$", text):
+            heading = re.sub(r"\[([^]]*)\]\([^)]*\)", r"\1", heading)
+            anchor = re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
+            while anchor in found:
+                anchor += "-1"
+            found.add(anchor)
+        return found
+
+    def test_links_between_pages_and_to_files(self):
+        dead, followed = [], 0
+        for page in self.pages():
+            text = page.read_text()
+            links = re.findall(r"\]\(([^)\s]+)", text) + re.findall(r'(?:src|href)="([^"]+)"', text)
+            for link in links:
+                if re.match(r"[a-z]+:", link):
+                    continue
+                followed += 1
+                path, _, anchor = link.partition("#")
+                target = (page.parent / path).resolve() if path else page
+                if not target.exists():
+                    dead.append(f"{page.relative_to(root())}: {link}")
+                elif anchor and target.suffix == ".md" and anchor not in self.anchors(target):
+                    dead.append(f"{page.relative_to(root())}: {link}: no such heading")
+        self.assertEqual(dead, [])
+        self.assertGreater(followed, 100)
+
+    def test_references_of_manual_pages(self):
+        installed = set()
+        dead, followed = [], 0
+        files = [path for path in (root() / "usr/share/man").rglob("*") if path.is_file()]
+        for file in files:
+            name, _, section = file.name.removesuffix(".gz").rpartition(".")
+            installed.add(f"{name}({section})")
+        for file in files:
+            text = gzip.decompress(file.read_bytes()).decode() if file.suffix == ".gz" else file.read_text()
+            text = text.replace("\\-", "-")
+            for page in re.findall(r"(?m)^\.BR ([\w@.-]+) \((\d)\)", text):
+                followed += 1
+                if f"{page[0]}({page[1]})" not in installed | self.OTHER_PAGES:
+                    dead.append(f"{file.name}: {page[0]}({page[1]})")
+            for path in re.findall(r"/(usr/(?:share|lib)/[\w/.@-]+)", text):
+                followed += 1
+                if not (root() / path.rstrip(".")).exists():
+                    dead.append(f"{file.name}: /{path}")
+        self.assertEqual(dead, [])
+        self.assertGreater(followed, 8)
+
+    def test_units_and_examples_name_pages_that_exist(self):
+        for unit in (root() / "usr/lib/systemd/system").iterdir():
+            for page, section in re.findall(r"man:([\w@.-]+)\((\d)\)", unit.read_text()):
+                self.assertEqual(len(list((root() / f"usr/share/man/man{section}").glob(f"{page}.{section}*"))), 1, unit.name)
 
 
 class Install(unittest.TestCase):
@@ -133,36 +195,28 @@ class MaintainerScripts(unittest.TestCase):
             (self.root / "etc" / database).write_text("")
         (self.root / "etc/nsswitch.conf").write_text("passwd: files\ngroup: files\n")
         (self.root / "dev/null").touch()
-        # A user namespace without other users refuses a change of owner, so the command is only logged.
-        self.chown = self.root / "control/chown"
-        self.chown.write_text("#!/bin/sh\necho \"$@\" >>/control/chown.log\n")
-        self.chown.chmod(0o755)
-        shutil.copy(self.control / "postinst", self.root / "control/postinst")
+        for script in ("postinst", "prerm", "postrm"):
+            shutil.copy(self.control / script, self.root / "control" / script)
 
-    def configure(self):
-        """Runs the script as dpkg does."""
-        mounts = "mount --bind /usr $0/usr && mount --bind /dev/null $0/dev/null && mount --bind $0/control/chown $0/usr/bin/chown"
-        return run("unshare", "--mount", "sh", "-ec", f"{mounts} && exec chroot $0 /control/postinst configure", self.root)
+    def call(self, script, *arguments):
+        """Runs a script as dpkg does."""
+        mounts = "mount --bind /usr $0/usr && mount --bind /dev/null $0/dev/null"
+        done = run("unshare", "--mount", "sh", "-ec", f"{mounts} && root=$0 && shift 0 && exec chroot $root \"$@\"", self.root,
+                   f"/control/{script}", *arguments)
+        self.assertEqual((done.returncode, done.stdout + done.stderr), (0, ""))
 
-    def test_work_without_proc(self):
-        done = self.configure()
-        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertRegex((self.root / "etc/passwd").read_text(),
-                         r"(?m)^mediagrabber:x:\d+:\d+:Camera recordings:/var/lib/mediagrabber:/usr/sbin/nologin$")
-        self.assertRegex((self.root / "etc/group").read_text(), r"(?m)^mediagrabber:")
+    def test_work_without_proc_and_systemd(self):
+        self.call("postinst", "configure")
         self.assertEqual((self.root / "etc/mediagrabber").stat().st_mode & 0o777, 0o755)
-        self.assertEqual((self.root / "var/lib/mediagrabber").stat().st_mode & 0o777, 0o750)
-        self.assertEqual((self.root / "control/chown.log").read_text(),
-                         "mediagrabber:mediagrabber /var/lib/mediagrabber\n")
+        self.call("prerm", "upgrade", "1")
+        self.call("prerm", "remove")
+        self.call("postrm", "purge")
 
     def test_keep_what_an_earlier_installation_has_created(self):
-        self.configure()
-        (self.root / "var/lib/mediagrabber").chmod(0o700)
-        users = (self.root / "etc/passwd").read_text()
-        done = self.configure()
-        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
-        self.assertEqual((self.root / "etc/passwd").read_text(), users)
-        self.assertEqual((self.root / "var/lib/mediagrabber").stat().st_mode & 0o777, 0o700)
+        self.call("postinst", "configure")
+        (self.root / "etc/mediagrabber").chmod(0o700)
+        self.call("postinst", "configure", "1")
+        self.assertEqual((self.root / "etc/mediagrabber").stat().st_mode & 0o777, 0o700)
 
 
 class Headers(unittest.TestCase):
@@ -231,7 +285,8 @@ file(WRITE ${{CMAKE_BINARY_DIR}}/plugin "${{mediagrabber_PLUGIN}}")
 class Service(unittest.TestCase):
     def test_is_valid_for_systemd(self):
         # Units and programs that the service refers to are taken from this system.
-        for path in (pathlib.Path("/bin/kill"), pathlib.Path("/bin/sh"), *pathlib.Path("/usr/lib/systemd/system").glob("*.target")):
+        for path in (pathlib.Path("/usr/bin/systemd-sysusers"), pathlib.Path("/bin/sh"),
+                     *pathlib.Path("/usr/lib/systemd/system").glob("*.target")):
             copy = root() / path.relative_to("/")
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(path, copy)
@@ -245,43 +300,106 @@ class Service(unittest.TestCase):
         self.assertEqual(checked.returncode, 0, checked.stdout[-500:] + checked.stderr)
 
 
-class Completion(unittest.TestCase):
-    def complete(self, *words):
-        """The completions of the last word."""
-        script = ("source /usr/share/bash-completion/bash_completion; source \"$1\"; shift; COMP_WORDS=(\"$@\");"
-                  " COMP_LINE=\"$*\"; COMP_POINT=${#COMP_LINE}; COMP_CWORD=$(($# - 1)); compopt() { :; };"
-                  " _mediagrabber \"$1\" \"${@: -1}\" \"${@: -2:1}\"; printf '%s\\n' \"${COMPREPLY[@]}\"")
-        done = run("bash", "-c", script, "bash", root() / "usr/share/bash-completion/completions/mediagrabber",
-                   root() / "usr/bin/mediagrabber", *words)
-        self.assertEqual(done.returncode, 0, done.stderr)
-        return done.stdout.split()
+class Completion:
+    """The same completions in each shell. `complete` returns those of the last word."""
 
     def test_offers_commands(self):
-        self.assertEqual(self.complete("re"), ["report"])
-        self.assertIn("doctor", self.complete(""))
+        self.assertEqual(self.complete("mediagrabber", "rep"), ["report"])
+        self.assertEqual(self.complete("gevctl", "forc"), ["force-ip"])
 
     def test_offers_the_options_of_a_command(self):
-        self.assertEqual(self.complete("run", "--co"), ["--config"])
-        self.assertEqual(self.complete("doctor", "--int"), ["--interface"])
+        self.assertEqual(self.complete("mediagrabber", "run", "--conf"), ["--config"])
+        self.assertEqual(self.complete("mediagrabber", "doctor", "--int"), ["--interface"])
+        self.assertEqual(self.complete("gevctl", "apply", "--dr"), ["--dry-run"])
 
     def test_offers_keys_that_can_change_during_a_recording(self):
-        self.assertEqual(self.complete("set", "gain.d"), ["gain.db="])
-        self.assertEqual(self.complete("set", "image.width"), [])
-        self.assertNotIn("line.pin=", self.complete("set", "li"))
+        self.assertEqual(self.complete("mediagrabber", "set", "gain.d"), ["gain.db="])
+        self.assertEqual(self.complete("mediagrabber", "set", "image.width"), [])
+        self.assertEqual(self.complete("mediagrabber", "set", "line.p"), [])
 
     def test_offers_keys_for_one_off_values_and_for_get(self):
-        self.assertEqual(self.complete("run", "--set", "output.comp"), ["output.compression="])
-        self.assertEqual(self.complete("get", "image.width"), ["image.width"])
+        self.assertEqual(self.complete("mediagrabber", "run", "--set", "output.comp"), ["output.compression="])
+        self.assertEqual(self.complete("mediagrabber", "get", "image.wid"), ["image.width"])
 
     def test_offers_names_of_configurations(self):
         with tempfile.TemporaryDirectory() as home, mock.patch.dict(os.environ, XDG_CONFIG_HOME=home):
             (pathlib.Path(home) / "mediagrabber").mkdir()
             (pathlib.Path(home) / "mediagrabber/door9.toml").touch()
-            self.assertEqual(self.complete("run", "--config", "doo"), ["door9"])
-            self.assertEqual(self.complete("check", "doo"), ["door9"])
+            self.assertEqual(self.complete("mediagrabber", "run", "--config", "doo"), ["door9"])
+            self.assertEqual(self.complete("mediagrabber", "check", "doo"), ["door9"])
 
     def test_offers_requests(self):
-        self.assertEqual(self.complete("signal", "1", "re"), ["reload"])
+        self.assertEqual(self.complete("mediagrabber", "signal", "1", "rel"), ["reload"])
+        self.assertEqual(self.complete("mediagrabber", "signal", "--service", "left", "trig"), ["trigger"])
+
+    def test_offers_files(self):
+        self.assertEqual(self.complete("gevctl", "apply", "/etc/debian_v"), ["/etc/debian_version"])
+
+
+class BashCompletion(Completion, unittest.TestCase):
+    def complete(self, *words):
+        script = ("source /usr/share/bash-completion/bash_completion; source \"$1\"; shift; COMP_WORDS=(\"$@\");"
+                  " COMP_LINE=\"$*\"; COMP_POINT=${#COMP_LINE}; COMP_CWORD=$(($# - 1)); compopt() { :; };"
+                  " _$COMPLETED \"$1\" \"${@: -1}\" \"${@: -2:1}\"; printf '%s\\n' \"${COMPREPLY[@]}\"")
+        done = run("bash", "-c", script, "bash", root() / "usr/share/bash-completion/completions" / words[0],
+                   root() / "usr/bin" / words[0], *words[1:], env={**os.environ, "COMPLETED": words[0]})
+        self.assertEqual(done.returncode, 0, done.stderr)
+        return done.stdout.split()
+
+
+class FishCompletion(Completion, unittest.TestCase):
+    def complete(self, *words):
+        source = root() / "usr/share/fish/vendor_completions.d" / f"{words[0]}.fish"
+        done = run("fish", "--no-config", "-c", f"source {source}; complete --do-complete '{' '.join(words)}'",
+                   env={**os.environ, "PATH": f"{root()}/usr/bin:{os.environ['PATH']}", "HOME": TEMPORARY.name})
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return [line.split("\t")[0] for line in done.stdout.splitlines()]
+
+
+class ZshCompletion(Completion, unittest.TestCase):
+    """An interactive Zsh on a terminal. The Tab key completes; another key prints the command line."""
+
+    SETUP = """
+PS1='' PROMPT_EOL_MARK=''
+unsetopt zle_bracketed_paste
+fpath=({folder} $fpath)
+autoload -U compinit
+compinit -u -D
+show() {{ print -r -- "<$BUFFER>" }}
+zle -N show
+zle -N zle-line-init show
+bindkey '^X' show
+bindkey '^I' complete-word
+"""
+
+    def complete(self, *words):
+        """\return the completed last word, as a list; empty if there is no completion"""
+        folder = pathlib.Path(tempfile.mkdtemp(dir=TEMPORARY.name))
+        (folder / ".zshrc").write_text(self.SETUP.format(folder=root() / "usr/share/zsh/vendor-completions"))
+        master, slave = pty.openpty()
+        shell = subprocess.Popen(["zsh", "-d", "-i"], stdin=slave, stdout=slave, stderr=slave, start_new_session=True,
+                                 env={**os.environ, "PATH": f"{root()}/usr/bin:{os.environ['PATH']}", "TERM": "vt100",
+                                      "ZDOTDIR": str(folder)})
+        os.close(slave)
+        output = ""
+
+        def read_until(pattern):
+            nonlocal output
+            deadline = time.monotonic() + 60
+            while not (found := re.search(pattern, output)):
+                ready, _, _ = select.select([master], [], [], max(0, deadline - time.monotonic()))
+                self.assertTrue(ready, f"timed out waiting for {pattern}: {output!r}")
+                output += os.read(master, 4096).decode(errors="replace")
+            return found[1]
+        try:
+            read_until("(<>)")  # the empty command line
+            os.write(master, f"{' '.join(words)}\t\x18".encode())
+            completed = read_until(r"<([^>]+)>").rstrip(" ").rpartition(" ")[2]
+        finally:
+            shell.kill()
+            shell.wait()
+            os.close(master)
+        return [] if completed == words[-1] else [completed]
 
 
 class Manual(unittest.TestCase):
