@@ -78,7 +78,7 @@ QUIET_SECONDS = 15       # at the end, without events
 IN_FLIGHT_SECONDS = 0.1  # a frame that was sent longer ago than this is exported, while the camera is undisturbed
 CALIBRATION_FRAMES = 1   # at the start of a run of the plug-in, which it does not deliver
 BROKER = "listener 1883 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\nlog_dest none\n"
-EXAMPLES = pathlib.Path(__file__).parents[2] / "examples/frame_ring"
+SOURCE = pathlib.Path(__file__).parents[2]
 # Counts in openpv's log records of its stream statistics, and in mediagrabber's summary.
 LOST_FRAMES = re.compile(r"\b(?:frames_incomplete|frames_missing|frames_without_buffer|frames_too_large)=(\d+)")
 DROPPED_FRAMES = re.compile(r"dropped: (\d+) \(queue full\)")
@@ -153,8 +153,8 @@ class Reader:
     """The Python example of the frame ring."""
 
     def __init__(self, path):
-        self.process = start(["/usr/bin/python3", EXAMPLES / "frame_ring.py", path], text=True, stdout=subprocess.DEVNULL,
-                             stderr=subprocess.PIPE)
+        self.process = start(["/usr/bin/python3", SOURCE / "examples/frame_ring/frame_brightness.py", path], text=True,
+                             env=os.environ | {"PYTHONPATH": str(SOURCE / "python")}, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
 
     def end(self):
         """Waits until the recording has ended. \return frames read"""

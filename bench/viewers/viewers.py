@@ -5,6 +5,7 @@ Run by `scripts/bench viewers`. Recordings without viewers alternate with record
 reads every frame from the frame ring. Frames of 1 MB at 100 frames/s are recorded to BigTIFF. Fails if a run lost a frame.
 """
 
+import os
 import pathlib
 import re
 import resource
@@ -23,7 +24,7 @@ QUICK_RATE = 10  # frames/s, which a busy machine keeps up with
 CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
 PAGES = 3
 DEADLINE_SECONDS = 60
-EXAMPLES = pathlib.Path(__file__).parents[2] / "examples/frame_ring"
+SOURCE = pathlib.Path(__file__).parents[2]
 
 # A real camera has its own CPU. The simulated one shares this machine, so a short scheduler slice lets it run promptly.
 PROMPTLY = """
@@ -66,7 +67,8 @@ class Reader:
         deadline = time.monotonic() + DEADLINE_SECONDS
         while not socket.exists() and time.monotonic() < deadline:
             time.sleep(0.01)
-        self.process = subprocess.Popen(["/usr/bin/python3", EXAMPLES / "frame_ring.py", socket], text=True,
+        self.process = subprocess.Popen(["/usr/bin/python3", SOURCE / "examples/frame_ring/frame_brightness.py", socket],
+                                        env=os.environ | {"PYTHONPATH": str(SOURCE / "python")}, text=True,
                                         stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
 
     def finish(self):

@@ -10,16 +10,16 @@ import tempfile
 import unittest
 
 import numpy
+from mediagrabber import FrameRing, RingError
 
 from camera_process import Camera
 from recorder import Recording
 from recording_process import MEDIAGRABBER
+from tiff_strip import read_strip
 from waiting import wait_for
 
-sys.path.insert(0, os.environ["EXAMPLES"])
-from frame_ring import FrameRing  # noqa: E402
-
 FRAME_BRIGHTNESS = os.environ["FRAME_BRIGHTNESS"]
+EXAMPLES = pathlib.Path(os.environ["EXAMPLES"])
 TIMEOUT_SECONDS = 60
 
 CONFIGURATION = """
@@ -54,9 +54,8 @@ class Sockets:
         return CONFIGURATION.format(format=pixel_format, socket=self.ring, control=self.control)
 
     def connect(self):
-        """\\return the ring, once its socket exists"""
-        wait_for(self.ring.exists, "the ring's socket")
-        return FrameRing(str(self.ring))
+        """\\return the ring, once a recording listens"""
+        return FrameRing(self.ring, connect_timeout=TIMEOUT_SECONDS)
 
 
 def line_of(recording, frame):
@@ -74,7 +73,7 @@ class Readers(unittest.TestCase):
                 self.assertTrue(ring.is_there(frame))
                 line = line_of(recording, frame)
                 self.assertEqual(pixels.tobytes(), recording.pixels(line))
-                self.assertEqual((frame.timestamp_us, frame.ticks, frame.gain_db, frame.format),
+                self.assertEqual((frame.timestamp_us, frame.ticks, frame.gain_db, frame.pixel_format),
                                  (line["timestamp_us"], line["ticks"], line["gain_db"], line["pixel_format"]))
             self.assertEqual(recording.stop(), 0)
 
@@ -95,12 +94,27 @@ class Readers(unittest.TestCase):
             self.assertLess(frame.pixels.max(), 4096)
             self.assertEqual(recording.stop(), 0)
 
+    def test_unpack_packed_pixels(self):
+        with Sockets() as sockets, Camera(), Recording(sockets.configuration("Mono12Packed")) as recording, sockets.connect() as ring:
+            frame = ring.next(TIMEOUT_SECONDS)
+            pixels = frame.unpacked()
+            self.assertTrue(ring.is_there(frame))
+            self.assertEqual((frame.pixels.shape, pixels.shape, pixels.dtype), ((240, 480), (240, 320), numpy.dtype("<u2")))
+            saved = read_strip(recording.output / line_of(recording, frame)["file"])  # unpacked by mediagrabber
+            self.assertEqual(pixels.tobytes(), saved)
+            self.assertEqual(recording.stop(), 0)
+
     def test_in_c_get_the_same_frames(self):
+        self.check_example([FRAME_BRIGHTNESS])
+
+    def test_in_python_get_the_same_frames(self):
+        self.check_example([sys.executable, EXAMPLES / "frame_brightness.py"])
+
+    def check_example(self, command):
         with Sockets() as sockets, Camera(), Recording(sockets.configuration()) as recording:
             with sockets.connect():
                 pass
-            done = subprocess.run([FRAME_BRIGHTNESS, str(sockets.ring), "20"], capture_output=True, text=True,
-                                  timeout=TIMEOUT_SECONDS)
+            done = subprocess.run([*command, sockets.ring, "20"], capture_output=True, text=True, timeout=TIMEOUT_SECONDS)
             self.assertEqual(done.returncode, 0, done.stderr)
             self.assertEqual(done.stderr, "20 frames, 0 overtaken\n")
             self.assertEqual(recording.stop(), 0)  # the ring has a frame before it is saved
@@ -131,6 +145,8 @@ class Readers(unittest.TestCase):
         done = subprocess.run([FRAME_BRIGHTNESS, "/nowhere/ring"], capture_output=True, text=True, timeout=TIMEOUT_SECONDS)
         self.assertEqual(done.returncode, 1)
         self.assertEqual(done.stderr, "/nowhere/ring: No such file or directory\n")
+        with self.assertRaisesRegex(RingError, "^/nowhere/ring: no frames .* start a recording"):
+            FrameRing("/nowhere/ring")
 
 
 class PluginLog(unittest.TestCase):
