@@ -8,14 +8,17 @@
 """
 
 from ._index import INDEX_DTYPE
+from .camsim import Camsim
 from .errors import CamsimError, MediagrabberError, ProgramError, RecorderError, RecordingError, RingError
 from .pixels import PIXEL_FORMATS, PixelFormat, Pixels, unpack_mono12packed
+from .recorder import Recorder, Summary
 from .recording import Frames, Recording, open_recording
 from .ring import FrameRing, RingFrame
 
 __version__ = "0.37.28"
 
 __all__ = [
-    "INDEX_DTYPE", "PIXEL_FORMATS", "CamsimError", "FrameRing", "Frames", "MediagrabberError", "PixelFormat", "Pixels",
-    "ProgramError", "Recording", "RecorderError", "RecordingError", "RingError", "RingFrame", "open_recording", "unpack_mono12packed",
+    "Camsim", "CamsimError", "FrameRing", "Frames", "INDEX_DTYPE", "MediagrabberError", "PIXEL_FORMATS", "PixelFormat", "Pixels",
+    "ProgramError", "Recorder", "RecorderError", "Recording", "RecordingError", "RingError", "RingFrame", "Summary", "open_recording",
+    "unpack_mono12packed",
 ]

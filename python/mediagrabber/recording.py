@@ -98,8 +98,9 @@ def _directories(path: pathlib.Path) -> list[pathlib.Path]:
 
 
 class Frames:
-    """Frames of a recording, as a sequence of images. An image is read when it is asked for, each time anew: `frames[3]` is an array of height x width, of uint8
-    or, with 12 significant bits, uint16. Slices, and arrays of positions or booleans, select frames without reading them:
+    """Frames of a recording, as a sequence of images. An image is read when it is asked for, each time anew: `frames[3]` is an array of
+    height x width, of uint8 or, with 12 significant bits, uint16. Slices, and arrays of positions or booleans, select frames without
+    reading them:
 
         frames[100:200:10]
         frames[frames.index["exposure_us"] > 1000]

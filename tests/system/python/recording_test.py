@@ -349,7 +349,8 @@ class Damaged(RecordingTest):
                           (line(2, frame="2"), "\"frame\" is not a number"), (line(2, ticks=True), "not a number"),
                           (line(2, width=0), "\"width\" is 0"), (line(2, height=65536), "\"height\" is 65536"),
                           (line(2, pixel_format="Mono10"), "unknown pixel format 'Mono10'"),
-                          (line(2, file="../x"), "outside of the recording"), (line(2, file=".."), "outside"), (line(2, file=""), "outside"),
+                          (line(2, file="../x"), "outside of the recording"), (line(2, file=".."), "outside"),
+                          (line(2, file=""), "outside"),
                           (line(2, file="a", offset=-1), "not a position"), (line(2, ticks=2**63), "too large"),
                           (json.dumps({"frame": 1}), "\"timestamp_us\" is missing"), ("\u00e4", "Expecting value")):
             with self.subTest(bad):
