@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The Debian package: its content, and its programs when run from an extracted copy.
+"""The Debian packages: their content, and their programs when run from an extracted copy.
 
 Paths are in the environment variables CPACK and CPACK_CONFIG.
 """
@@ -27,20 +27,25 @@ def run(*command, **options):
 
 
 @functools.cache
-def package():
-    """The path of the package, which is built on the first call."""
+def packages():
+    """The directory with the packages, which are built on the first call."""
     made = run(os.environ["CPACK"], "--config", os.environ["CPACK_CONFIG"], "-G", "DEB", "-B", pathlib.Path(TEMPORARY.name) / "made")
     if made.returncode != 0:
         raise AssertionError(made.stdout + made.stderr)
-    found, = (pathlib.Path(TEMPORARY.name) / "made").glob("*.deb")
+    return pathlib.Path(TEMPORARY.name) / "made"
+
+
+def package(name="mediagrabber-jai"):
+    """The path of a package."""
+    found, = packages().glob(f"{name}_*.deb")
     return found
 
 
 @functools.cache
-def root():
+def root(name="mediagrabber-jai"):
     """The path of a directory with the extracted package."""
-    directory = pathlib.Path(TEMPORARY.name) / "root"
-    subprocess.run(["dpkg-deb", "--extract", package(), directory], check=True)
+    directory = pathlib.Path(TEMPORARY.name) / f"root-{name}"
+    subprocess.run(["dpkg-deb", "--extract", package(name), directory], check=True)
     return directory
 
 
@@ -53,7 +58,8 @@ class Package(unittest.TestCase):
             "usr/share/fish/vendor_completions.d/gevctl.fish", "usr/lib/mediagrabber/complete",
             "usr/share/man/man1/mediagrabber.1.gz", "usr/share/man/man1/camsim.1.gz", "usr/share/man/man1/gevctl.1.gz",
             "usr/share/man/man8/mediagrabber@.service.8", "usr/share/bash-completion/completions/gevctl",
-            "usr/share/doc/mediagrabber-jai/copyright", "usr/share/doc/mediagrabber-jai/docs/guide/README.md",
+            "usr/share/doc/mediagrabber-jai/copyright", "usr/share/doc/mediagrabber-jai/docs/guide/recordings.ipynb",
+            "usr/share/doc/mediagrabber-jai/docs/guide/README.md",
             "usr/lib/sysctl.d/60-mediagrabber.conf")
 
     def test_has_all_files(self):
@@ -75,6 +81,11 @@ class Package(unittest.TestCase):
             self.assertIn(library, depends)
         self.assertEqual(run("dpkg-deb", "--field", package(), "Package", "Architecture").stdout.split(),
                          ["Package:", "mediagrabber-jai", "Architecture:", "amd64"])
+        self.assertEqual(run("dpkg-deb", "--field", package(), "Recommends").stdout, "chrony, ethtool\n")
+
+    def test_have_their_descriptions(self):
+        shown = run("dpkg-deb", "--field", package(), "Description").stdout
+        self.assertRegex(shown, r"\ACamera grabber for machine vision, JAI GigE Vision\n A plug-in for JAI GigE Vision cameras, a host")
 
     def test_programs_work_in_another_root_directory(self):
         programs = root() / "usr/bin"
@@ -164,6 +175,60 @@ class Documents(unittest.TestCase):
         for unit in (root() / "usr/lib/systemd/system").iterdir():
             for page, section in re.findall(r"man:([\w@.-]+)\((\d)\)", unit.read_text()):
                 self.assertEqual(len(list((root() / f"usr/share/man/man{section}").glob(f"{page}.{section}*"))), 1, unit.name)
+
+
+class Python(unittest.TestCase):
+    """The package python3-mediagrabber."""
+
+    NAME = "python3-mediagrabber"
+    SOURCE = pathlib.Path(__file__).parents[3] / "python"
+
+    def field(self, name):
+        return run("dpkg-deb", "--field", package(self.NAME), name).stdout.strip()
+
+    def import_in_clean_environment(self, code, *options):
+        """Runs code with the package beside those of the distribution, and nothing else: neither the source nor variables."""
+        place = root(self.NAME) / "usr/lib/python3/dist-packages"
+        return run("/usr/bin/python3", "-I", "-B", *options, "-c", f"import sys; sys.path.insert(0, {str(place)!r}); {code}", env={},
+                   cwd="/")
+
+    def test_has_the_files_of_the_source_and_nothing_else(self):
+        made = {str(path.relative_to(root(self.NAME))) for path in root(self.NAME).rglob("*") if path.is_file()}
+        sources = {f"usr/lib/python3/dist-packages/mediagrabber/{path.name}" for path in (self.SOURCE / "mediagrabber").iterdir()
+                   if path.suffix == ".py" or path.name == "py.typed"}
+        self.assertEqual(made, sources | {"usr/share/doc/python3-mediagrabber/copyright"})
+
+    def test_is_for_all_architectures_and_needs_numpy_only(self):
+        self.assertEqual((self.field("Architecture"), self.field("Section")), ("all", "python"))
+        self.assertEqual(self.field("Depends"), "python3 (>= 3.11), python3-numpy")
+        self.assertEqual((self.field("Recommends"), self.field("Suggests")), ("", "mediagrabber-jai, python3-pytest"))
+        self.assertNotIn("postinst", run("dpkg-deb", "--info", package(self.NAME)).stdout)  # of the service
+        self.assertRegex(self.field("Description"), r"\ARecordings of mediagrabber as NumPy arrays\n A Python package")
+
+    def test_is_imported_in_a_clean_environment(self):
+        shown = self.import_in_clean_environment("import mediagrabber; print(mediagrabber.__file__, mediagrabber.__version__)", "-W", "error")
+        version = run(root() / "usr/bin/mediagrabber", "--version").stdout.split()[1]
+        self.assertEqual(shown.stdout, f"{root(self.NAME)}/usr/lib/python3/dist-packages/mediagrabber/__init__.py {version}\n", shown.stderr)
+        self.assertEqual(self.field("Version"), version)
+
+    def test_imports_nothing_but_numpy_and_the_standard_library(self):
+        shown = self.import_in_clean_environment(
+            "import numpy; before = set(sys.modules); import mediagrabber;"
+            "print(*{name.split('.')[0] for name in set(sys.modules) - before} - {*sys.stdlib_module_names, 'numpy'})")
+        self.assertEqual(shown.stdout, "mediagrabber\n", shown.stderr)
+
+    def test_reads_a_recording_and_starts_the_installed_programs(self):
+        with tempfile.TemporaryDirectory() as temporary:
+            done = self.import_in_clean_environment(f"""
+import os
+os.environ["PATH"] = "{root()}/usr/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+from mediagrabber import Camsim, open_recording
+with Camsim() as camera:
+    with camera.recorder({{"image.width": 320}}, output="{temporary}/frames", frames=3) as recorder:
+        recorder.wait(60)
+print([image.shape[1] for image in open_recording("{temporary}/frames")])
+""")
+        self.assertEqual(done.stdout, "[320, 320, 320]\n", done.stderr)
 
 
 class Install(unittest.TestCase):

@@ -60,7 +60,7 @@ def make_package(path):
     """Builds the Debian package of this build."""
     with tempfile.TemporaryDirectory() as directory:
         run(os.environ["CPACK"], "--config", os.environ["CPACK_CONFIG"], "-G", "DEB", "-B", directory)
-        found, = pathlib.Path(directory).glob("*.deb")
+        found, = pathlib.Path(directory).glob("mediagrabber-jai_*.deb")
         shutil.move(found, path)
 
 
