@@ -156,6 +156,14 @@ class FrameRingTest(unittest.TestCase):
         numbers = [ring.next(DEADLINE_SECONDS).number for _ in range(3)]
         self.assertEqual((numbers, ring.overtaken, self.publisher.reported()), ([70, 80, 90], 5, 5))
 
+    def test_skips_a_frame_that_is_overwritten_while_its_entry_is_read(self):
+        ring = self.connect()
+        self.publisher.publish(0)
+        self.publisher.publish(1)
+        with unittest.mock.patch("mediagrabber.ring._order_loads") as order:
+            order.side_effect = lambda: order.call_count == 2 and self.publisher.overwrite(1)
+            self.assertEqual((ring.next(DEADLINE_SECONDS).number, ring.overtaken), (20, 1))
+
     def test_needs_no_message_for_each_frame(self):
         ring = self.connect()
         self.publisher.publish(0, message=False)
@@ -173,10 +181,11 @@ class FrameRingTest(unittest.TestCase):
         ring = self.connect()
         self.publisher.publish(5)
         old = ring.next(DEADLINE_SECONDS)
-        self.publisher.make_ring(newest=self.publisher.newest)
+        newest = self.publisher.newest + 2  # two frames were published in the old ring and not read
+        self.publisher.make_ring(newest=newest)
         self.publisher.send_ring()
         self.publisher.publish(50)
-        self.assertEqual(ring.next(DEADLINE_SECONDS).pixels[0, 0], 50)
+        self.assertEqual((ring.next(DEADLINE_SECONDS).pixels[0, 0], ring.overtaken), (50, 2))
         self.assertEqual(old.pixels[0, 0], 5)  # stays mapped
         self.assertFalse(ring.is_there(old))
 

@@ -11,9 +11,11 @@ import tempfile
 import threading
 import tracemalloc
 import unittest
+import unittest.mock
 
 import numpy
 from mediagrabber import INDEX_DTYPE, RecordingError, open_recording, unpack_mono12packed
+from mediagrabber._index import GrowingIndex, IndexFile
 
 from made_recording import bigtiff, line, mono8, raw_place, write_index, write_raw
 from tiff_strip import write_strip
@@ -111,19 +113,22 @@ class Opening(RecordingTest):
         data, _ = bigtiff([bytes([i] * 6) for i in range(200)])
         write_index(self.directory, [line(i + 1, file="frames.tif", page=i) for i in range(200)])
         (self.directory / "frames.tif").write_bytes(data)
-        frames = open_recording(self.directory)
         wrong = []
 
-        def read(seed):
-            for position in random.Random(seed).sample(range(200), 200):
+        def read(frames, seed):
+            for position in random.Random(seed).sample(range(100, 200), 3):
+                together.wait()
                 if frames[position][0, 0] != position:
                     wrong.append(position)
 
-        threads = [threading.Thread(target=read, args=(seed,)) for seed in range(4)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        for seed in range(10):
+            frames = open_recording(self.directory)  # which has not looked for pages yet
+            together = threading.Barrier(4)
+            threads = [threading.Thread(target=read, args=(frames, 4 * seed + i)) for i in range(4)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
         self.assertEqual(wrong, [])
 
 
@@ -203,6 +208,16 @@ class Index(RecordingTest):
         write_index(self.directory, [line(1, colour="green")])
         self.assertEqual(len(open_recording(self.directory)), 1)
 
+    def test_is_extended_without_copying_it_each_time(self):
+        index = GrowingIndex()
+        row = tuple(numpy.zeros(1, INDEX_DTYPE)[0])
+        buffers = set()
+        for _ in range(1000):
+            index.append([row])
+            buffers.add(index.view().ctypes.data)
+        self.assertEqual(len(index.view()), 1000)
+        self.assertLess(len(buffers), 20)
+
     def test_of_more_than_one_block(self):
         write_index(self.directory, [line(i + 1) for i in range(20_000)])  # 6 MB
         self.assertEqual(open_recording(self.directory).index["frame"].tolist(), list(range(1, 20_001)))
@@ -272,6 +287,40 @@ class Growing(RecordingTest):
         self.append(file, line(4) + "\n")
         file.close()
         self.assertEqual([new.index["frame"].tolist() for new in following], [[4]])
+
+    def test_are_followed_to_frames_that_come_just_before_the_end(self):
+        file = self.start()
+        self.append(file, line(1) + "\n")
+        frames = open_recording(self.directory)
+        following = frames.follow(timeout=60)
+        next(following)
+
+        def refresh(original=frames.refresh):
+            added = original()
+            if not file.closed:  # after the first look that found nothing
+                self.append(file, line(2) + "\n")
+                file.close()
+            return added
+
+        with unittest.mock.patch.object(frames, "refresh", refresh):
+            self.assertEqual([new.index["frame"].tolist() for new in following], [[2]])
+
+    def test_that_have_not_locked_their_index_yet_are_not_finished(self):
+        file = open(self.directory / "frames.jsonl", "a")
+        self.addCleanup(file.close)
+        frames = open_recording(self.directory)
+        fcntl.flock(file, fcntl.LOCK_EX)
+        self.append(file, line(1) + "\n")
+        self.assertEqual((frames.is_growing, frames.refresh()), (True, 1))
+
+    def test_read_finished_segments_once(self):
+        for i in range(3):
+            write_raw(self.directory / f"20261121T18000{i}Z", [mono8(i)], first=i + 1)
+        file = self.start(self.directory / "20261121T180003Z")
+        frames = open_recording(self.directory)
+        with unittest.mock.patch.object(IndexFile, "read_new", autospec=True, side_effect=IndexFile.read_new) as read:
+            self.append(file, line(4) + "\n")
+            self.assertEqual((frames.refresh(), read.call_count), (1, 1))
 
     def test_are_followed_into_new_segments(self):
         first = self.start(self.directory / "20261121T180000Z")
@@ -415,21 +464,31 @@ class Damaged(RecordingTest):
             data[place:place + 8] = (2**60).to_bytes(8, "little")
         self.check_page(many, "damaged: a page with")
 
-    def test_random_changes_never_raise_anything_else(self):
+    def check_random_changes(self, path):
         random.seed(4711)
-        data, _ = bigtiff([mono8(i) for i in range(3)])
-        write_index(self.directory, [line(i + 1, file="frames.tif", page=i) for i in range(3)])
+        data = path.read_bytes()
         refused = 0
         for _ in range(500):
             changed = bytearray(data)
             for _ in range(random.randrange(1, 4)):
-                changed[random.randrange(len(changed))] = random.randrange(256)
-            (self.directory / "frames.tif").write_bytes(changed[:random.randrange(1, 2 * len(changed))])
+                changed[random.randrange(len(changed))] = random.choice((0, 1, 4, 16, random.randrange(256)))
+            path.write_bytes(changed[:random.randrange(1, 2 * len(changed))])
             try:
                 open_recording(self.directory).load()
             except RecordingError:
                 refused += 1
         self.assertGreater(refused, 100)
+
+    def test_random_changes_of_bigtiff_never_raise_anything_else(self):
+        data, _ = bigtiff([mono8(i) for i in range(3)])
+        write_index(self.directory, [line(i + 1, file="frames.tif", page=i) for i in range(3)])
+        (self.directory / "frames.tif").write_bytes(data)
+        self.check_random_changes(self.directory / "frames.tif")
+
+    def test_random_changes_of_tiff_never_raise_anything_else(self):
+        write_index(self.directory, [line(1, file="frame-1.tif")])
+        write_strip(self.directory / "frame-1.tif", 3, 2, mono8(1))
+        self.check_random_changes(self.directory / "frame-1.tif")
 
 
 class Segments(RecordingTest):
