@@ -37,6 +37,7 @@ _ANSWER_SECONDS = 5.0  # for a response, beyond the time limit of a change
 _MAX_REASON_LINES = 10
 _SENDER = r"(?m)^mediagrabber(?:\[.*?\])?: "  # with camera.name
 _CONTROL_SOCKET = re.compile(_SENDER + r"info: control socket for `mediagrabber set`: (.*)$")
+_DIRECTORY = re.compile(_SENDER + r"info: recording (?:.*? )?to (.*) with plug-in ")
 _SUMMARY = re.compile(r"(\d+) frames (?:saved|buffered, (\d+) of them saved).*, ([\d.]+) s, ")
 _DROPPED = re.compile(r"dropped: (\d+) \(queue full\), (\d+) \(write errors\)")
 
@@ -183,6 +184,8 @@ class Recorder:
     @property
     def directory(self) -> pathlib.Path:
         """Where the recording is; with segments, the first one."""
+        if self._directory is None and (found := _DIRECTORY.search(self._log)):
+            self._directory = pathlib.Path(found[1])
         if self._directory is None:
             raise RecorderError("the recording has not named its directory yet; call start() first", None, self._log)
         return self._directory
@@ -249,6 +252,8 @@ class Recorder:
         while not self._has_frame():
             if process.poll() is not None:
                 self._reader.join()
+                if self._summary(process.returncode).saved:
+                    return  # it was shorter than a look at its status
                 raise self._failed("the recording could not start", process.returncode)
             if time.monotonic() > deadline:
                 what = "no frame arrived" if self._control_socket() else "the recording had no control socket (control.socket)"

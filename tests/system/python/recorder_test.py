@@ -9,6 +9,7 @@ import sys
 import tempfile
 import tomllib
 import unittest
+import unittest.mock
 
 import numpy
 from mediagrabber import Camsim, CamsimError, FrameRing, Recorder, RecorderError, open_recording
@@ -51,6 +52,11 @@ class Recording(RecorderTest):
         self.assertRegex(summary.text, rf"^20 frames saved, .* in {self.output}\ndropped: 0 \(queue full\)")
         self.assertEqual(len(open_recording(self.output)), 20)
         self.assertFalse(recorder.is_running)
+
+    def test_that_ends_before_its_status_is_read_has_started(self):
+        with unittest.mock.patch.object(Recorder, "_has_frame", return_value=False):
+            with self.recorder(self.camera(), {**REGION, "camera.name": "left"}, frames=3) as recorder:
+                self.assertEqual((recorder.directory, recorder.wait(DEADLINE_SECONDS).saved), (self.output, 3))
 
     def test_is_stopped(self):
         with self.recorder(self.camera()) as recorder:
