@@ -24,6 +24,7 @@ enum class line_source : std::uint32_t { low = 1, exposure_active = 2 };
 enum class output_format : std::uint8_t {
     tiff,     ///< one file per frame
     bigtiff,  ///< one page of a single file per frame
+    hdf5,     ///< one HDF5 file in the layout of NeXus
     raw,      ///< one file that holds all frames back to back
     none,
 };
@@ -218,6 +219,7 @@ struct configuration {
     ring_configuration ring;
     mqtt_configuration mqtt;
     log_configuration log;
+    std::string file_text;  ///< of the configuration file, for recordings that hold it
 };
 
 }  // namespace mediagrabber

@@ -434,7 +434,9 @@ loaded_configuration parse_configuration(std::string const& text, std::filesyste
         });
         throw configuration_error(file, std::move(faults));
     }
-    return reader.take_result();
+    auto loaded = reader.take_result();
+    loaded.values.file_text = text;
+    return loaded;
 }
 
 void read_named_files(configuration& values, std::filesystem::path const& directory) {

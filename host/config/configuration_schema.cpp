@@ -662,10 +662,13 @@ keys output_keys() {
          choice_key(
              {"output.format", "", "\"tiff\"", "", next_start,
               "How frames are saved beside the frame index: \"tiff\" one TIFF file per frame, \"bigtiff\" one page"
-              " per frame in frames.tif (BigTIFF), \"raw\" pixels only, in frames.raw, \"none\" not at all."},
+              " per frame in frames.tif (BigTIFF), \"hdf5\" frames and their metadata in frames.h5 (NeXus), \"raw\" "
+              "pixels"
+              " only, in frames.raw, \"none\" not at all."},
              &part::format,
              named_values<output_format>{{"tiff", output_format::tiff},
                                          {"bigtiff", output_format::bigtiff},
+                                         {"hdf5", output_format::hdf5},
                                          {"raw", output_format::raw},
                                          {"none", output_format::none}}),
          choice_key({"output.compression", "", "\"none\"", "", next_start,

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -110,6 +111,22 @@ void growing_file::write_at(std::uint64_t offset, std::span<std::byte const> byt
             fail();
         }
         done += static_cast<std::size_t>(written);
+    }
+}
+
+void growing_file::read_at(std::uint64_t offset, std::span<std::byte> bytes) const {
+    while (!bytes.empty()) {
+        ssize_t const got =
+            uninterrupted([&] { return pread(file_.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)); });
+        if (got < 0) {
+            fail();
+        }
+        if (got == 0) {
+            std::ranges::fill(bytes, std::byte{0});
+            return;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(got));
+        offset += static_cast<std::uint64_t>(got);
     }
 }
 

@@ -41,9 +41,19 @@ public:
     /// \throws std::system_error
     void truncate(std::uint64_t size);
 
-private:
-    void write_at(std::uint64_t offset, std::span<std::byte const> bytes) const;
+    /// Gives the file its name, as append() does.
+    /// \throws std::system_error
     void show();
+    /// Writes at any place, also beyond the end, without a change of size(). A piece may be written in part if it
+    /// fails. \param offset  bytes \throws std::system_error
+    void write_at(std::uint64_t offset, std::span<std::byte const> bytes) const;
+    /// Reads. What is beyond the end of the file is zero.
+    /// \param offset  bytes
+    /// \throws std::system_error
+    void read_at(std::uint64_t offset, std::span<std::byte> bytes) const;
+    int descriptor() const { return file_.get(); }
+
+private:
     void hide();
     [[noreturn]] void fail() const;
 

@@ -12,6 +12,7 @@
 #include "base/failures.hpp"
 #include "base/host_log.hpp"
 #include "recording/bigtiff_file.hpp"
+#include "recording/hdf5_file.hpp"
 #include "recording/raw_file.hpp"
 #include "recording/tiff_files.hpp"
 
@@ -37,6 +38,11 @@ std::unique_ptr<frame_writer_like> writer_for(int directory, recording_format co
             return std::make_unique<bigtiff_file>(directory, std::move(tiff));
         case output_format::raw:
             return std::make_unique<raw_file>(directory);
+        case output_format::hdf5:
+            return std::make_unique<hdf5_files>(directory, recording_texts{.software = format.software,
+                                                                           .model = format.model,
+                                                                           .serial = format.serial,
+                                                                           .configuration = format.configuration});
         case output_format::none:
             break;
     }

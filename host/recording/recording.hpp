@@ -17,8 +17,10 @@ namespace mediagrabber {
 struct recording_format {
     output_format kind = output_format::tiff;
     tiff_compression compression = tiff_compression::none;
-    std::string software;  ///< the writing program, a TIFF tag
-    std::string model;     ///< the camera's model, empty if unknown
+    std::string software;            ///< the writing program, a TIFF tag
+    std::string model;               ///< the camera's model, empty if unknown
+    std::string serial = {};         ///< the camera's serial number, empty if unknown; only in HDF5
+    std::string configuration = {};  ///< as TOML; only in HDF5
 };
 
 /// A directory with the frame index `frames.jsonl` and the frames in the configured file format.

@@ -15,6 +15,7 @@
 #include "base/host_log.hpp"
 #include "recording/bigtiff_file.hpp"
 #include "recording/frame_index.hpp"
+#include "recording/hdf5_file.hpp"
 #include "recording/raw_file.hpp"
 #include "recording/tiff_files.hpp"
 
@@ -27,7 +28,7 @@ namespace {
 /// \return whether a recording or `mediagrabber report` makes files of this name, besides the frame index
 bool belongs_to_recording(std::string const& name) {
     return name == bigtiff_file::file_name || name == raw_file::file_name || name == segment_summary_name ||
-           name == "report.html" || tiff_files::is_name(name);
+           name == "report.html" || tiff_files::is_name(name) || hdf5_files::is_name(name);
 }
 
 }  // namespace

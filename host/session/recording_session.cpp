@@ -72,7 +72,9 @@ recording_format format_of(configuration const& chosen) {
     return {.kind = chosen.output.format,
             .compression = chosen.output.compression,
             .software = "mediagrabber " MEDIAGRABBER_VERSION,
-            .model = chosen.camera.model.value_or(std::string())};
+            .model = chosen.camera.model.value_or(std::string()),
+            .serial = chosen.camera.serial.value_or(std::string()),
+            .configuration = chosen.file_text};
 }
 
 }  // namespace

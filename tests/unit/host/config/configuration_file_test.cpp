@@ -40,6 +40,10 @@ std::string error_for_file(std::filesystem::path const& file) {
 
 }  // namespace
 
+TEST(ConfigurationFile, KeepsItsTextForRecordings) {
+    EXPECT_EQ(read("# night shift\nimage.width = 7\n").file_text, "# night shift\nimage.width = 7\n");
+}
+
 TEST(ConfigurationFile, LeavesTheCameraUnchangedWhenEmpty) {
     auto const values = read("");
     EXPECT_EQ(values.camera.effective_mask(), 1U);

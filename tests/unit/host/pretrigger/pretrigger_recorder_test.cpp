@@ -89,7 +89,7 @@ TEST_F(PretriggerRecorder, WritesNothingWithoutATrigger) {
 }
 
 TEST_F(PretriggerRecorder, WritesTheFramesOfTheConfiguredTimeInEveryFormat) {
-    for (auto const kind : {output_format::tiff, output_format::bigtiff, output_format::raw}) {
+    for (auto const kind : {output_format::tiff, output_format::bigtiff, output_format::hdf5, output_format::raw}) {
         auto const ring = make(false, kind);
         hold(*ring, 1, 100);
         ring->trigger("test");

@@ -34,7 +34,8 @@ index_entry entry(std::uint64_t number, std::optional<std::uint32_t> counter, st
     return made;
 }
 
-constexpr output_format every_format[] = {output_format::tiff, output_format::bigtiff, output_format::raw};
+constexpr output_format every_format[] = {output_format::tiff, output_format::bigtiff, output_format::hdf5,
+                                          output_format::raw};
 
 class RecordingReader : public testing::Test {
 protected:
@@ -205,7 +206,7 @@ TEST_F(RecordingReader, ReportsAMissingFrame) {
         EXPECT_THROW(read_thumbnail(place, gone, 10), std::runtime_error);
         auto behind = entries[0];
         behind.page = behind.page ? std::optional(*behind.page + 1) : std::nullopt;
-        behind.offset = behind.offset ? std::optional(*behind.offset + 1) : std::nullopt;
+        behind.offset = behind.offset ? std::optional(*behind.offset + (1U << 30U)) : std::nullopt;
         if (kind != output_format::tiff) {
             EXPECT_THROW(read_thumbnail(place, behind, 24), std::runtime_error);
         }

@@ -129,7 +129,7 @@ TEST_F(SegmentsOnDisk, TakeEmptyDirectoriesWithThem) {
 TEST_F(SegmentsOnDisk, LeaveFilesOfOthers) {
     auto const place = make_segment(0);
     for (char const* const name : {"frame-00000001-1700000000000001.tif", ".frame-00000002-1700000000000002.tif.part",
-                                   "frames.tif", "report.html"}) {
+                                   "frames.tif", "frames.h5", "frames-2.h5", "report.html"}) {
         std::ofstream(place / name) << "x";
     }
     std::ofstream(place / "notes.txt") << "x";
