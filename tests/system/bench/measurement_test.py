@@ -42,6 +42,19 @@ class Cameras(Measurement):
         self.assertIn("camera 1: 2 of 12 frames lost", self.measure("cameras", "--inject-loss", status=LOSSES).stderr)
 
 
+class Recorders(Measurement):
+    def test_runs(self):
+        output = self.measure("recorders").stdout
+        self.expect_header(output)
+        for kind in ("raw", "tiff", "bigtiff", "hdf5"):
+            self.assertRegex(output, rf"(?m)^\| {kind} \| [1-9]\d* \| [0-9.]+ \| [0-9.]+ \|$")
+            self.assertRegex(output, rf"(?m)^\| {kind} \| 210 \| [0-9.]+ \| [1-9]\d+ \| [1-9][0-9.]* \|$")
+            self.assertRegex(output, rf"(?m)^\| {kind} \| 20 of 20 \| 0 \|")
+
+    def test_fails_if_frames_are_lost(self):
+        self.assertRegex(self.measure("recorders", "--inject-loss", status=LOSSES).stderr, r"hdf5: [1-9]\d* of \d+ frames lost")
+
+
 class Viewers(Measurement):
     def test_runs(self):
         output = self.measure("viewers").stdout
