@@ -155,6 +155,17 @@ std::vector<hdf5_file::field> const& hdf5_file::fields() {
          [](record of) { return field::integer(of.announced_us); }},
         {"ticks", integer, "", "camera timestamp, in ticks of the camera clock",
          [](record of) { return field::integer(of.ticks); }},
+        {"time_us", integer, "us", "estimated beginning of the exposure, since 1970-01-01 UTC",
+         [](record of) { return field::integer(of.exposed ? std::optional(of.exposed->time_us) : std::nullopt); }},
+        {"time_uncertainty_us", number, "us", "of time_us",
+         [](record of) {
+             return field::number(of.exposed ? std::optional(static_cast<float>(of.exposed->uncertainty_us))
+                                             : std::nullopt);
+         }},
+        {"time_source", text, "", "arrivals, reference or ptp",
+         [](record of) { return field::text(of.exposed ? name_of(of.exposed->source) : ""); }},
+        {"clock_drift_ppm", number, "ppm", "how much faster the camera clock runs than that of the recorder",
+         [](record of) { return field::number(of.exposed ? of.exposed->clock_drift_ppm : std::nullopt); }},
         {"gain_db", number, "dB", "gain", [](record of) { return field::number(of.gain_db); }},
         {"exposure_us", number, "us", "exposure time", [](record of) { return field::number(of.exposure_us); }},
         {"counter", integer, "", "exposure start counter of the camera",

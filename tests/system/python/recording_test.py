@@ -189,6 +189,8 @@ class Index(RecordingTest):
         first, second = index
         self.assertEqual((first["frame"], first["timestamp_us"], first["handed_over_us"], first["announced_us"]), (1, 1010000, 1012000, -1))
         self.assertEqual((first["ticks"], first["gain_db"], first["exposure_us"], first["counter"]), (501, 6.0, 250.5, 8))
+        self.assertEqual((first["time_us"], first["time_uncertainty_us"]), (1009000, 12.0))
+        self.assertTrue(numpy.isnan(first["clock_drift_ppm"]))
         self.assertEqual((first["width"], first["height"], first["pixel_format"], first["significant_bits"]), (3, 2, "Mono8", 8))
         self.assertEqual((second["frame"], second["announced_us"], second["ticks"], second["counter"]), (3, 42, -1, -1))
         self.assertTrue(numpy.isnan([second["gain_db"], second["exposure_us"], second["temperature_c"]]).all())

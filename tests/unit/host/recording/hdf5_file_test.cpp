@@ -109,6 +109,8 @@ TEST_F(Hdf5File, HoldsEachFieldOfTheFrameIndex) {
     frame.record.announced_us = 1'700'000'000'123'450;
     frame.record.ticks = 12'345'678'901;
     frame.record.gain_db = 1.5F;
+    frame.record.exposed = exposure_time{
+        .time_us = 1790, .uncertainty_us = 12.5, .source = time_source::reference, .clock_drift_ppm = -40.5F};
     frame.record.exposure_us = 2500.0F;
     frame.record.counter = 77;
     frame.record.temperature_c = 41.25F;
@@ -126,6 +128,10 @@ TEST_F(Hdf5File, HoldsEachFieldOfTheFrameIndex) {
     EXPECT_THAT(read.integers("stride"), ElementsAre(16, 16));
     EXPECT_THAT(read.integers("significant_bits"), ElementsAre(8, 8));
     EXPECT_EQ(read.numbers("gain_db").front(), 1.5);
+    EXPECT_EQ(read.integers("time_us").front(), 1790U);
+    EXPECT_EQ(read.numbers("time_uncertainty_us").front(), 12.5);
+    EXPECT_EQ(read.numbers("clock_drift_ppm").front(), -40.5);
+    EXPECT_TRUE(std::isnan(read.numbers("time_uncertainty_us").back()));
     EXPECT_EQ(read.numbers("exposure_us").front(), 2500.0);
     EXPECT_EQ(read.numbers("temperature_c").front(), 41.25);
     EXPECT_TRUE(std::isnan(read.numbers("gain_db").back()));
