@@ -43,8 +43,9 @@ TEST(Metrics, DoNotAllocatePerFrame) {
     metrics tested;
     tested.measure_against(period_us);
     EXPECT_EQ(allocated_by(tested), 0U);
-    EXPECT_NE(tested.text({}).find("mediagrabber_frame_interval_error_seconds_count{instance_number=\"0\",name=\"\"} 1000"),
-              std::string::npos);
+    EXPECT_NE(
+        tested.text({}).find("mediagrabber_frame_interval_error_seconds_count{instance_number=\"0\",name=\"\"} 1000"),
+        std::string::npos);
 }
 
 TEST(MqttPublisher, DoesNotAllocatePerFrameEvenWithAFullQueue) {
