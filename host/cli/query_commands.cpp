@@ -36,8 +36,8 @@ std::vector<found_control_socket> all_sockets() {
     auto found = control_sockets_of_services();
     std::ranges::move(control_sockets_of_user(), std::back_inserter(found));
     std::ranges::stable_sort(found, {}, &found_control_socket::path);
-    auto const same = std::ranges::unique(found, {}, &found_control_socket::path);  // the user may be that of a service
-    found.erase(same.begin(), same.end());
+    auto const is_same = [](auto const& one, auto const& other) { return one.path == other.path; };
+    found.erase(std::unique(found.begin(), found.end(), is_same), found.end());  // the user may be that of a service
     return found;
 }
 
