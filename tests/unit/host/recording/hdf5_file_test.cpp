@@ -39,8 +39,8 @@ protected:
     mediagrabber::file_handle const descriptor;
 };
 
-sample_frame frame_number(std::uint64_t number) {
-    auto frame = make_frame(frame_formats[0], 16, 8, 0, [number](auto, auto) { return number; });
+sample_frame frame_number(std::uint64_t number, std::uint32_t width = 16) {
+    auto frame = make_frame(frame_formats[0], width, 8, 0, [number](auto, auto) { return number; });
     frame.record.number = number;
     return frame;
 }
@@ -220,13 +220,14 @@ TEST_F(Hdf5File, IsNotOpenedForWritingByAnotherProgramMeanwhile) {
 
 TEST_F(Hdf5File, RefusesAFrameThatDoesNotFitAndContinuesLater) {
     auto made = files();
-    made.write(frame_number(1).view());
+    std::uint32_t const large = 1000;  // so that a part of the frame fits
+    made.write(frame_number(1, large).view());
     auto const before = std::filesystem::file_size(path());
     std::string reason;
     for (int i = 0; i < 3; ++i) {
-        file_size_limit const limit(before + 50);
+        file_size_limit const limit(before + 5000);
         try {
-            made.write(frame_number(2).view());
+            made.write(frame_number(2, large).view());
         } catch (std::system_error const& error) {
             reason = error.what();
         }
@@ -234,7 +235,7 @@ TEST_F(Hdf5File, RefusesAFrameThatDoesNotFitAndContinuesLater) {
     EXPECT_EQ(reason, "frames.h5: File too large");
     EXPECT_EQ(std::filesystem::file_size(path()), before) << "a part of a frame remains";
     EXPECT_THAT(hdf5_contents(path()).first_pixels(), ElementsAre(1));
-    EXPECT_EQ(made.write(frame_number(3).view()).place.page, 1U);
+    EXPECT_EQ(made.write(frame_number(3, large).view()).place.page, 1U);
     EXPECT_THAT(hdf5_contents(path()).first_pixels(), ElementsAre(1, 3));
 }
 
