@@ -44,7 +44,8 @@ class BigTiff:
 
 
 class RawFile:
-    """output.format = "raw": consecutive frames as in memory.
+    """Uncompressed frames as in memory, at places that the index names: output.format = "raw", and each other file whose frames have an
+    `offset` in the index.
 
     Frames are read, not mapped: a mapped file that is truncated or deleted from under the reader would end the process.
     """

@@ -175,6 +175,11 @@ class Pixels(RecordingTest):
         frames = open_recording(self.directory)
         self.assertEqual([frames[i][0, 0] for i in (3, 0, 4, 1)], [3, 0, 4, 1])
 
+    def test_at_an_offset_are_read_whatever_surrounds_them(self):
+        write_index(self.directory, [line(i + 1, file="frames.h5", page=i, offset=100 + 50 * i, bytes=6) for i in range(2)])
+        (self.directory / "frames.h5").write_bytes(bytes(100) + mono8(1) + bytes(44) + mono8(20) + bytes(30))
+        self.assertEqual([image[0, 0] for image in open_recording(self.directory)], [1, 20])
+
     def test_that_were_not_saved_are_refused(self):
         write_index(self.directory, [line(1)])
         self.check_refused("no pixels", "output.format = \"none\"", "use its index")
