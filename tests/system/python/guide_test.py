@@ -112,7 +112,7 @@ class Notebook(InDirectory):
         self.assertFalse([output for output in outputs if output.get("name") == "stderr"])
         made, = self.root.glob("recordings-*")
         kinds = {path.name: open_recording(path) for path in made.iterdir() if path.name != "exported"}
-        self.assertEqual(set(kinds), {"tiff", "bigtiff", "raw"})
+        self.assertEqual(set(kinds), {"tiff", "bigtiff", "raw", "hdf5"})
         for kind, frames in kinds.items():
             exported = numpy.load(made / f"exported/{kind}.npz")
             self.assertTrue(numpy.array_equal(exported["images"], frames[5:15].load()), kind)

@@ -9,6 +9,7 @@ import tempfile
 import unittest
 import zlib
 
+import h5py
 import numpy
 from mediagrabber import open_recording
 from PIL import Image
@@ -68,6 +69,12 @@ def bigtiff_images(recording):
             yield list(memoryview(strip).cast("H") if tags[bigtiff.BITS][0] == 16 else strip)
 
 
+def h5py_images(recording):
+    with h5py.File(recording.output / "frames.h5") as file:
+        for frame in file["entry/data/frames"]:
+            yield list(unpacked_by_hand(frame.tolist())) if frame.ndim == 1 else frame.ravel()
+
+
 class Recorded(unittest.TestCase):
     def check(self, reader, *values):
         with self.subTest(values), verified_recording(self, configuration(*values), FRAMES) as (recording, _):
@@ -97,8 +104,12 @@ class Recorded(unittest.TestCase):
         self.check(bigtiff_images, "bigtiff", "BayerRG8")
         self.check(bigtiff_images, "bigtiff", "BayerRG8", "deflate")
 
+    def test_hdf5_files_are_read_as_by_h5py(self):
+        for pixel_format in ("Mono8", "Mono12Packed", "Mono12", "BayerRG8"):
+            self.check(h5py_images, "hdf5", pixel_format)
+
     def test_growing_recordings_are_followed_to_their_end(self):
-        for kind in ("raw", "bigtiff", "tiff"):
+        for kind in ("raw", "bigtiff", "tiff", "hdf5"):
             with self.subTest(kind), Camera(), Recording(configuration(kind), "--frames", 30) as recording:
                 recording.wait_for_frames(1)
                 frames = open_recording(recording.output)
@@ -112,7 +123,7 @@ class Recorded(unittest.TestCase):
                 self.assertFalse(frames.is_growing)
 
     def test_recordings_of_a_killed_process_are_read(self):
-        for kind in ("raw", "bigtiff", "tiff"):
+        for kind in ("raw", "bigtiff", "tiff", "hdf5"):
             with self.subTest(kind), Camera(), Recording(configuration(kind)) as recording:
                 recording.wait_for_frames(10)
                 recording.signal(signal.SIGKILL)
