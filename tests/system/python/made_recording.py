@@ -11,7 +11,8 @@ def line(number, **values):
         "file": None, "frame": number, "timestamp_us": 1_000_000 + 10_000 * number, "handed_over_us": 1_002_000 + 10_000 * number,
         "announced_us": None, "ticks": 500 + number, "time_us": 999_000 + 10_000 * number,
         "time_uncertainty_us": 12, "time_source": "arrivals", "clock_drift_ppm": None, "gain_db": 6.0, "exposure_us": 250.5,
-        "counter": 7 + number, "width": 3, "height": 2, "stride": 3, "pixel_format": "Mono8", "significant_bits": 8, "temperature_c": None, **values})
+        "counter": 7 + number, "width": 3, "height": 2, "stride": 3, "pixel_format": "Mono8", "significant_bits": 8,
+        "temperature_c": None, **values})
 
 
 def raw_place(number, size):
