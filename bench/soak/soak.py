@@ -4,8 +4,9 @@
 Run by `scripts/soak MINUTES` inside a network namespace of its own. mediagrabber records at 100 frames/s from the simulated camera into
 the pre-trigger buffer and a GStreamer pipeline. Meanwhile a viewer looks at the page and reads the metrics, a program reads the frame
 ring, and a broker receives a message for each frame, from which the frames are accounted. Every few seconds a random event is injected:
-a fault of the camera or the network, a reload with other values or another region, a live update, a calculated LUT, a trigger. Fails if
-frames are missing that were not reported lost, if memory, descriptors or threads grow, if a consumer received nothing, or if mediagrabber
+a fault of the camera or the network, a reload with other values, invalid ones or another region, a live update, a calculated LUT, a
+trigger. All the time, visitors of every bad kind (bad_visitors.py) use page, control socket, ring and camera network. Fails if frames are
+missing that were not reported lost, if memory, descriptors or threads grow, if a consumer received nothing, or if mediagrabber
 does not exit cleanly.
 """
 
@@ -27,6 +28,7 @@ import threading
 import time
 import tomllib
 
+from bad_visitors import BadVisitors
 from bench_tools import BUILD, CONVENIENCE, Measurement, plot, table, utc_us
 from frame_account import completely_sent
 from growth import BLOCKS, Growth
@@ -75,6 +77,7 @@ SAMPLE_SECONDS = 1.0
 SETTLED_FRACTION = 1 / 3  # of the run, after which resource usage must not grow: the page's history fills for 11 minutes
 MEMORY_BOUND = 1024      # kilobytes per hour; a growth that the run must be able to show
 QUIET_SECONDS = 15       # at the end, without events
+MAX_ANSWER_SECONDS = 2.5 # of the control socket, where each silent visitor, of whom there are four, delays others by 0.5 s
 IN_FLIGHT_SECONDS = 0.1  # a frame that was sent longer ago than this is exported, while the camera is undisturbed
 CALIBRATION_FRAMES = 1   # at the start of a run of the plug-in, which it does not deliver
 BROKER = "listener 1883 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\nlog_dest none\n"
@@ -194,6 +197,12 @@ class Recording:
         self.write()
         self.process.send_signal(signal.SIGHUP)
 
+    def reload_invalid(self):
+        self.configuration.write_text(CONFIGURATION.format(**self.values) + "[nonsense\n")
+        self.process.send_signal(signal.SIGHUP)
+        time.sleep(0.5)  # the file is read by then, or is valid again
+        self.write()
+
     def set(self, assignment):
         subprocess.run([BUILD / "bin/mediagrabber", "set", "--socket", self.socket, "--timeout", "20", assignment],
                        capture_output=True, check=False)
@@ -242,6 +251,7 @@ def events(camera, recording, generator):
         "reload: rate": (3, lambda: recording.reload(rate=generator.choice((80, 100, 100, 100)))),
         "reload: gain": (3, lambda: recording.reload(gain=generator.choice((0, 3, 6)))),
         "reload: region": (1, region),
+        "reload: invalid": (1, recording.reload_invalid),
         "set gain.db": (3, lambda: recording.set(f"gain.db={generator.choice((0, 1, 2))}")),
         "signal lut": (2, lambda: recording.process.send_signal(signal.SIGUSR1)),
         "signal trigger": (1, lambda: recording.process.send_signal(signal.SIGRTMIN + 1)),
@@ -331,8 +341,10 @@ class Soak:
         self.page.start()
         self.reader = Reader(self.recording.ring)
         wait_for(lambda: self.broker.messages.stat().st_size != 0, "the first frame")
+        self.visitors = BadVisitors(self.recording.port(), self.recording.socket, self.recording.ring, seed)
         self.run(minutes * 60)
         self.page_alive = self.page.is_alive()
+        self.visitors.end()
         self.status = self.recording.end()
         self.camera_status = self.camera.end()
         self.page.join()
@@ -399,6 +411,9 @@ def account_problems(figures):
 def consumer_problems(test):
     problems = [f"no {name}" for name, count in test.consumed.items()
                 if count == 0 and (name != "frames saved by triggers" or test.counts["signal trigger"])]
+    problems += test.visitors.errors
+    if test.visitors.slowest_answer > MAX_ANSWER_SECONDS:
+        problems.append(f"a request on the control socket waited for {test.visitors.slowest_answer:.1f} s")
     if not test.page_alive:
         problems.append("the page stopped answering")
     if test.status not in (0, 1) or test.camera_status != 0:
@@ -425,10 +440,12 @@ def main():
                           test.recording.stopped)
     problems = account_problems(figures) + resource_problems(figures, test.samples) + consumer_problems(test)
     figures.update(test.consumed)
+    figures["slowest answer of the control socket, s"] = f"{test.visitors.slowest_answer:.3f}"
     chart = measurement.chart("soak")
     chart.with_suffix(".tsv").write_text("".join("\t".join(map(str, row)) + "\n" for row in test.samples))
     draw(chart, chart.with_suffix(".tsv"))
     measurement.finish(table(["figure", "value"], figures.items()) + "\n" + table(["event", "count"], sorted(test.counts.items())) +
+                       "\n" + table(["bad visitor", "visits"], sorted(test.visitors.visits.items())) +
                        "\nResult: " + ("; ".join(problems) if problems else "every frame is accounted for, and no resource grows") + ".\n")
     return 1 if problems else 0
 

@@ -109,6 +109,7 @@ exposure_time frame_clock::time_of(std::uint64_t ticks, double arrived_us, doubl
         result.time_us = static_cast<std::uint64_t>(std::llround(*ptp));
         result.source = time_source::ptp;
     }
+    result.uncertainty_us = std::ceil(result.uncertainty_us);
     return result;
 }
 

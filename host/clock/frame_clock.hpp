@@ -20,7 +20,7 @@ char const* name_of(time_source source);
 /// When the exposure of a frame began, on the host's clock.
 struct exposure_time {
     std::uint64_t time_us = 0;    ///< since 1970
-    double uncertainty_us = 0.0;  ///< half the width of an interval of at least 95 %
+    double uncertainty_us = 0.0;  ///< half the width of an interval of at least 95 %, whole us
     time_source source = time_source::arrivals;
     std::optional<float> clock_drift_ppm;  ///< how much faster the camera clock runs than the host clock
 };

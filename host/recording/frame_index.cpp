@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cmath>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
@@ -17,11 +16,6 @@ namespace mediagrabber {
 namespace {
 
 using json = nlohmann::ordered_json;
-
-/// An uncertainty is rounded up.
-std::uint64_t whole_us(double uncertainty_us) {
-    return static_cast<std::uint64_t>(std::ceil(uncertainty_us));
-}
 
 template <typename value>
 json or_null(std::optional<value> const& published) {
@@ -49,7 +43,7 @@ std::string index_line(frame_record const& record, frame_place const& place) {
     line["ticks"] = or_null(record.ticks);
     auto const& exposed = record.exposed;
     line["time_us"] = exposed ? json(exposed->time_us) : json(nullptr);
-    line["time_uncertainty_us"] = exposed ? json(whole_us(exposed->uncertainty_us)) : json(nullptr);
+    line["time_uncertainty_us"] = exposed ? json(static_cast<std::uint64_t>(exposed->uncertainty_us)) : json(nullptr);
     line["time_source"] = exposed ? json(name_of(exposed->source)) : json(nullptr);
     line["clock_drift_ppm"] = exposed ? or_null(exposed->clock_drift_ppm) : json(nullptr);
     line["gain_db"] = or_null(record.gain_db);

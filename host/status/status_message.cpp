@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
@@ -183,7 +182,7 @@ std::string clock_line(recording_status const& status) {
         return "-";
     }
     auto const drift = exposed->clock_drift_ppm;
-    return fmt::format("exposures known to {:.0f} us ({}), camera clock {} ppm", std::ceil(exposed->uncertainty_us),
+    return fmt::format("exposures known to {:.0f} us ({}), camera clock {} ppm", exposed->uncertainty_us,
                        name_of(exposed->source), drift ? fmt::format("{:+.2f}", *drift) : "-");
 }
 

@@ -111,7 +111,7 @@ class StopAndReload(unittest.TestCase):
         # Frames arrive ten seconds late, so none arrives within the grace time and the plug-in does not poll the signal.
         short_grace_time = configuration(more="[run]\ngrace_time_s = 1\n")
         with Camera("--network-delay", "10000"), Recording(short_grace_time) as recording:
-            recording.wait_for_log("recording to")
+            recording.wait_for_log("recording 0 to")
             wait_for(lambda: feature("TLParamsLocked") == "1", "the start of the acquisition")
             recording.signal(signal.SIGTERM)
             self.assertEqual(recording.finish(), 5, recording.log)

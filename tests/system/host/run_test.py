@@ -100,7 +100,12 @@ class SavedFrames(unittest.TestCase):
             self.assertEqual(recording.finish(), SUCCESS, recording.log)
             for number, frame in enumerate(recording.frame_index(), 1):
                 start = 1_700_000_000_000_000
-                self.assertGreater(frame.pop("handed_over_us"), start)
+                handed_over = frame.pop("handed_over_us")
+                self.assertGreater(handed_over, start)
+                # The model of the clock begins with the arrival and the greatest uncertainty.
+                self.assertLess(frame.pop("time_us"), handed_over)
+                self.assertGreaterEqual(frame.pop("time_uncertainty_us"), 1)
+                self.assertEqual((frame.pop("time_source"), frame.pop("clock_drift_ppm")), ("arrivals", None))
                 self.assertEqual(frame, {
                     "file": f"frame-{number:08}-{start + number * 10_000:016}.tif", "frame": number,
                     "timestamp_us": start + number * 10_000, "announced_us": start + number * 10_000,

@@ -43,7 +43,7 @@ frame_record full_record() {
             .announced_us = 1'700'000'000'123'450,
             .ticks = 18'446'744'073'709'551'615U,
             .exposed = exposure_time{.time_us = 1'700'000'000'123'400,
-                                     .uncertainty_us = 12.1,
+                                     .uncertainty_us = 13.0,
                                      .source = time_source::reference,
                                      .clock_drift_ppm = -40.25F},
             .gain_db = 1.5F,

@@ -103,7 +103,7 @@ TEST_F(RecordingReader, ReadsHowWellExposureTimesAreKnown) {
     frame_record record;
     record.format = &frame_formats[0];
     record.exposed =
-        exposure_time{.time_us = 1, .uncertainty_us = 12.5, .source = time_source::ptp, .clock_drift_ppm = 40.5F};
+        exposure_time{.time_us = 1, .uncertainty_us = 13.0, .source = time_source::ptp, .clock_drift_ppm = 40.5F};
     write_index(line_of(1) + index_line(record, {}));
     auto const read = read_index(directory.path());
     EXPECT_EQ(read[0].time_uncertainty_us, std::nullopt);

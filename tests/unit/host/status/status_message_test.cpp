@@ -64,10 +64,10 @@ TEST(StatusMessage, HasTheTimeOfTheNewestFrame) {
     status.newest->format = &format;
     EXPECT_TRUE(status_message(status)["newest"]["time"].is_null());
     status.newest->exposed = exposure_time{
-        .time_us = 1790, .uncertainty_us = 12.5, .source = time_source::reference, .clock_drift_ppm = -40.25F};
+        .time_us = 1790, .uncertainty_us = 13.0, .source = time_source::reference, .clock_drift_ppm = -40.25F};
     EXPECT_EQ(
         status_message(status)["newest"]["time"],
-        (json{{"time_us", 1790}, {"uncertainty_us", 12.5}, {"source", "reference"}, {"clock_drift_ppm", -40.25}}));
+        (json{{"time_us", 1790}, {"uncertainty_us", 13.0}, {"source", "reference"}, {"clock_drift_ppm", -40.25}}));
     EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock -40.25 ppm");
     status.newest->exposed->clock_drift_ppm.reset();
     EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock - ppm");
