@@ -63,7 +63,7 @@ PvResult PvStream::impl::make_receiver(bool streaming) {
                             auto receiver = openpv::gvsp_receiver::make(registers, features, link->id(), queue->sink(),
                                                                         streaming, link->controls(), result);
                             if (receiver) {
-                                destination = receiver->destination();
+                                destination = aligned_endpoint{receiver->destination()};
                                 queue->set_receiver(std::move(receiver));
                             }
                             return result;

@@ -21,7 +21,9 @@ struct PvStream::impl final : private openpv::link_listener {
 
     std::shared_ptr<openpv::camera_link> const link;
     std::shared_ptr<openpv::block_queue> const queue = std::make_shared<openpv::block_queue>();
-    std::atomic<openpv::udp_endpoint> destination{};  ///< of the current receiver
+    /// Of eight bytes, which every compiler stores at once, without a library.
+    struct alignas(8) aligned_endpoint : openpv::udp_endpoint {};
+    std::atomic<aligned_endpoint> destination{};  ///< of the current receiver
 
 private:
     explicit impl(openpv::connection_id const& id) : link(openpv::camera_link::to(id)) {}
