@@ -109,10 +109,9 @@ class StopAndReload(unittest.TestCase):
 
     def test_a_stop_without_frames_ends_the_recording_after_the_grace_time(self):
         # Frames arrive ten seconds late, so none arrives within the grace time and the plug-in does not poll the signal.
-        short_grace_time = configuration(more="[run]\ngrace_time_s = 1\n")
+        short_grace_time = configuration(more="[run]\ngrace_time_s = 1\n[log]\nlevel = \"info\"\n")
         with Camera("--network-delay", "10000"), Recording(short_grace_time) as recording:
-            recording.wait_for_log("recording 0 to")
-            wait_for(lambda: feature("TLParamsLocked") == "1", "the start of the acquisition")
+            recording.wait_for_log("START GRABBING")
             recording.signal(signal.SIGTERM)
             self.assertEqual(recording.finish(), 5, recording.log)
 
