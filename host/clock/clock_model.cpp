@@ -29,6 +29,7 @@ constexpr double outlier_limit = 6.0;
 constexpr double to_deviation = 1.4826;  ///< from the median of absolute values, for normal distributions
 constexpr std::size_t points_for_scatter = 64;
 constexpr std::size_t points_for_choice = 8;
+constexpr std::size_t points_for_slope = 8;
 constexpr double much_better = 0.5;
 constexpr double quantile = 0.1;
 /// A frame cannot arrive that much earlier than the others unless a clock was set.
@@ -229,8 +230,8 @@ void clock_model::end_second() {
     choose_statistic();
     std::size_t const used = point_count_ - follow_path();
     line const found = best_line(used);
-    if (given_hz_ == 0.0 && point_count_ >= windows[0] &&
-        std::abs(found.free_slope) > max_drift + wide * found.free_slope_error) {
+    bool const unlikely = std::abs(found.free_slope) > max_drift + wide * found.free_slope_error;
+    if (given_hz_ == 0.0 && point_count_ >= points_for_slope && unlikely) {
         correct_frequency(found);
         return;
     }
@@ -447,9 +448,8 @@ void clock_model::apply_reference(line const& best, double newest) {
     double const oldest = points_[point_count_ - std::min(point_count_, windows[0])].camera_us;
     double const at = camera_us(reference_->ticks);
     double const outside = std::max({0.0, oldest - at, at - newest});
-    double const length = std::max(newest - oldest, second_us);
-    double const error =
-        reference_->uncertainty_us + uncertainty_us_ + outside * (wide * best.error_us / length + slow_change);
+    double const error = reference_->uncertainty_us + uncertainty_us_ +
+                         outside * (wide * std::min(best.free_slope_error, usual_drift) + slow_change);
     if (constant_us_ && error >= constant_error_us_) {
         return;
     }

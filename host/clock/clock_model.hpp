@@ -104,8 +104,8 @@ private:
     void apply_reference(line const& best, double newest);
 
     double given_hz_ = 0.0;
-    double us_per_tick_ = 0.0;  ///< nominal; 0: not yet known
-    double frequency_error_ = 0.0;
+    double us_per_tick_ = 0.0;      ///< nominal; 0: not yet known
+    double frequency_error_ = 0.0;  ///< relative; 0: a round number, or given
 
     std::uint64_t first_ticks_ = 0;
     double first_arrival_us_ = 0.0;

@@ -13,7 +13,8 @@ namespace {
 using namespace mediagrabber;
 
 bool same(change_request const& one, change_request const& other) {
-    return one.timeout_s == other.timeout_s && one.signal == other.signal &&
+    return one.timeout_s == other.timeout_s && one.signal == other.signal && one.keys == other.keys &&
+           one.asks_status == other.asks_status &&
            std::ranges::equal(one.settings, other.settings, [](setting const& a, setting const& b) {
                return a.path == b.path && a.value == b.value;
            });
@@ -52,9 +53,10 @@ void answer(std::string const& line) {
                 "an error answer is received unchanged");
         return;
     }
-    require(request.settings.empty() != request.signal.empty() && request.timeout_s > 0.0 &&
-                request.timeout_s <= max_timeout_s,
-            "a request has settings or a signal, and a valid timeout");
+    int const subjects = (request.settings.empty() ? 0 : 1) + (request.signal.empty() ? 0 : 1) +
+                         (request.keys.empty() ? 0 : 1) + (request.asks_status ? 1 : 0);
+    require(subjects == 1, "a request has settings, a signal, keys or asks for the status");
+    require(request.timeout_s > 0.0 && request.timeout_s <= max_timeout_s, "a request has a valid timeout");
     require(same(request, read_request(written(request))), "a request is received unchanged");
     apply(request.settings);
 }

@@ -279,6 +279,20 @@ TEST(ClockModel, FindsTheFrequencyOfTheCamera) {
     }
 }
 
+TEST(ClockModel, FindsTheFrequencySoonAlthoughTheFirstFramesAreLate) {
+    for (network const& path : networks) {
+        for (double late = 100.0; late < 2'500.0; late *= 1.3) {
+            auto const settles = [late](double time) { return std::max(0.0, late * (1.0 - time / (second / 2.0))); };
+            camera const source{.minutes = 0.35, .path = settles};
+            auto all = frames(source, path, 20);
+            clock_model model;
+            follow(model, all);
+            EXPECT_NEAR(model.tick_hz(), source.hz, 1.0) << path.name << ' ' << late;
+            EXPECT_TRUE(model.drift_ppm()) << path.name << ' ' << late;
+        }
+    }
+}
+
 TEST(ClockModel, UsesAFrequencyThatIsNoRoundNumber) {
     camera const source{.hz = 66'666'667.0};
     auto all = frames(source, networks[0], 16);
