@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Visitors that do what they should not, each kind in a thread of its own, for as long as a recording runs.
+"""Clients and neighbours that misbehave, each kind in a thread of its own, while a recording runs.
 
 They come from addresses of their own (127.0.1.1 and up), as strangers on a network do, so that limits per address are theirs. A visit
 that is refused or cut off is a visit; what the recording must not do is stop, grow, lose frames silently, or keep others waiting.
@@ -160,7 +160,7 @@ class BadVisitors:
 
     def control_crowd(self, *_):
         with contextlib.ExitStack() as stack:
-            for _ in range(3):
+            for _ in range(20):
                 stack.enter_context(self._control())
 
     # ---- Frame ring
@@ -168,13 +168,7 @@ class BadVisitors:
     def _ring(self):
         client = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         client.settimeout(PATIENCE_SECONDS)
-        try:
-            client.connect(self.ring_path)
-        except OSError:
-            client.close()
-            client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-            client.settimeout(PATIENCE_SECONDS)
-            client.connect(self.ring_path)
+        client.connect(self.ring_path)
         return client
 
     def ring_idler(self, *_):
@@ -200,7 +194,7 @@ class BadVisitors:
     # ---- Camera network
 
     def stray_packets(self, address, generator):
-        """Sends random packets, and acknowledges of nothing, to each UDP port of this namespace but the camera's."""
+        """Sends random packets, and acknowledges without a request, to each UDP port of this namespace but the camera's."""
         lines = pathlib.Path("/proc/net/udp").read_text().splitlines()[1:]
         ports = {int(line.split()[1].split(":")[1], 16) for line in lines} - {GVCP_PORT}
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:

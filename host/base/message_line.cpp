@@ -32,22 +32,29 @@ bool readable(int descriptor, int interrupt, clock::time_point until) {
 
 }  // namespace
 
+line_state receive_line(file_handle const& connection, std::string& line, std::size_t max_bytes) {
+    std::array<char, 4096> part{};
+    ssize_t const got = recv(connection.get(), part.data(), part.size(), MSG_DONTWAIT);
+    if (got <= 0) {
+        return line_state::failed;
+    }
+    line.append(part.data(), static_cast<std::size_t>(got));
+    auto const end = line.find('\n');
+    if (end != line.npos && end <= max_bytes) {
+        line.resize(end);
+        return line_state::complete;
+    }
+    return line.size() <= max_bytes ? line_state::incomplete : line_state::failed;
+}
+
 std::optional<std::string> read_line(file_handle const& connection, std::size_t max_bytes, clock::time_point until,
                                      int interrupt) {
     std::string line;
-    std::array<char, 4096> part{};
-    while (line.size() <= max_bytes && readable(connection.get(), interrupt, until)) {
-        ssize_t const got = recv(connection.get(), part.data(), part.size(), MSG_DONTWAIT);
-        if (got <= 0) {
-            break;
-        }
-        line.append(part.data(), static_cast<std::size_t>(got));
-        auto const end = line.find('\n');
-        if (end != line.npos && end <= max_bytes) {
-            return line.substr(0, end);
-        }
+    auto state = line_state::incomplete;
+    while (state == line_state::incomplete && readable(connection.get(), interrupt, until)) {
+        state = receive_line(connection, line, max_bytes);
     }
-    return std::nullopt;
+    return state == line_state::complete ? std::optional(line) : std::nullopt;
 }
 
 bool write_all(file_handle const& connection, std::string const& text) {

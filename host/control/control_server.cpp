@@ -6,7 +6,8 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
-#include <array>
+#include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "base/message_line.hpp"
@@ -15,8 +16,10 @@ namespace mediagrabber {
 
 namespace {
 
-/// For a client that connects and neither sends nor receives: it delays other clients by this time.
+/// For a client that does not complete its request, or does not receive the answer.
 constexpr std::chrono::milliseconds client_timeout{500};
+constexpr std::size_t max_clients =
+    64;  ///< that send a request at the same time; further ones wait in the kernel's queue
 constexpr std::size_t max_waiting = 64;  ///< changes; more than clients that take turns
 
 }  // namespace
@@ -35,25 +38,57 @@ control_server::~control_server() {
 }
 
 void control_server::run() {
-    std::array<pollfd, 2> watched{{{.fd = listener_.descriptor(), .events = POLLIN, .revents = 0},
-                                   {.fd = end_.get(), .events = POLLIN, .revents = 0}}};
-    while (watched[1].revents == 0) {
-        if (poll(watched.data(), watched.size(), -1) > 0 && watched[0].revents != 0) {
+    std::vector<client> clients;
+    std::vector<pollfd> watched;
+    while (wait_for_event(clients, watched)) {
+        auto const now = std::chrono::steady_clock::now();
+        for (std::size_t i = clients.size(); i-- > 0;) {
+            if (!is_waiting(clients[i], watched[first_client + i].revents != 0, now)) {
+                clients.erase(clients.begin() + static_cast<std::ptrdiff_t>(i));
+            }
+        }
+        if (watched[listening].revents != 0) {
             if (auto connection = listener_.accept()) {
-                serve(std::move(connection));
+                timeval const send_timeout{.tv_sec = 0, .tv_usec = std::chrono::microseconds(client_timeout).count()};
+                setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
+                clients.push_back(
+                    {.connection = std::move(connection), .request = {}, .deadline = now + client_timeout});
             }
         }
     }
 }
 
-void control_server::serve(file_handle connection) {
-    timeval const send_timeout{.tv_sec = 0, .tv_usec = std::chrono::microseconds(client_timeout).count()};
-    setsockopt(connection.get(), SOL_SOCKET, SO_SNDTIMEO, &send_timeout, sizeof send_timeout);
-    auto const line = read_line(connection, max_message, std::chrono::steady_clock::now() + client_timeout, end_.get());
-    auto const answer = line ? serve_line(*line, connection) : std::string();
-    if (!answer.empty()) {
-        write_all(connection, answer);
+/// Waits until a client connects or sends, or has reached its deadline.
+/// \param watched  replaced by the descriptors, in the order of watched_index
+/// \return whether the server goes on
+bool control_server::wait_for_event(std::vector<client> const& clients, std::vector<pollfd>& watched) const {
+    int const listener = clients.size() < max_clients ? listener_.descriptor() : -1;
+    watched.assign(
+        {{.fd = end_.get(), .events = POLLIN, .revents = 0}, {.fd = listener, .events = POLLIN, .revents = 0}});
+    for (auto const& one : clients) {
+        watched.push_back({.fd = one.connection.get(), .events = POLLIN, .revents = 0});
     }
+    int timeout_ms = -1;
+    if (!clients.empty()) {  // the oldest client is the first one
+        auto const remaining = clients.front().deadline - std::chrono::steady_clock::now();
+        timeout_ms = static_cast<int>(
+            std::max<std::int64_t>(0, std::chrono::ceil<std::chrono::milliseconds>(remaining).count()));
+    }
+    poll(watched.data(), watched.size(), timeout_ms);
+    return watched[ending].revents == 0;
+}
+
+/// Receives from a client, and serves it when its request is complete.
+/// \return whether the request is still incomplete
+bool control_server::is_waiting(client& one, bool readable, std::chrono::steady_clock::time_point now) {
+    auto const state = readable ? receive_line(one.connection, one.request, max_message) : line_state::incomplete;
+    if (state == line_state::complete) {
+        auto const answer = serve_line(one.request, one.connection);
+        if (!answer.empty()) {
+            write_all(one.connection, answer);
+        }
+    }
+    return state == line_state::incomplete && now < one.deadline;
 }
 
 /// \return the answer; empty if the other thread answers

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <poll.h>
+
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
@@ -10,14 +13,15 @@
 #include <stop_token>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/unix_listener.hpp"
 #include "control/control_message.hpp"
 
 namespace mediagrabber {
 
-/// Serves the control socket: accepts connections one after the other on its own thread, reads one request from each,
-/// and sends one answer.
+/// Serves the control socket: reads one request from each connection on its own thread, and sends one answer. Clients
+/// that do not complete their request do not delay others.
 ///
 /// Only processes of the same user, of root or of a group can connect (see unix_listener). Changes wait for each other
 /// on a second thread, so that they are applied in order; other requests are answered at once, also while a change
@@ -47,8 +51,18 @@ private:
         file_handle connection;
         change_request request;
     };
+    /// A client whose request is not complete.
+    struct client {
+        file_handle connection;
+        std::string request;
+        std::chrono::steady_clock::time_point deadline;
+    };
+    /// Positions in the list of watched descriptors.
+    enum watched_index : std::size_t { ending, listening, first_client };
+
     void run();
-    void serve(file_handle connection);
+    bool wait_for_event(std::vector<client> const& clients, std::vector<pollfd>& watched) const;
+    bool is_waiting(client& one, bool readable, std::chrono::steady_clock::time_point now);
     std::string serve_line(std::string const& line, file_handle& connection);
     bool enqueue(file_handle& connection, change_request const& request);
     void apply_changes(std::stop_token const& stop);

@@ -75,3 +75,37 @@ TEST_F(ControlServer, AnswersWaitingChangesWhenItEnds) {
     EXPECT_EQ(first_line(waiting), "gain.db");
     ended.get();
 }
+
+TEST_F(ControlServer, AnswersWhileOtherClientsSendNothing) {
+    open();
+    std::vector<file_handle> silent;
+    for (int i = 0; i < 40; ++i) {
+        silent.push_back(connect_to(path_));
+    }
+    auto const begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(first_line(send(query())), "at once");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "each of them may stay for half a second";
+}
+
+TEST_F(ControlServer, ReadsARequestThatArrivesInParts) {
+    open();
+    auto const connection = connect_to(path_);
+    auto const request = written(query());
+    write_all(connection, request.substr(0, 5));
+    EXPECT_EQ(first_line(send(query())), "at once");
+    write_all(connection, request.substr(5));
+    EXPECT_EQ(first_line(connection), "at once");
+}
+
+TEST_F(ControlServer, DisconnectsAClientThatSendsNothing) {
+    open();
+    auto const connection = connect_to(path_);
+    EXPECT_EQ(first_line(connection), "no answer");
+}
+
+TEST_F(ControlServer, DisconnectsAClientWhoseRequestIsTooLong) {
+    open();
+    auto const connection = connect_to(path_);
+    write_all(connection, std::string(max_message + 1, 'x'));
+    EXPECT_EQ(first_line(connection), "no answer");
+}
