@@ -88,8 +88,9 @@ void frame_receiver::begin_frame(std::uint32_t width, std::uint32_t height, floa
         progress_.temperature_c = temperature_c;
     }
     ++progress_.good_frames;
-    progress_.last_frame = grab_progress::clock::now();
-    arrived_us_ = frame_clock::now().monotonic_us;
+    auto const now = grab_progress::clock::now();
+    progress_.last_frame = now;
+    arrived_us_ = std::chrono::duration<double, std::micro>(now.time_since_epoch()).count();
 }
 
 /// Determines geometry and format of a frame. A frame in a slot is the camera's. Any other frame was converted to the
