@@ -57,9 +57,7 @@ def recorded(test, camera_options=CAMERA, more=lambda: "", frames=FRAMES):
 
 
 def coverage(frames, constant):
-    """The share of frames within twice the uncertainty. Errors in one recording are alike, so one of twenty recordings is outside of the
-    stated uncertainty as a whole; unit tests check the statement itself over many."""
-    return sum(abs(one.error - constant) <= 2 * one.uncertainty for one in frames) / len(frames)
+    return sum(abs(one.error - constant) <= one.uncertainty for one in frames) / len(frames)
 
 
 class ExposureTimes(unittest.TestCase):
