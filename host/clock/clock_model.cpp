@@ -38,7 +38,7 @@ constexpr double late_us = 1e6;
 constexpr std::size_t late_frames = 3;
 constexpr double similar_us = 5e4;
 constexpr double unknown_us = 1e5;  ///< uncertainty of the first frames
-/// Numbers of points after which a change of the path is recognised: great ones soon.
+/// Numbers of points after which a change of the path is recognised; larger ones sooner.
 constexpr std::size_t few = 4;
 constexpr std::size_t many = 16;
 constexpr double smallest_change_us = 50.0;
@@ -87,7 +87,7 @@ exposure_start clock_model::estimate(std::uint64_t ticks, double arrival_us) con
     double const camera = camera_us(ticks);
     double const expected = first_arrival_us_ + camera + (has_line_ ? delay_at(camera) : provisional_delay());
     double const late = arrival_us - expected;
-    if (late < -early_us || late > late_us) {  // one of the clocks was set, perhaps
+    if (late < -early_us || late > late_us) {  // a clock may have been set
         result.uncertainty_us = std::abs(late);
         return result;
     }
@@ -124,8 +124,8 @@ void clock_model::add(std::uint64_t ticks, double arrival_us) {
     }
 }
 
-/// The camera clock cannot run backwards, nor can a frame arrive before it was sent. One late frame means nothing; some
-/// that are late by the same time do.
+/// The camera clock cannot run backwards, nor can a frame arrive before it was sent. One late frame is no evidence;
+/// several that are late by the same time are.
 bool clock_model::clock_was_set(std::uint64_t ticks, double arrival_us) {
     if (static_cast<std::int64_t>(ticks - last_ticks_) <= 0) {
         return true;
@@ -267,8 +267,8 @@ double clock_model::scatter_of_steps(std::size_t statistic) const {
     return to_deviation * median(steps) / std::sqrt(2.0) + resolution_us / 4.0;
 }
 
-/// Another statistic has another constant delay; the difference is kept, because intervals matter more than a constant
-/// that nobody knows.
+/// Another statistic has another constant delay. The difference is kept, because the constant is unknown anyway and
+/// intervals must stay correct.
 void clock_model::choose_statistic() {
     if (point_count_ < points_for_choice) {
         scatter_us_ = first_scatter_us_;
@@ -288,8 +288,8 @@ void clock_model::choose_statistic() {
     }
 }
 
-/// If the newest points are all off the line of those before, the path has become longer or shorter. The clock stays as
-/// it is.
+/// If the newest points are all off the line of those before, the path has become longer or shorter. The clock keeps
+/// its time.
 /// \return how many of the newest points may be the beginning of such a change
 std::size_t clock_model::follow_path() {
     std::size_t suspects = 0;
@@ -320,7 +320,7 @@ std::size_t clock_model::follow_path() {
         if (!all_off || std::abs(change) <= 7.0 * error + smallest_change_us) {
             continue;
         }
-        // The older points are moved, so that later ones can stay as they come.
+        // The older points are moved, so that later ones need no change.
         for (std::size_t i = 0; i < end; ++i) {
             for (double& delay : points_[i].delay_us) {
                 delay += change;
@@ -335,7 +335,7 @@ std::size_t clock_model::follow_path() {
 }
 
 /// A line through the points [first, end), by weighted regression that is repeated with the weights of Huber, and
-/// without outliers. The slope is drawn towards 0 as far as the points do not tell it.
+/// without outliers. The less the points determine the slope, the closer it stays to 0.
 clock_model::line clock_model::fit(std::size_t first, std::size_t end) const {
     auto const points = std::span(points_).subspan(first, end - first);
     auto const weights = std::span(weights_).first(points.size());
@@ -417,7 +417,7 @@ void clock_model::approach(line const& target, double newest) {
     double const now = std::max(newest, camera_us(last_ticks_));
     double const goal_now = target.delay_us + shift_us_ + (now - newest) * target.slope;
     uncertainty_us_ = resolution_us + wide * target.error_us + target.disagreement_us + path_error_us_;
-    if (point_count_ < points_for_choice) {  // the first lines have great errors: the next one is better soon
+    if (point_count_ < points_for_choice) {  // the first lines have large errors, and a better one follows soon
         has_line_ = true;
         now_ = after_ = {.from_us = now, .delay_us = goal_now, .slope = target.slope};
         return;
@@ -430,7 +430,7 @@ void clock_model::approach(line const& target, double newest) {
     after_ = {.from_us = now + time, .delay_us = goal, .slope = target.slope};
 }
 
-void clock_model::set_reference(clock_reference const& reference) {
+void clock_model::set_reference(std::optional<clock_reference> const& reference) {
     reference_ = reference;
     constant_us_.reset();
     if (has_line_) {
@@ -438,8 +438,8 @@ void clock_model::set_reference(clock_reference const& reference) {
     }
 }
 
-/// The line has errors of its own at the time of the reference: those of its slope, the more the longer ago that is,
-/// and those of a drift that changes, by 1 ppm at most. The best comparison is kept.
+/// The line has errors at the time of the reference: that of its slope, which grows with the time since then, and that
+/// of a changing drift, at most 1 ppm. The best comparison is kept.
 void clock_model::apply_reference(line const& best, double newest) {
     if (!reference_) {
         return;

@@ -32,7 +32,7 @@ struct clock_reference {
 /// so that an interval between two frames is never off by the difference of two lines. If the delays of all frames
 /// change at once, the path has changed, not the clocks: the model keeps its time.
 ///
-/// Arrivals do not tell the constant part of the delay. A reference does.
+/// The constant part of the delay follows from a reference, not from arrivals.
 ///
 /// Nothing is allocated after construction. A sample costs less than 1 us, and once a second some 50 us.
 class clock_model {
@@ -45,15 +45,14 @@ public:
     /// \return when the exposure began, from the frames added before and this one
     exposure_start estimate(std::uint64_t ticks, double arrival_us) const;
 
-    /// Adds a frame. Begins anew if one of the clocks was set.
+    /// Adds a frame. Forgets earlier frames if one of the clocks was set.
     void add(std::uint64_t ticks, double arrival_us);
 
-    /// Replaces the reference. It is used as long as neither clock is set.
-    void set_reference(clock_reference const& reference);
+    /// Replaces the reference; empty: removes it. It is used until one of the clocks is set.
+    void set_reference(std::optional<clock_reference> const& reference);
 
     /// \return how much faster the camera clock runs than the host clock, parts per million; empty in the first
-    /// seconds,
-    ///     and if the frequency of the camera is not a round number and was not given
+    ///         seconds, and if the frequency of the camera is not a round number and was not given
     std::optional<double> drift_ppm() const;
     /// \return the constant part of the delay, us, if a reference is given
     std::optional<double> delay_us() const;
@@ -79,7 +78,7 @@ private:
         double free_slope_error = 0.0;
         double error_us = 0.0;         ///< standard deviation of delay_us
         double scatter_us = 0.0;       ///< standard deviation of the points about the line
-        double disagreement_us = 0.0;  ///< greatest distance from the lines of shorter windows
+        double disagreement_us = 0.0;  ///< maximum distance from the lines of shorter windows
     };
     struct segment {
         double from_us = 0.0;  ///< camera time
@@ -114,7 +113,7 @@ private:
     std::size_t late_in_sequence_ = 0;  ///< frames so late that a clock may have been set
     double last_late_us_ = 0.0;
 
-    // The second under way.
+    // The present second.
     std::array<double, max_samples> sample_ticks_{};
     std::array<double, max_samples> sample_arrivals_us_{};
     std::size_t samples_ = 0;

@@ -23,14 +23,14 @@ double read_us(clockid_t clock) {
     return static_cast<double>(now.tv_sec) * us_per_s + static_cast<double>(now.tv_nsec) / ns_per_us;
 }
 
-/// The kernel knows the difference between TAI and UTC if a time service has told it.
+/// The kernel knows the difference between TAI and UTC if a time service has set it.
 double tai_offset_us() {
     timex state{};
     adjtimex(&state);
     return (state.tai != 0 ? state.tai : usual_tai_offset_s) * us_per_s;
 }
 
-/// The time of day that ticks of a PTP clock mean.
+/// The time of day of a PTP clock's ticks.
 std::optional<double> ptp_time_us(std::uint64_t ticks, double day_us) {
     double const shown = static_cast<double>(ticks) / ns_per_us;
     if (std::abs(shown - day_us) < ptp_limit_us) {
@@ -82,12 +82,18 @@ void frame_clock::set_tick_frequency(double tick_hz) {
 }
 
 void frame_clock::set_reference(std::optional<measured_clock> const& reference, host_time const& now) {
-    if (reference && reference != reference_) {
-        model_.set_reference({.ticks = reference->ticks,
-                              .host_us = static_cast<double>(reference->time_us) - now.day_us + now.monotonic_us,
-                              .uncertainty_us = static_cast<double>(reference->uncertainty_us)});
+    if (reference == reference_) {
+        return;
     }
     reference_ = reference;
+    if (!reference) {
+        model_.set_reference(std::nullopt);
+        return;
+    }
+    model_.set_reference(
+        clock_reference{.ticks = reference->ticks,
+                        .host_us = static_cast<double>(reference->time_us) - now.day_us + now.monotonic_us,
+                        .uncertainty_us = static_cast<double>(reference->uncertainty_us)});
 }
 
 exposure_time frame_clock::time_of(std::uint64_t ticks, double arrived_us, double exposure_us,
@@ -103,8 +109,8 @@ exposure_time frame_clock::time_of(std::uint64_t ticks, double arrived_us, doubl
     }
     double const arrived_day_us = now.day_us - (now.monotonic_us - arrived_us);
     if (auto const ptp = ptp_time_us(ticks, arrived_day_us)) {
-        // Arrivals show the delay and the error of this machine's clock together: neither is greater, if the delay is
-        // no less than 0.
+        // Arrivals show the sum of the delay and the error of this machine's clock. The delay is not negative, so
+        // neither exceeds the sum.
         result.uncertainty_us += std::abs(now.day_us - since_then - *ptp);
         result.time_us = static_cast<std::uint64_t>(std::llround(*ptp));
         result.source = time_source::ptp;

@@ -300,7 +300,7 @@ TEST(ClockModel, UsesAFrequencyThatIsNoRoundNumber) {
     follow(model, all);
     EXPECT_NEAR(model.tick_hz(), source.hz, source.hz * 300e-6);
     EXPECT_LT(scatter(all, minute, end), 20.0);
-    EXPECT_FALSE(model.drift_ppm()) << "nobody knows what the frequency should be";
+    EXPECT_FALSE(model.drift_ppm()) << "the nominal frequency is unknown";
 }
 
 TEST(ClockModel, KnowsTheConstantDelayFromAReference) {
@@ -336,7 +336,8 @@ TEST(ClockModel, DropsTheReferenceWhenAClockIsSet) {
     auto all = frames(source, networks[0], 18);
     clock_model model(source.hz);
     follow(model, all);
-    model.set_reference({.ticks = all.back().ticks, .host_us = all.back().time_us, .uncertainty_us = 1.0});
+    model.set_reference(
+        clock_reference{.ticks = all.back().ticks, .host_us = all.back().time_us, .uncertainty_us = 1.0});
     EXPECT_TRUE(model.delay_us());
     model.add(1, all.back().arrival_us + second);
     EXPECT_FALSE(model.delay_us());

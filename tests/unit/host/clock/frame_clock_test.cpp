@@ -78,6 +78,8 @@ TEST(FrameClock, SubtractsTheDelayThatAReferenceShows) {
         EXPECT_NEAR(error(found, i), i < 10 ? delay : 0.0, 3.0) << i;
         EXPECT_TRUE(i < 10 || found.uncertainty_us >= 20.0);
     }
+    source.clock.set_reference(std::nullopt, {.monotonic_us = 5e6, .day_us = day});
+    EXPECT_EQ(source.frame(40).source, time_source::arrivals) << "the reference was removed from the configuration";
 }
 
 TEST(FrameClock, TakesTheTimeFromACameraThatFollowsPtp) {
