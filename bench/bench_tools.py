@@ -15,6 +15,7 @@ import subprocess
 import sys
 import time
 
+from frame_account import FrameAccount
 from measurement_pages import PAGES, Page, digest_of, revision
 from processor_time import processor_times, stolen_between
 
@@ -24,8 +25,23 @@ MAX_ATTEMPTS = 4      # for a run, because time may be stolen again
 FRAMES_LOST = 1       # exit status of a measurement that found a loss
 # Of each run with --inject-loss: complete frames are lost at random, resends included, because their leader never arrives.
 LOSS = 'seed = 1\n[[fault]]\nkind = "leader_loss"\nprobability = 0.1\nincluding_resends = true\n'
-
-
+CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
+CONFIGURATION = """
+[image]
+width = {width}
+height = {height}
+[timing]
+frame_rate_hz = {rate}.0
+[exposure]
+auto = "Off"
+time_us = 2000
+[memory]
+export_buffers = 64
+[run]
+frames = {frames}
+[output]
+format = "{format}"
+"""
 CONVENIENCE = ("--limits", "independent")  # the plug-in sets no region in a camera whose limits depend on each other
 
 
@@ -56,6 +72,18 @@ def read_index(directory):
     """The lines of a recording's frame index; none if nothing was recorded."""
     path = directory / "frames.jsonl"
     return [json.loads(line) for line in path.read_text().splitlines()] if path.exists() else []
+
+
+def write_configuration(directory, options, output_format, more=""):
+    """Writes run.toml: a recording of `options.seconds` at `options.rate` frames/s, of `options.width` x `options.height` pixels."""
+    (directory / "run.toml").write_text(CONFIGURATION.format(
+        width=options.width, height=options.height, rate=options.rate, frames=options.rate * options.seconds, format=output_format) + more)
+
+
+def account_of(directory):
+    """\return the account of the recording in `directory`/frames, beside the truth file of its camera; ticks of its frames"""
+    ticks = [line["ticks"] for line in read_index(directory / "frames")]
+    return FrameAccount(read_truth(directory / "truth.jsonl"), ticks, skipped=CALIBRATION_FRAMES), ticks
 
 
 def utc_us(frame, key):
@@ -185,6 +213,16 @@ class Measurement(Steadiness):
 
 def parser(subject, description):
     return argparse.ArgumentParser(prog=f"scripts/bench {subject}", description=description.splitlines()[0])
+
+
+def add_recording_options(options, rate, width, height):
+    """Adds the options of a measurement that records from simulated cameras; the parameters are defaults."""
+    options.add_argument("--seconds", type=int, default=20, help="length of each recording (20)")
+    options.add_argument("--rate", type=int, default=rate, help=f"frames/s of each camera ({rate})")
+    options.add_argument("--width", type=int, default=width, help=f"pixels ({width})")
+    options.add_argument("--height", type=int, default=height, help=f"pixels ({height})")
+    options.add_argument("--inject-loss", action="store_true", help="let the cameras lose frames; the measurement must then fail")
+    options.add_argument("--scratch", help="parent of the temporary directory for frames: on the disk that is measured")
 
 
 def report_problems(problems):

@@ -13,26 +13,8 @@ import sys
 import tempfile
 import textwrap
 
-from bench_tools import BUILD, Measurement, loss_options, parser, read_index, read_truth, report_problems, table
-from frame_account import FrameAccount
+from bench_tools import BUILD, Measurement, account_of, add_recording_options, loss_options, parser, report_problems, table, write_configuration
 
-CONFIGURATION = """
-[image]
-width = {width}
-height = {height}
-[timing]
-frame_rate_hz = {rate}.0
-[exposure]
-auto = "Off"
-time_us = 2000
-[memory]
-export_buffers = 64
-[run]
-frames = {frames}
-[output]
-format = "{files}"
-"""
-CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
 BROKER = "listener 1883 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\nlog_dest none\n"
 MESSAGES = "[mqtt]\nbroker = \"mqtt://127.0.0.1\"\nframes = true\n"
 
@@ -62,9 +44,7 @@ RECORDING = textwrap.dedent("""
 def start(directory, options, files, messages):
     """Starts one camera and one recording. \\return their process"""
     directory.mkdir()
-    configuration = CONFIGURATION.format(width=options.width, height=options.height, rate=options.rate, files=files,
-                                         frames=options.rate * options.seconds)
-    (directory / "run.toml").write_text(configuration + (MESSAGES if messages else ""))
+    write_configuration(directory, options, files, MESSAGES if messages else "")
     (directory / "broker.conf").write_text(BROKER)
     return subprocess.Popen(["unshare", "--net", "sh", "-c", 'ip link set lo up && exec "$0" "$@"', "python3", "-c", RECORDING,
                              str(BUILD), str(directory), "broker" if messages else "none",
@@ -79,8 +59,7 @@ def measure(options, files, messages):
         recordings = [start(directory, options, files, messages) for directory in directories]
         found = [json.loads(recording.communicate()[0]) for recording in recordings]
         for one, directory in zip(found, directories):
-            ticks = [line["ticks"] for line in read_index(directory / "frames")]
-            one["account"] = FrameAccount(read_truth(directory / "truth.jsonl"), ticks, skipped=CALIBRATION_FRAMES)
+            one["account"], _ = account_of(directory)
             one["bytes"] = sum(path.stat().st_size for path in (directory / "frames").iterdir())
         return found
 
@@ -100,13 +79,8 @@ def row(options, name, found):
 def main():
     options = parser("cameras", __doc__)
     options.add_argument("--cameras", type=int, default=8, help="simultaneous recordings (8)")
-    options.add_argument("--seconds", type=int, default=20, help="length of each recording (20)")
-    options.add_argument("--rate", type=int, default=25, help="frames/s of each camera (25)")
-    options.add_argument("--width", type=int, default=640)
-    options.add_argument("--height", type=int, default=480)
+    add_recording_options(options, rate=25, width=640, height=480)
     options.add_argument("--quick", action="store_true", help="two cameras for two seconds at 5 frames/s, to try the programs")
-    options.add_argument("--inject-loss", action="store_true", help="let the cameras lose frames; the measurement must then fail")
-    options.add_argument("--scratch", help="parent of the temporary directory for frames")
     measurement = Measurement("cameras", options)
     chosen = measurement.options
     if chosen.quick:

@@ -17,8 +17,8 @@ import tempfile
 import threading
 import time
 
-from bench_tools import (BUILD, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth, report_problems,
-                         set_features, spread, table, utc_us)
+from bench_tools import (BUILD, CALIBRATION_FRAMES, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth,
+                         report_problems, set_features, spread, table, utc_us)
 from frame_account import FrameAccount
 
 WIDTH, HEIGHT, RATE = 1280, 800, 100  # frames of 1 MB
@@ -26,7 +26,6 @@ MINUTE_RATE = 115                     # frames/s, 118 MB/s
 WIDE = (4096, 512)                    # frames of 2 MB, for high rates
 RATES = (100, 150, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1200, 1400, 1600, 1800, 2000)  # MB/s
 ATTEMPTS = 2                          # per data rate: the first loss can be the machine's
-CALIBRATION_FRAMES = 1                # at the start of a run, which the plug-in does not deliver
 FEATURES = 5                          # accesses of the plug-in per frame
 START_FRACTION = 0.05                 # of the frames of a run; the CPU time until they have been sent is that of the start
 SIZES = (1400, 8900)                  # packet sizes in bytes

@@ -13,27 +13,10 @@ import subprocess
 import sys
 import tempfile
 
-from bench_tools import BUILD, Measurement, camera, loss_options, parser, read_index, read_truth, report_problems, spread, table
-from frame_account import FrameAccount
+from bench_tools import (BUILD, Measurement, account_of, add_recording_options, camera, loss_options, parser, report_problems, spread, table,
+                         write_configuration)
 
 FORMATS = ("raw", "tiff", "bigtiff", "hdf5")
-CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
-CONFIGURATION = """
-[image]
-width = {width}
-height = {height}
-[timing]
-frame_rate_hz = {rate}.0
-[exposure]
-auto = "Off"
-time_us = 2000
-[memory]
-export_buffers = 64
-[run]
-frames = {frames}
-[output]
-format = "{kind}"
-"""
 
 
 def write_frames(scratch, kind, width, height, frames):
@@ -48,16 +31,14 @@ def record(options, kind):
     """Records from a simulated camera. \\return account of the frames, CPU seconds and bytes of the pixels"""
     with tempfile.TemporaryDirectory(dir=options.scratch) as name:
         directory = pathlib.Path(name)
-        (directory / "run.toml").write_text(CONFIGURATION.format(width=options.width, height=options.height, rate=options.rate, kind=kind,
-                                                                 frames=options.rate * options.seconds))
+        write_configuration(directory, options, kind)
         with camera("--pacing", "118", "--truth", str(directory / "truth.jsonl"), *loss_options(directory, options.inject_loss)):
             recorder = subprocess.Popen([BUILD / "bin/mediagrabber", "run", "--plugin", BUILD / "lib/libmgjai.so", "--config",
                                          directory / "run.toml", "--output", directory / "frames"],
                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
             _, status, usage = os.wait4(recorder.pid, 0)
             recorder.returncode = os.waitstatus_to_exitcode(status)
-        ticks = [line["ticks"] for line in read_index(directory / "frames")]
-        account = FrameAccount(read_truth(directory / "truth.jsonl"), ticks, skipped=CALIBRATION_FRAMES)
+        account, ticks = account_of(directory)
         return account, usage.ru_utime + usage.ru_stime, len(ticks) * options.width * options.height
 
 
@@ -103,13 +84,8 @@ def main():
     options.add_argument("--rounds", type=int, default=5, help="repetitions of the first table (5)")
     options.add_argument("--frames", type=int, default=2000, help="of the first table (2000)")
     options.add_argument("--appends", type=int, default=1_000_000, help="frames of the second table (1,000,000)")
-    options.add_argument("--rate", type=int, default=50, help="frames/s of the camera (50)")
-    options.add_argument("--seconds", type=int, default=20, help="length of the recordings from the camera (20)")
-    options.add_argument("--width", type=int, default=1920)
-    options.add_argument("--height", type=int, default=1080)
+    add_recording_options(options, rate=50, width=1920, height=1080)
     options.add_argument("--quick", action="store_true", help="a few small frames, to try the programs")
-    options.add_argument("--inject-loss", action="store_true", help="let the camera lose frames; the measurement must then fail")
-    options.add_argument("--scratch", help="parent of the temporary directory for frames: on the disk that is measured")
     measurement = Measurement("recorders", options)
     chosen = measurement.options
     if chosen.quick:

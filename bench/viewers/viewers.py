@@ -14,14 +14,13 @@ import sys
 import tempfile
 import time
 
-from bench_tools import (BUILD, Measurement, camera, loss_options, parser, percentile, read_index, read_truth, report_problems, spread,
-                         table, utc_us)
+from bench_tools import (BUILD, CALIBRATION_FRAMES, Measurement, camera, loss_options, parser, percentile, read_index, read_truth,
+                         report_problems, spread, table, utc_us)
 from frame_account import FrameAccount
 from page_viewer import Page
 
 WIDTH, HEIGHT, RATE = 1280, 800, 100
 QUICK_RATE = 10  # frames/s, which a busy machine keeps up with
-CALIBRATION_FRAMES = 1  # at the start of a run, which the plug-in does not deliver
 PAGES = 3
 DEADLINE_SECONDS = 60
 SOURCE = pathlib.Path(__file__).parents[2]
