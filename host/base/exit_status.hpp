@@ -21,7 +21,7 @@ enum class exit_status : int {
     // Only of `doctor`
     unfit = 10,  ///< the machine has settings that cause frame loss
 
-    /// The machine refuses something at present: plug-in, memory, output directory, a configured socket. A service
+    /// A failure that may pass: plug-in, memory, output directory, a configured socket. A service
     /// manager should try again.
     unavailable = 11,
 };

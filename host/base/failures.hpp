@@ -11,7 +11,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Thrown for what this machine refuses at present and a later attempt may get, for example memory, a socket or space
+/// Thrown for a failure that may pass until a later attempt, for example missing memory, a socket in use or no space
 /// on a disk: exit_status::unavailable.
 class unavailable_error : public std::runtime_error {
 public:

@@ -50,7 +50,7 @@ file_handle connect_to(std::filesystem::path const& path, int type = SOCK_STREAM
 /// Whether the peer process of a connection belongs to this user, to root, or to a user in a group.
 bool may_connect(file_handle const& connection, std::optional<gid_t> group);
 
-/// \param name  name or number of a group \return its number; nothing if there is no such group
+/// \param name  name or number of a group \return its number; empty if the group does not exist
 std::optional<gid_t> group_number(std::string const& name);
 
 }  // namespace mediagrabber

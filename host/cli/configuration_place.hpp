@@ -11,7 +11,7 @@ inline constexpr char configuration_variable[] = "MEDIAGRABBER_CONFIG";
 /// Finds a configuration file. A path, or the name of a file in the working directory, is that file. Another name
 /// without a slash is looked for as NAME.toml in the directory "mediagrabber" of $XDG_CONFIG_HOME (or ~/.config), and
 /// in /etc/mediagrabber. \param given  path or name; empty: $MEDIAGRABBER_CONFIG \return the file; empty if neither is
-/// given \throws usage_error  if there is no such file; it lists where it was looked for
+/// given \throws usage_error  if the file does not exist; the text lists where it was looked for
 std::filesystem::path find_configuration(std::filesystem::path const& given);
 
 /// The same for commands that cannot do without a configuration.

@@ -21,6 +21,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t max_path = 4096;  ///< PATH_MAX of Linux
+constexpr std::size_t max_group = 32;   ///< what useradd accepts
 
 /// The type of a field's value, without std::optional.
 template <typename field>
@@ -326,6 +327,17 @@ schema_key<target> integer_or_word_key(description const& text, std::optional<nu
     return key;
 }
 
+/// The group of a Unix socket.
+template <typename target>
+schema_key<target> group_key(char const* path, std::optional<std::string> target::*member) {
+    return text_key<target>(
+        {path, "", "none", "", change_effect::next_start,
+         "Name or number of a group whose members may connect, too; the socket then has mode 0660. The user of the"
+         " recording must be a member or root.",
+         R"("video")"},
+        member, max_group);
+}
+
 /// The LUT file. The key only stores the path; read_named_files reads the file, because the path is relative to the
 /// configuration file. A file with changed contents is a change.
 schema_key<tone_configuration> lut_key(description const& text) {
@@ -456,7 +468,6 @@ constexpr std::size_t max_socket_path = 107;  ///< sockaddr_un::sun_path without
 constexpr std::size_t max_address = 300;      ///< a host name of 253 characters, scheme, brackets and port
 constexpr std::size_t max_topic = 1024;       ///< MQTT allows 65,535 bytes
 constexpr std::size_t max_username = 1024;
-constexpr std::size_t max_group = 32;  ///< what useradd accepts
 constexpr std::int64_t max_queued_messages = 65'536;
 
 keys camera_keys() {
@@ -530,8 +541,8 @@ keys timing_keys() {
                       " 0 they come from the host clock."},
                      &part::clock_correction_ppb, -100'000'000, 100'000'000),
          number_key({"timing.tick_frequency_hz", "Hz", "found from the frames", "", restart,
-                     "Frequency of the camera's timestamp, for `time_us` of the frames. Needed only if it is no round"
-                     " number, to know the drift of the camera clock.",
+                     "Frequency of the camera's timestamp, for `time_us` of the frames. The drift of the camera"
+                     " clock is known only with this value or if the frequency is a round number.",
                      "66666667"},
                     &part::tick_frequency_hz, 1.0, 1e12),
          clock_reference_key({"timing.clock_reference", "ticks, us since 1970, us", "none", "", live_update,
@@ -730,12 +741,7 @@ keys control_keys() {
                    " disables it.",
                    R"("none")"},
                   &part::socket, max_socket_path),
-         text_key(
-             {"control.group", "", "none", "", next_start,
-              "Name or number of a group whose members may connect, too; the socket then has mode 0660. The user of"
-              " the recording must be a member or root.",
-              R"("video")"},
-             &part::group, max_group)});
+         group_key("control.group", &part::group)});
 }
 
 keys web_keys() {
@@ -765,12 +771,7 @@ keys ring_keys() {
                    "Unix socket through which other programs of this user map the frames in shared memory, mode 0600.",
                    R"("frames.sock")"},
                   &part::socket, max_socket_path),
-         text_key(
-             {"ring.group", "", "none", "", next_start,
-              "Name or number of a group whose members may connect, too; the socket then has mode 0660. The user of"
-              " the recording must be a member or root.",
-              R"("video")"},
-             &part::group, max_group)});
+         group_key("ring.group", &part::group)});
 }
 
 keys mqtt_keys() {

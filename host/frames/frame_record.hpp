@@ -18,7 +18,7 @@ struct frame_record {
     std::uint64_t handed_over_us = 0;  ///< us since 1970: when the plug-in exported the frame
     std::optional<std::uint64_t> announced_us;  ///< the timestamp that was announced before the frame arrived
     std::optional<std::uint64_t> ticks;         ///< camera clock
-    std::optional<exposure_time> exposed;       ///< when the exposure began, as far as `ticks` and arrivals tell
+    std::optional<exposure_time> exposed;       ///< when the exposure began, estimated from `ticks` and arrivals
     std::optional<float> gain_db;
     std::optional<float> exposure_us;
     std::optional<std::uint32_t> counter;  ///< exposure start counter

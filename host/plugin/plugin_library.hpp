@@ -13,7 +13,7 @@ class plugin_library {
 public:
     /// \param file  as dlopen takes it: a path if it contains a slash, otherwise a name to search for
     /// \throws unavailable_error with a message for the user: the file is missing or not a plug-in, a symbol is missing
-    ///         on either side, or there is no memory for it. Each may be so only while a package is installed.
+    ///         on either side, or the memory does not suffice for it. Each may be so only while a package is installed.
     explicit plugin_library(std::filesystem::path const& file);
 
     /// Loads `given`; if it is empty, the plug-in beside the executable or the one that the dynamic loader finds.

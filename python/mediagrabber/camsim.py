@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A simulated camera in a network namespace of its own, which has nothing but a loopback interface."""
+"""A simulated camera in a network namespace of its own, which has only a loopback interface."""
 
 import json
 import os
