@@ -26,7 +26,9 @@ constexpr int digits = 3;
 constexpr int fit_passes = 4;
 constexpr double huber_limit = 2.0;
 constexpr double outlier_limit = 6.0;
-constexpr double to_deviation = 1.4826;  ///< from the median of absolute values, for normal distributions
+constexpr double median_efficiency = 1.2533;  ///< error of a median relative to that of a mean
+constexpr std::size_t min_slopes = 3;         ///< for a frequency
+constexpr double to_deviation = 1.4826;       ///< from the median of absolute values, for normal distributions
 constexpr std::size_t points_for_scatter = 64;
 constexpr std::size_t points_for_choice = 8;
 constexpr std::size_t points_for_slope = 8;
@@ -47,6 +49,30 @@ double median(std::span<double> values) {
     auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
+}
+
+/// How much larger the error of a line is than that of one through many independent points. Delays that depend on the
+/// load of the machine are alike for some seconds; their correlation is estimated by Bartlett's weights, corrected for
+/// the line having been fitted to them. A scatter that was estimated from few points may be too small.
+double inflation(std::span<double const> distances, double scatter) {
+    constexpr std::size_t lags = 4;
+    constexpr double few_points = 6.0;  // determined with recordings from a busy machine
+    auto const clamped = [&](std::size_t i) {
+        return std::clamp(distances[i], -huber_limit * 2.0 * scatter, huber_limit * 2.0 * scatter);
+    };
+    auto const count = static_cast<double>(distances.size());
+    std::array<double, lags + 1> products{};
+    for (std::size_t lag = 0; lag <= lags; ++lag) {
+        for (std::size_t i = lag; i < distances.size(); ++i) {
+            products[lag] += clamped(i) * clamped(i - lag);
+        }
+    }
+    double variance = 1.0;
+    for (std::size_t lag = 1; lag <= lags && lag <= distances.size() / 4 && products[0] > 0.0; ++lag) {
+        double const weight = 1.0 - static_cast<double>(lag) / (lags + 1.0);
+        variance += 2.0 * weight * (products[lag] / products[0] + 2.0 / count);
+    }
+    return std::sqrt(std::max(variance, 1.0)) * (1.0 + few_points / count);
 }
 
 }  // namespace
@@ -163,34 +189,24 @@ void clock_model::begin_anew() {
 /// The frequency from the frames of the first second, and from all points later, when it is more precise. A round
 /// number that agrees with it is taken as exact.
 void clock_model::find_frequency() {
-    // Theil and Sen's slope would need all pairs; the middle halves of both ends are as robust.
-    auto const third = samples_ / 3;
-    if (third == 0) {
+    // The median of slopes between frames half of the time apart, because single frames may be very late.
+    auto const half = samples_ / 2;
+    auto const slopes = std::span(scratch_).first(half);
+    for (std::size_t i = 0; i < half; ++i) {
+        double const ticks = sample_ticks_[i + samples_ - half] - sample_ticks_[i];
+        slopes[i] = ticks <= 0.0 ? 0.0 : (sample_arrivals_us_[i + samples_ - half] - sample_arrivals_us_[i]) / ticks;
+    }
+    double const slope = half < min_slopes ? 0.0 : median(slopes);
+    if (slope <= 0.0) {
         return;
     }
-    auto const mean_of = [&](std::array<double, max_samples> const& values, std::size_t first) {
-        double sum = 0.0;
-        for (std::size_t i = first; i < first + third; ++i) {
-            sum += values[i];
-        }
-        return sum / static_cast<double>(third);
-    };
-    double const ticks = mean_of(sample_ticks_, samples_ - third) - mean_of(sample_ticks_, 0);
-    double const time = mean_of(sample_arrivals_us_, samples_ - third) - mean_of(sample_arrivals_us_, 0);
-    if (ticks <= 0.0 || time <= 0.0) {
-        return;
+    for (double& one : slopes) {
+        one = std::abs(one - slope);
     }
-    double const hz = ticks / time * 1e6;
-    auto const steps = std::span(scratch_).first(samples_);
-    for (std::size_t i = 0; i < samples_; ++i) {
-        steps[i] = sample_arrivals_us_[i] - sample_ticks_[i] / hz * 1e6;
-    }
-    double const middle = median(steps);
-    for (double& one : steps) {
-        one = std::abs(one - middle);
-    }
-    double const error = to_deviation * median(steps) * std::sqrt(2.0 / static_cast<double>(third)) / time;
-    auto const found = round_tick_frequency({.hz = hz, .relative_uncertainty = wide * error + max_drift}, digits);
+    double const error =
+        to_deviation * median_efficiency * median(slopes) / std::sqrt(static_cast<double>(half)) / slope;
+    auto const found =
+        round_tick_frequency({.hz = 1e6 / slope, .relative_uncertainty = wide * error + max_drift}, digits);
     us_per_tick_ = 1e6 / found.hz;
     frequency_error_ = found.relative_uncertainty;
 }
@@ -229,26 +245,36 @@ void clock_model::end_second() {
     samples_ = 0;
     choose_statistic();
     std::size_t const used = point_count_ - follow_path();
-    line const found = best_line(used);
-    bool const unlikely = std::abs(found.free_slope) > max_drift + wide * found.free_slope_error;
-    if (given_hz_ == 0.0 && point_count_ >= points_for_slope && unlikely) {
-        correct_frequency(found);
-        return;
+    line found = best_line(used);
+    // The points scatter widely about the line if the frequency is wrong, because its slope is kept close to 0.
+    double const slope_error = wide * scatter_us_ / found.spread_us;
+    if (given_hz_ == 0.0 && point_count_ >= points_for_slope && std::abs(found.free_slope) > max_drift + slope_error) {
+        correct_frequency(found.free_slope, slope_error);
+        found = best_line(used);
     }
     approach(found, points_[used - 1].camera_us);
     apply_reference(found, points_[used - 1].camera_us);
 }
 
-/// The first second of a network with jitter may suggest another round number.
-void clock_model::correct_frequency(line const& measured) {
-    auto const found = round_tick_frequency({.hz = 1e6 / (us_per_tick_ * (1.0 + measured.free_slope)),
-                                             .relative_uncertainty = wide * measured.free_slope_error + max_drift},
-                                            digits);
+/// The first second of a network with jitter may suggest another round number. Times of the host stay as they are.
+void clock_model::correct_frequency(double slope, double slope_error) {
+    auto const found = round_tick_frequency(
+        {.hz = 1e6 / (us_per_tick_ * (1.0 + slope)), .relative_uncertainty = slope_error + max_drift}, digits);
+    double const ratio = 1e6 / found.hz / us_per_tick_;
     us_per_tick_ = 1e6 / found.hz;
     frequency_error_ = found.relative_uncertainty;
-    auto const reference = reference_;
-    begin_anew();
-    reference_ = reference;
+    constant_us_.reset();
+    for (point& one : std::span(points_).first(point_count_)) {
+        for (double& delay : one.delay_us) {
+            delay += one.camera_us * (1.0 - ratio);
+        }
+        one.camera_us *= ratio;
+    }
+    for (segment* const one : {&now_, &after_}) {
+        one->delay_us += one->from_us * (1.0 - ratio);
+        one->from_us *= ratio;
+        one->slope = (1.0 + one->slope) / ratio - 1.0;
+    }
 }
 
 /// Standard deviation of the points, from the steps between them: a line need not be known.
@@ -365,17 +391,18 @@ clock_model::line clock_model::fit(std::size_t first, std::size_t end) const {
         double const doubt = (found.scatter_us / usual) * (found.scatter_us / usual);
         found.slope = xy / (xx + doubt);
         found.free_slope = xx == 0.0 ? 0.0 : xy / xx;
-        found.free_slope_error = xx == 0.0 ? HUGE_VAL : found.scatter_us / std::sqrt(xx);
+        found.spread_us = std::max(std::sqrt(xx), 1.0);
         found.delay_us = mean_y - found.slope * mean_x;
         for (std::size_t i = 0; i < points.size(); ++i) {
             weights[i] = points[i].delay_us[used_] - found.delay_us - (points[i].camera_us - newest) * found.slope;
             off[i] = std::abs(weights[i]);
         }
         found.scatter_us = std::max(to_deviation * median(off), scatter_us_);
-        found.error_us =
-            found.scatter_us * std::sqrt(1.0 / static_cast<double>(points.size()) + mean_x * mean_x / (xx + doubt));
+        double const alike = pass + 1 < fit_passes ? 1.0 : inflation(weights, found.scatter_us);
+        found.error_us = found.scatter_us * alike *
+                         std::sqrt(1.0 / static_cast<double>(points.size()) + mean_x * mean_x / (xx + doubt));
         double total = 0.0;
-        for (double& weight : weights) {
+        for (double& weight : weights) {  // holds the signed distance until here
             double const deviations = std::abs(weight) / found.scatter_us;
             weight = deviations > outlier_limit ? 0.0 : std::min(1.0, huber_limit / std::max(deviations, huber_limit));
             total += weight;
@@ -449,7 +476,7 @@ void clock_model::apply_reference(line const& best, double newest) {
     double const at = camera_us(reference_->ticks);
     double const outside = std::max({0.0, oldest - at, at - newest});
     double const error = reference_->uncertainty_us + uncertainty_us_ +
-                         outside * (wide * std::min(best.free_slope_error, usual_drift) + slow_change);
+                         outside * (wide * std::min(best.scatter_us / best.spread_us, usual_drift) + slow_change);
     if (constant_us_ && error >= constant_error_us_) {
         return;
     }

@@ -34,7 +34,7 @@ struct clock_reference {
 ///
 /// The constant part of the delay follows from a reference, not from arrivals.
 ///
-/// Nothing is allocated after construction. A sample costs less than 1 us, and once a second some 50 us.
+/// Nothing is allocated after construction. A sample costs less than 1 us, and once a second some 100 us.
 class clock_model {
 public:
     /// \param tick_hz  tick frequency of the camera; 0: found from the frames, a round number if one agrees
@@ -73,9 +73,9 @@ private:
     /// A line of delays: `delay_us` at the newest of its points, which changes by `slope`.
     struct line {
         double delay_us = 0.0;
+        double spread_us = 0.0;  ///< root of the sum of squares of the points' times about their mean
         double slope = 0.0;
-        double free_slope = 0.0;  ///< without what is known of clocks
-        double free_slope_error = 0.0;
+        double free_slope = 0.0;       ///< without what is known of clocks
         double error_us = 0.0;         ///< standard deviation of delay_us
         double scatter_us = 0.0;       ///< standard deviation of the points about the line
         double disagreement_us = 0.0;  ///< maximum distance from the lines of shorter windows
@@ -93,7 +93,7 @@ private:
     void begin_anew();
     void find_frequency();
     void end_second();
-    void correct_frequency(line const& measured);
+    void correct_frequency(double slope, double slope_error);
     void choose_statistic();
     double scatter_of_steps(std::size_t statistic) const;
     std::size_t follow_path();

@@ -53,7 +53,7 @@ public:
     /// \param arrived_us   when the frame arrived, on the monotonic clock
     /// \param exposure_us  0: unknown
     exposure_time time_of(std::uint64_t ticks, double arrived_us, double exposure_us, host_time const& now) const;
-    /// Adds the frame to the model, once a second with some 50 us of work.
+    /// Adds the frame to the model, once a second with some 100 us of work.
     void add(std::uint64_t ticks, double arrived_us, double exposure_us) {
         model_.add(ticks, arrived_us - exposure_us);
     }

@@ -213,6 +213,26 @@ TEST(ClockModel, StatesItsUncertainty) {
     EXPECT_LT(followed({}, networks[1], 6).back().estimated.uncertainty_us, 1500.0);
 }
 
+/// Other programs come and go every few seconds: the delays of consecutive seconds are alike.
+TEST(ClockModel, StatesItsUncertaintyWhileTheLoadOfTheMachineChanges) {
+    constexpr int recordings = 60;
+    double sum = 0.0;
+    for (unsigned seed = 1; seed <= recordings; ++seed) {
+        std::mt19937_64 random(seed);
+        std::vector<double> load{0.0};
+        for (int i = 1; i < 20; ++i) {
+            bool const changes = std::uniform_real_distribution<>()(random) < 0.3;
+            load.push_back(changes ? std::exponential_distribution<>(1.0 / 80.0)(random) : load.back());
+        }
+        camera const source{.minutes = 1.0 / 3.0, .path = [&](double time) {
+                                return load[std::min<std::size_t>(static_cast<std::size_t>(time / second), 19)];
+                            }};
+        auto const all = followed(source, networks[0], seed);
+        sum += coverage({all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2), all.end()}, false);
+    }
+    EXPECT_GE(sum / recordings, 0.95);
+}
+
 TEST(ClockModel, ShowsTheDrift) {
     for (double const drift : {-45e-6, 0.0, 40e-6}) {
         camera const source{.minutes = 3.0, .drift = drift, .slow_change = 0.0};
@@ -291,6 +311,34 @@ TEST(ClockModel, FindsTheFrequencySoonAlthoughTheFirstFramesAreLate) {
             EXPECT_TRUE(model.drift_ppm()) << path.name << ' ' << late;
         }
     }
+}
+
+TEST(ClockModel, FindsTheFrequencyAlthoughSingleFramesAreVeryLate) {
+    for (int late = 0; late < 30; ++late) {
+        camera const source{.minutes = 0.03, .path = [&](double time) {
+                                int const number = static_cast<int>(std::lround(time * 30.0 / second));
+                                return number == late || number == late / 2 ? 40'000.0 : 0.0;
+                            }};
+        auto all = frames(source, networks[0], 21);
+        clock_model model;
+        follow(model, all);
+        EXPECT_NEAR(model.tick_hz(), source.hz, 1.0) << "frame " << late;
+    }
+}
+
+/// All frames of the first second are so late in turn that 992 MHz agrees with them.
+TEST(ClockModel, KeepsItsTimeWhenItCorrectsTheFrequency) {
+    camera const source{.minutes = 0.5,
+                        .path = [](double time) { return time < second ? 8000.0 * (1.0 - time / second) : 0.0; }};
+    auto all = frames(source, networks[0], 22);
+    clock_model model;
+    follow(model, all);
+    EXPECT_NEAR(model.tick_hz(), source.hz, 1.0);
+    auto const corrected = all.begin() + 30 * 9;
+    for (auto one = corrected; one < all.end(); ++one) {
+        EXPECT_LT(std::abs(one->error() - (one - 1)->error()), 5000.0);
+    }
+    EXPECT_EQ(model.restarts(), 0U);
 }
 
 TEST(ClockModel, UsesAFrequencyThatIsNoRoundNumber) {
