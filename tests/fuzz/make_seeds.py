@@ -131,9 +131,9 @@ def discovery():
     def step(sender, flags, content, offset=None):
         return bytes([sender, flags, len(content)]) + (b"" if offset is None else bytes([offset])) + content
 
-    write("discovery", "identity", step(1, 1, b"JAI Corporation", 0x48) + step(1, 1, b"\x00\x11\x1c\x01\x02\x03", 0x0A))
-    write("discovery", "flood", step(1, 0x81, b"GO\x1b[2J", 0x68))
-    write("discovery", "other", step(1, 0, answer(3, bytes(240))) + step(2, 0, b""))
+    write("discovery", "identity", b"\0" + step(1, 1, b"JAI Corporation", 0x48) + step(1, 1, b"\x00\x11\x1c\x01\x02\x03", 0x0A))
+    write("discovery", "flood", b"\xff" + b"".join(step(sender, 1, b"GO\x1b[2J", 0x68) for sender in range(3)))
+    write("discovery", "other", b"\0" + step(1, 0, answer(3, bytes(240))) + step(2, 0, b""))
 
 
 def zip_of(*entries, method=zipfile.ZIP_DEFLATED):

@@ -2,9 +2,8 @@
 /// \file
 /// Reading the GenICam XML: both addresses, the transfer, unpacking.
 ///
-/// Input: a length and the text of the first URL; the same of the second; a byte, the camera's
-/// delay in ms; a byte, which
-/// commands it refuses or ignores; then the content of its memory from address 0x1000 on.
+/// Input: a length and the text of the first URL; the same of the second; a byte, the camera's delay in
+/// ms; a byte, which commands it refuses or ignores; then the content of its memory from address 0x1000 on.
 
 #include <algorithm>
 #include <memory>
@@ -50,8 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size) {
     };
     camera.first_url = text();
     camera.second_url = text();
-    // Without a delay, a length of 16 MiB would be read to its end in no time, by 31,000 commands.
-    camera.delay = std::chrono::milliseconds(std::max<int>(input.byte(), 10));
+    // With a shorter delay, a length of 16 MiB would be read by thousands of commands before the time ends.
+    camera.delay = std::chrono::milliseconds(std::max<int>(input.byte(), 100));
     camera.troubles = input.byte();
     auto const content = input.all();
     camera.content.assign(content.begin(), content.end());
