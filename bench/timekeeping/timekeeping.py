@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
-"""Measures the accuracy of timestamps: both modes of the plug-in, and Aravis, compared with the simulated camera's truth file.
+"""Measures the accuracy of times: the plug-in's timestamps in both modes, mediagrabber's exposure times, and Aravis's timestamps,
+compared with the simulated camera's truth file.
 
 Run by `scripts/bench timekeeping` inside a network namespace of its own. All recordings of a table run at the same time, each from
-its own camera.
+its own camera, which loses 1 % of its frames.
 """
 
 import concurrent.futures
@@ -22,6 +23,8 @@ EXPOSURE_US = 1000
 JITTER = "20:5"
 NO_JITTER = "0"
 SOCKET_BUFFER = 1 << 20  # bytes, of Aravis's socket; frames are small
+FIRST_SECONDS = 300      # in which the window of the clock model fills, or half of a short recording
+LOSES_FRAMES = '[[fault]]\nkind = "block_drop"\nprobability = 0.01\n'
 
 CONFIGURATION = """
 [camera]
@@ -35,6 +38,7 @@ packet_size_bytes = 1400
 [timing]
 frame_rate_hz = {rate}.0
 clock_correction_ppb = {correction}
+{more}
 [exposure]
 auto = "Off"
 time_us = {exposure}
@@ -44,20 +48,32 @@ socket = "none"
 
 
 class Setup:
-    """One camera and one receiver: mediagrabber, or Aravis if `correction` is None."""
+    """One camera and one receiver: mediagrabber, or Aravis if `correction` is None.
+
+    `rows` names what is measured: keys of the frame index, each with the name of its row.
+    """
 
     _count = 0
 
-    def __init__(self, name, delay, correction=None):
+    def __init__(self, delay, correction=None, referenced=False, **rows):
         Setup._count += 1
-        self.name, self.delay, self.correction = name, delay, correction
+        self.delay, self.correction, self.referenced, self.rows = delay, correction, referenced, rows
         self.serial = f"TK{Setup._count}"
         self.address = f"127.0.0.{Setup._count + 1}"
 
 
+class Stamp:
+    """A time that a receiver stated for a frame, and the true start of its exposure, in microseconds; uncertainty None: not stated."""
+
+    def __init__(self, stated, true, uncertainty=None):
+        self.stated, self.true, self.uncertainty = stated, true, uncertainty
+
+
 def camera_of(setup, truth_path):
+    faults = truth_path.with_name("faults.toml")
+    faults.write_text(LOSES_FRAMES)
     return camera("--address", setup.address, "--serial", setup.serial, "--truth", truth_path, "--timestamp", "running",
-                  "--clock-drift-ppm", str(DRIFT_PPM), "--network-delay", setup.delay)
+                  "--clock-drift-ppm", str(DRIFT_PPM), "--network-delay", setup.delay, "--faults", faults)
 
 
 def exposure_starts(truth_path):
@@ -66,17 +82,18 @@ def exposure_starts(truth_path):
 
 
 def record(setup, frames, directory):
-    """Records with mediagrabber. \\return pairs of ticks and timestamp in microseconds"""
+    """Records with mediagrabber. \\return the lines of the frame index"""
     configuration = directory / "run.toml"
+    reference = subprocess.run([BUILD / "bin/gevctl", "clock", setup.address, "--seconds", "1", "--reference"], check=True,
+                               capture_output=True, text=True).stdout.replace("timing.", "") if setup.referenced else ""
     configuration.write_text(CONFIGURATION.format(serial=setup.serial, rate=FRAME_RATE, exposure=EXPOSURE_US,
-                                                  correction=setup.correction))
+                                                  correction=setup.correction, more=reference))
     output = directory / "frames"
     done = subprocess.run([BUILD / "bin/mediagrabber", "--plugin", BUILD / "lib/libmgjai.so", "run", "--config", configuration,
                            "--output", output, "--frames", str(frames)], capture_output=True, text=True)
     if done.returncode != 0:
-        raise RuntimeError(f"{setup.name}: {done.stdout}{done.stderr}")
-    lines = (json.loads(line) for line in (output / "frames.jsonl").read_text().splitlines())
-    return [(line["ticks"], line["timestamp_us"]) for line in lines]
+        raise RuntimeError(f"{setup.serial}: {done.stdout}{done.stderr}")
+    return [json.loads(line) for line in (output / "frames.jsonl").read_text().splitlines()]
 
 
 def grab_with_aravis(setup, seconds):
@@ -85,64 +102,77 @@ def grab_with_aravis(setup, seconds):
     done = subprocess.run([BUILD / "bin/aravis_grabber", setup.address, str(seconds * FRAME_RATE), "udp", str(SOCKET_BUFFER)],
                           check=True, capture_output=True, text=True)
     lines = (line.split() for line in done.stdout.splitlines())
-    return [(int(ticks), int(system_ns) / 1000) for ticks, _, system_ns in lines]
+    return [{"ticks": int(ticks), "system_us": int(system_ns) / 1000} for ticks, _, system_ns in lines]
 
 
 def measure(setup, seconds):
+    """\return figures by the names of their rows"""
     with tempfile.TemporaryDirectory() as temporary:
         directory = pathlib.Path(temporary)
         truth_path = directory / "truth.jsonl"
         with camera_of(setup, truth_path):
             if setup.correction is None:
-                stamped = grab_with_aravis(setup, seconds)
+                lines = grab_with_aravis(setup, seconds)
             else:
-                stamped = record(setup, seconds * FRAME_RATE, directory)
+                lines = record(setup, seconds * FRAME_RATE, directory)[1:]  # in camera time the first one initialises the clock
         truth = exposure_starts(truth_path)
-    if setup.correction is not None:
-        stamped = stamped[1:]  # in camera time the second frame, the first one saved, initialises the clock
-    return [(stamp, truth[ticks]) for ticks, stamp in stamped]
+    stated = {"time_us": "time_uncertainty_us"}
+    return {name: Figures([Stamp(line[key], truth[line["ticks"]], line.get(stated.get(key))) for line in lines], seconds)
+            for key, name in setup.rows.items()}
 
 
-def slope(points):
-    """Slope of the linear regression."""
-    return statistics.linear_regression(*zip(*points)).slope
+def first_seconds(seconds):
+    return min(FIRST_SECONDS, seconds // 2)
 
 
 class Figures:
-    """Accuracy of the timestamps of a recording, in microseconds unless named otherwise."""
+    """Accuracy of the times of a recording, in microseconds unless named otherwise."""
 
     WINDOW_SECONDS = 10
 
-    def __init__(self, pairs):
-        begin = pairs[0][1]
-        self.errors = [((true - begin) / 1e6, stamp - true) for stamp, true in pairs]
+    def __init__(self, stamps, seconds):
+        begin = stamps[0].true
+        self.errors = [((one.true - begin) / 1e6, one.stated - one.true) for one in stamps]
         values = [error for _, error in self.errors]
         self.offset = statistics.median(values)
         self.around = [abs(value - self.offset) for value in values]
-        self.intervals = [abs((b[0] - a[0]) - (b[1] - a[1])) for a, b in zip(pairs, pairs[1:])]
-        self.drift_ppm = slope(self.errors)
+        limit = first_seconds(seconds)
+        self.first, self.later = (self.p99_around([error for time, error in self.errors if (time < limit) == early])
+                                  for early in (True, False))
+        self.intervals = [abs((b.stated - a.stated) - (b.true - a.true)) for a, b in zip(stamps, stamps[1:])]
+        gap = 1.5e6 / FRAME_RATE
+        self.gaps = [error for error, a, b in zip(self.intervals, stamps, stamps[1:]) if b.true - a.true > gap]
+        self.uncertainties = [one.uncertainty for one in stamps if one.uncertainty is not None]
+        self.within = [sum(abs(one.stated - one.true - constant) <= one.uncertainty for one in stamps) / len(stamps)
+                       for constant in (self.offset, 0.0)] if self.uncertainties else []
         windows = {}
         for time, error in self.errors:
             windows.setdefault(int(time // self.WINDOW_SECONDS), []).append(error)
         complete = [statistics.median(each) for each in windows.values() if len(each) >= self.WINDOW_SECONDS * FRAME_RATE / 2]
         self.moved = max(complete) - min(complete)
-        self.count = len(pairs)
+        self.count = len(stamps)
+
+    @staticmethod
+    def p99_around(errors):
+        offset = statistics.median(errors)
+        return percentile([abs(error - offset) for error in errors], 0.99)
 
     def row(self):
-        return [self.count, f"{self.offset:,.0f}", f"{statistics.median(self.around):,.1f}",
-                f"{percentile(self.around, 0.99):,.1f}", f"{max(self.around):,.1f}",
-                f"{percentile(self.intervals, 0.99):,.1f}", f"{max(self.intervals):,.1f}", f"{self.drift_ppm:,.3f}",
-                f"{self.moved:,.1f}"]
+        return [self.count, f"{self.offset:,.0f}", f"{statistics.median(self.around):,.1f}", f"{self.first:,.1f}", f"{self.later:,.1f}",
+                f"{percentile(self.intervals, 0.99):,.1f}", f"{percentile(self.gaps, 0.99):,.1f}", f"{self.moved:,.1f}"]
+
+    def stated_row(self):
+        return [f"{statistics.median(self.uncertainties):,.0f}", *(f"{100 * part:.1f} %" for part in self.within)]
 
 
 def calibrate(delay, seconds):
     """\\return the output of `mediagrabber calibrate`"""
-    setup = Setup("calibration", delay, 0)
+    setup = Setup(delay, 0)
     with tempfile.TemporaryDirectory() as temporary:
         directory = pathlib.Path(temporary)
         configuration = directory / "run.toml"
         configuration.write_text(CONFIGURATION.format(serial=setup.serial, rate=CALIBRATION_RATE, exposure=EXPOSURE_US,
-                                                      correction=0))
+                                                      correction=0, more=""))
         with camera_of(setup, directory / "truth.jsonl"):
             done = subprocess.run([BUILD / "bin/mediagrabber", "--plugin", BUILD / "lib/libmgjai.so", "calibrate", "--config",
                                    configuration, "--seconds", str(seconds)], capture_output=True, text=True)
@@ -157,7 +187,7 @@ def correction_of(output):
 
 def offsets_of_starts(delay, correction, starts):
     """The median timestamp error of each of several short recordings from one camera."""
-    setup = Setup("start", delay, correction)
+    setup = Setup(delay, correction)
     offsets = []
     with tempfile.TemporaryDirectory() as temporary:
         truth_path = pathlib.Path(temporary) / "truth.jsonl"
@@ -169,7 +199,7 @@ def offsets_of_starts(delay, correction, starts):
                 stamped.append(record(setup, 10, directory)[1:])
         truth = exposure_starts(truth_path)
         for frames in stamped:
-            offsets.append(statistics.median(stamp - truth[ticks] for ticks, stamp in frames))
+            offsets.append(statistics.median(line["timestamp_us"] - truth[line["ticks"]] for line in frames))
     return offsets
 
 
@@ -203,7 +233,7 @@ def describe_starts(offsets):
 
 def main():
     options = parser("timekeeping", __doc__)
-    options.add_argument("--seconds", type=int, default=180, help="length of each recording (180)")
+    options.add_argument("--seconds", type=int, default=720, help="length of each recording (720)")
     options.add_argument("--calibration-seconds", type=int, default=60, help="length of the calibration (60)")
     options.add_argument("--starts", type=int, default=20, help="starts for the distribution of the offset (20)")
     options.add_argument("--quick", action="store_true", help="short recordings and one start, to try the programs")
@@ -217,27 +247,33 @@ def main():
     correction = correction_of(steady)
     print(steady, jittery, sep="\n")
 
-    setups = [Setup("host time, calm", NO_JITTER, 0), Setup("host time, jitter", JITTER, 0),
-              Setup("camera time, calm", NO_JITTER, correction), Setup("camera time, jitter", JITTER, correction),
-              Setup("camera time, calm, not calibrated", NO_JITTER, 1),
-              Setup("Aravis, calm", NO_JITTER), Setup("Aravis, jitter", JITTER)]
+    setups = [Setup(NO_JITTER, 1, timestamp_us="camera time, calm, not calibrated")]
+    for way, delay in (("calm", NO_JITTER), ("jitter", JITTER)):
+        setups += [Setup(delay, 0, timestamp_us=f"host time, {way}", time_us=f"exposure time, {way}"),
+                   Setup(delay, 0, referenced=True, time_us=f"exposure time with a reference, {way}"),
+                   Setup(delay, correction, timestamp_us=f"camera time, {way}"),
+                   Setup(delay, system_us=f"Aravis, {way}")]
+    figures = {}
     with concurrent.futures.ThreadPoolExecutor(len(setups)) as pool:
-        measured = list(pool.map(lambda setup: Figures(measure(setup, chosen.seconds)), setups))
-    figures = {setup.name: each for setup, each in zip(setups, measured)}
+        for measured in pool.map(lambda setup: measure(setup, chosen.seconds), setups):
+            figures |= measured
+    figures = dict(sorted(figures.items()))
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
         starts = list(pool.map(lambda delay: offsets_of_starts(delay, correction, chosen.starts), (NO_JITTER, JITTER)))
 
-    text = table(["recording", "frames", "offset (median error)", "error around it: median", "p99", "maximum",
-                  "error of intervals: p99", "maximum", "rate of change, ppm", "offset drift"],
+    first = first_seconds(chosen.seconds)
+    text = table(["times", "frames", "offset (median error)", "error around it: median", f"p99 in the first {first} s",
+                  "p99 later", "error of intervals: p99", "p99 across gaps", "offset drift"],
                  [[name, *each.row()] for name, each in figures.items()])
+    text += "\n" + table(["times", "stated uncertainty, median", "frames within it about the offset", "absolutely"],
+                         [[name, *each.stated_row()] for name, each in figures.items() if each.uncertainties])
+    text += "\n" + table(["host time's p99 relative to that of exposure time", f"first {first} s", "later"], [
+        [way, *(f"{getattr(figures[f'host time, {way}'], part) / getattr(figures[f'exposure time, {way}'], part):,.0f}"
+                for part in ("first", "later"))] for way in ("calm", "jitter")])
     text += "\n" + table(["offset over starts, camera time", "starts", "median", "minimum", "maximum", "standard deviation"],
                          [["calm", *describe_starts(starts[0])], ["jitter", *describe_starts(starts[1])]])
     text += f"\nCalibration, {chosen.calibration_seconds} s, calm:\n\n{indented(steady)}"
     text += f"\nCalibration, {chosen.calibration_seconds} s, jitter:\n\n{indented(jittery)}"
-    ratio = percentile(figures["host time, jitter"].intervals, 0.99) / percentile(
-        figures["camera time, jitter"].intervals, 0.99)
-    text += (f"\nWith jitter, the interval error (p99) of host time is {ratio:,.0f} times that of camera time. The"
-             f" offset drift in camera time is {figures['camera time, jitter'].moved:,.1f} us over the recording.\n")
     measurement.finish(text)
     draw(measurement.chart("timekeeping"), figures)
 
