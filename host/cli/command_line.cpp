@@ -9,6 +9,7 @@
 #include "cli/check_command.hpp"
 #include "cli/configuration_place.hpp"
 #include "cli/doctor_command.hpp"
+#include "cli/overview_command.hpp"
 #include "cli/query_commands.hpp"
 #include "cli/report_command.hpp"
 #include "cli/run_command.hpp"
@@ -52,6 +53,7 @@ struct command_line {
     std::filesystem::path report_page;
     signal_options signal;
     query_options query;
+    overview_options overview;
     bool json = false;  ///< of the command
     bool version = false;
 };
@@ -182,6 +184,16 @@ void declare_signal(CLI::App& app, command_line& line) {
     declare_recording(*signal, line.signal.recording);
 }
 
+void declare_overview(CLI::App& app, overview_options& options) {
+    auto* const overview =
+        app.add_subcommand("overview", "Serve one page with the recordings of this machine and of others");
+    overview->add_option("pages", options.pages, "Addresses of live pages, for example http://10.1.0.11:8080");
+    overview->add_option("--machines", options.machines,
+                         "TOML file with [[machine]] tables: page, and optionally name and token_file");
+    overview->add_option("--web", options.web, "Address and port of the page; default: " + options.web);
+    overview->add_option("--web-token", options.web_token, "File with the access token of the page");
+}
+
 void declare(CLI::App& app, command_line& line) {
     app.footer(exit_statuses);
     app.add_flag("--version", line.version, "Print the versions of mediagrabber and of the plug-in");
@@ -201,6 +213,7 @@ void declare(CLI::App& app, command_line& line) {
     declare_set(app, line.set);
     declare_queries(app, line.query);
     declare_json(*app.add_subcommand("list", "List the running recordings of this user and the services"), line.json);
+    declare_overview(app, line.overview);
     declare_calibrate(app, line.calibrate);
     declare_doctor(app, line.doctor);
     auto* const report = app.add_subcommand("report", "Create an HTML report of a recording");
@@ -262,6 +275,9 @@ exit_status execute(CLI::App const& app, command_line const& line, std::ostream&
     }
     if (app.got_subcommand("list")) {
         return list_command(line.json, out, errors);
+    }
+    if (app.got_subcommand("overview")) {
+        return overview_command(line.overview);
     }
     if (app.got_subcommand("calibrate")) {
         return calibrate_command(with_plugin(line), out);

@@ -8,13 +8,10 @@
 #include <chrono>
 #include <future>
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
-
-#include "base/unix_socket.hpp"
 
 namespace mediagrabber {
 
@@ -23,14 +20,6 @@ namespace {
 using nlohmann::json;
 
 constexpr std::chrono::seconds patience{1};  ///< twice what a client can delay the others of its recording
-
-/// What a control socket answers.
-struct found_recording {
-    found_control_socket socket;
-    json status;        ///< as /status.json of the page
-    std::string error;  ///< empty: `status` is valid
-    bool dead = false;  ///< no process listens
-};
 
 std::vector<found_control_socket> all_sockets() {
     auto found = control_sockets_of_services();
@@ -41,13 +30,9 @@ std::vector<found_control_socket> all_sockets() {
     return found;
 }
 
-std::string address_of(found_control_socket const& socket) {
-    return socket.service.empty() ? socket.path.string() : "mediagrabber@" + socket.service;
-}
-
 std::string line_of(found_recording const& one) {
     if (!one.error.empty()) {
-        return fmt::format("{:<16} {:<10} {}: {}", "?", "?", address_of(one.socket), one.error);
+        return fmt::format("{:<16} {:<10} {}: {}", "?", "?", one.place(), one.error);
     }
     auto const& counts = one.status.at("counts");
     auto const& rate = one.status.at("rates").at("frames_per_s");
@@ -55,14 +40,13 @@ std::string line_of(found_recording const& one) {
         counts.at("dropped_queue_full").get<std::uint64_t>() + counts.at("dropped_write_error").get<std::uint64_t>();
     auto const& reason = one.status.at("waiting_reason");
     return fmt::format("{:<16} {:<10} {}: {} frames saved, {} dropped{}{}", one.status.at("name").get<std::string>(),
-                       one.status.at("state").get<std::string>(), address_of(one.socket),
-                       counts.at("saved").get<std::uint64_t>(), dropped,
-                       rate.is_null() ? "" : fmt::format(", {:.2f} frames/s", rate.get<double>()),
+                       one.status.at("state").get<std::string>(), one.place(), counts.at("saved").get<std::uint64_t>(),
+                       dropped, rate.is_null() ? "" : fmt::format(", {:.2f} frames/s", rate.get<double>()),
                        reason.is_null() ? "" : fmt::format("; {}", reason.get<std::string>()));
 }
 
 found_recording examine(found_control_socket const& socket) {
-    found_recording found{.socket = socket, .status = {}, .error = {}};
+    found_recording found{.socket = socket};
     auto const connection = connect_to(socket.path, SOCK_STREAM, std::chrono::milliseconds(0));
     if (!connection) {
         int const error = errno;
@@ -85,20 +69,6 @@ found_recording examine(found_control_socket const& socket) {
     return found;
 }
 
-std::vector<found_recording> examine_all() {
-    std::vector<std::future<found_recording>> waiting;
-    for (auto const& one : all_sockets()) {
-        waiting.push_back(std::async(std::launch::async, [one] { return examine(one); }));
-    }
-    std::vector<found_recording> all;
-    for (auto& one : waiting) {
-        if (auto found = one.get(); !found.dead) {
-            all.push_back(std::move(found));
-        }
-    }
-    return all;
-}
-
 json json_of(found_recording const& one) {
     json object{{"socket", one.socket.path.string()},
                 {"service", one.socket.service.empty() ? json(nullptr) : json(one.socket.service)}};
@@ -111,6 +81,20 @@ json json_of(found_recording const& one) {
 }
 
 }  // namespace
+
+std::vector<found_recording> find_recordings() {
+    std::vector<std::future<found_recording>> waiting;
+    for (auto const& one : all_sockets()) {
+        waiting.push_back(std::async(std::launch::async, [one] { return examine(one); }));
+    }
+    std::vector<found_recording> all;
+    for (auto& one : waiting) {
+        if (auto found = one.get(); !found.dead) {
+            all.push_back(std::move(found));
+        }
+    }
+    return all;
+}
 
 exit_status status_command(query_options const& options, std::ostream& out, std::ostream& errors) {
     change_request request;
@@ -125,7 +109,7 @@ exit_status get_command(query_options const& options, std::ostream& out, std::os
 }
 
 exit_status list_command(bool as_json, std::ostream& out, std::ostream& errors) {
-    auto const found = examine_all();
+    auto const found = find_recordings();
     auto list = json::array();
     for (auto const& one : found) {
         list.push_back(json_of(one));

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/exit_status.hpp"
-#include "cli/control_client.hpp"
+#include "control/control_client.hpp"
 
 namespace mediagrabber {
 

@@ -137,6 +137,9 @@ void monitoring::complete(recording_status& status) const {
         status.ring_readers = ring_->readers();
         status.ring_overtaken = ring_->overtaken();
     }
+    if (auto const* const address = web_ == nullptr ? nullptr : web_->address()) {
+        status.page = address->url();
+    }
     if (mqtt_publisher_ != nullptr) {
         status.broker = mqtt_publisher_->status();
     }

@@ -44,6 +44,8 @@ struct recording_status {
     std::shared_ptr<configuration const> active;
     delivery_check::all_values delivery{};  ///< what is configured, and what the camera delivers
 
+    std::string page;  ///< URL of the live page; empty: it has none, or does not listen yet
+
     std::optional<broker_status> broker;  ///< nothing: no broker is configured
 
     std::uint64_t ring_readers = 0;    ///< programs connected to the shared-memory ring

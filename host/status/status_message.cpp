@@ -213,6 +213,7 @@ json status_message(recording_status const& status) {
             {"plugin", status.plugin_version},
             {"version", MEDIAGRABBER_VERSION},
             {"directory", status.directory},
+            {"page", status.page.empty() ? json(nullptr) : json(status.page)},
             {"free_bytes", or_null(status.free_bytes)},
             {"instance", status.instance}};
 }

@@ -24,6 +24,8 @@ public:
 
     /// Compares in constant time, so that a client cannot find the token character by character.
     bool matches(std::string_view offered) const;
+    /// \return the Authorization header of a client that has the token
+    std::string authorization() const { return "Bearer " + secret_; }
 
 private:
     std::string secret_;

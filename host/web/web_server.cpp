@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "web/web_server.hpp"
 
+#include <atomic>
 #include <charconv>
 #include <condition_variable>
 #include <functional>
@@ -122,8 +123,10 @@ bool is_public(std::string const& path) {
 /// Routes and their state. The listener accepts connections; the HTTP server receives requests and owns the threads.
 class web_server::site final {
 public:
-    explicit site(web_configuration const& chosen)
+    /// \param pages  served instead of a recording's; null: those of a recording
+    site(web_configuration const& chosen, std::vector<page> const* pages)
         : chosen_(chosen),
+          of_recording_(pages == nullptr),
           proxied_(chosen.public_origin ? std::optional(parse_public_origin(*chosen.public_origin)) : std::nullopt),
           server_({}, {.before_body = [this](http_request& request,
                                              http_response& response) { return refuses(request, response); },
@@ -132,13 +135,17 @@ public:
                        .before_send = complete_response}) {
         add_files();
         add_login();
-        add_resources();
-        add_controls();
+        if (of_recording_) {
+            add_resources();
+            add_controls();
+        } else {
+            add_pages(*pages);
+        }
         listen();
     }
 
     /// Null while the page cannot listen.
-    web_address const* address() const { return listener_ == nullptr ? nullptr : &listener_->at(); }
+    web_address const* address() const { return address_; }
     frame_observer_like& observer() { return latest_; }
 
     void open(recording_view view) {
@@ -174,6 +181,7 @@ private:
     void route(char const* method, char const* path, handler handle) { routes_[{method, path}] = std::move(handle); }
     bool authorise(http_request const& request, http_response& response);
     bool check_token(std::string_view offered, std::string const& remote, http_response& response);
+    void add_pages(std::vector<page> const& pages);
     void add_files();
     void add_login();
     void add_resources();
@@ -187,11 +195,13 @@ private:
 
     std::map<std::pair<std::string, std::string>, handler> routes_;  ///< by method and path
     web_configuration const chosen_;
+    bool const of_recording_;
     std::optional<public_origin> const proxied_;
     std::optional<access_token> token_;
-    std::unique_ptr<web_listener> listener_;  ///< null while the page cannot listen
-    std::string cookie_;                      ///< its name: cookies of one machine are shared by all its ports
-    std::string failure_;                     ///< why the last attempt to listen failed; empty: it did not
+    std::unique_ptr<web_listener> listener_;             ///< null while the page cannot listen
+    std::atomic<web_address const*> address_ = nullptr;  ///< that of listener_
+    std::string cookie_;   ///< its name: cookies of one machine are shared by all its ports
+    std::string failure_;  ///< why the last attempt to listen failed; empty: it did not
     recording_view view_;
     latest_frame latest_;
     preview full_scale_{latest_, preview::window::full_scale};
@@ -204,14 +214,18 @@ private:
 };
 
 /// The recording does not depend on its page: an address that is not there yet, a port in use or an unreadable token
-/// file is logged, and tried again later.
+/// file is logged, and tried again later. Without a recording, there is nothing to do but to serve the pages.
 bool web_server::site::listen() {
     try {
         token_ = chosen_.token_file ? std::optional(access_token::read(*chosen_.token_file)) : std::nullopt;
         listener_ = std::make_unique<web_listener>(parse_web_address(*chosen_.address));
         cookie_ = "mediagrabber_" + std::to_string(listener_->at().port);
+        address_ = &listener_->at();
         return true;
     } catch (std::exception const& error) {
+        if (!of_recording_) {
+            throw;
+        }
         if (failure_ != error.what()) {
             failure_ = error.what();
             log_warning("no live page yet: " + failure_ + "; recording without it, and trying again every " +
@@ -240,8 +254,11 @@ void web_server::site::serve() {
         listener_->serve({.add = [this](file_handle connection,
                                         std::string const& remote) { server_.add(std::move(connection), remote); },
                           .end_overdue = [this] { return server_.end_overdue(); }});
-        log_info("live page: " + listener_->at().url());
+        log_info((of_recording_ ? "live page: " : "overview: ") + listener_->at().url());
     } catch (std::exception const& error) {
+        if (!of_recording_) {
+            throw;
+        }
         log_warning(std::string("no live page: ") + error.what());
     }
 }
@@ -349,17 +366,26 @@ bool web_server::site::check_token(std::string_view offered, std::string const& 
     return false;
 }
 
+void web_server::site::add_pages(std::vector<page> const& pages) {
+    for (auto const& one : pages) {
+        route("GET", one.path.c_str(), one.respond);
+    }
+}
+
 void web_server::site::add_files() {
     auto const file = [this](char const* path, char const* name, char const* type) {
         route("GET", path, [name, type](http_request const&, http_response& response) {
             response.set_content(std::string(page_file_content(name)), type);
         });
     };
-    file("/", "page.html", "text/html; charset=utf-8");
     file("/page.css", "page.css", "text/css; charset=utf-8");
+    file("/icon.svg", "icon.svg", "image/svg+xml");
+    if (!of_recording_) {
+        return;
+    }
+    file("/", "page.html", "text/html; charset=utf-8");
     file("/page.js", "page.js", "text/javascript; charset=utf-8");
     file("/charts.js", "charts.js", "text/javascript; charset=utf-8");
-    file("/icon.svg", "icon.svg", "image/svg+xml");
 }
 
 void web_server::site::log_in(http_request const& request, http_response& response) {
@@ -487,7 +513,10 @@ void web_server::site::add_controls() {
     });
 }
 
-web_server::web_server(web_configuration const& chosen) : site_(std::make_unique<site>(chosen)) {}
+web_server::web_server(web_configuration const& chosen) : site_(std::make_unique<site>(chosen, nullptr)) {}
+
+web_server::web_server(web_configuration const& chosen, std::vector<page> pages)
+    : site_(std::make_unique<site>(chosen, &pages)) {}
 
 web_server::~web_server() {
     close();

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "config/configuration.hpp"
 #include "config/web_address.hpp"
@@ -13,10 +14,12 @@
 #include "status/frame_history.hpp"
 #include "status/log_buffer.hpp"
 #include "status/recording_status.hpp"
+#include "web/http_message.hpp"
 
 namespace mediagrabber {
 
-/// The HTTP server of a recording: live page, live image, status, log, controls and metrics.
+/// The HTTP server of a recording: live page, live image, status, log, controls and metrics. It can serve other pages
+/// instead, with the same rules.
 ///
 /// Threads: requests are handled on threads of the server, so neither the plug-in's thread nor the exporter's ever
 /// waits for a client. The functions of recording_view are called on those threads, several at a time.
@@ -35,16 +38,25 @@ public:
         std::function<std::string()> metrics;  ///< body of GET /metrics; empty: 404
     };
 
+    /// A page that is not a recording's, for GET. `respond` is called on the threads of the server, several at a time.
+    struct page {
+        std::string path;
+        std::function<void(http_request const&, http_response&)> respond;
+    };
+
     /// Listens at the configured address; clients wait until open(). If the address or the token cannot be used, logs a
     /// warning, and tries again while the server is open.
     /// \throws std::runtime_error  if the text of the address or the origin is not valid
     explicit web_server(web_configuration const& chosen);
+    /// Serves these pages, the login page and its static files.
+    /// \throws std::runtime_error  if it cannot listen, or the token cannot be used
+    web_server(web_configuration const& chosen, std::vector<page> pages);
     ~web_server();
     web_server(web_server const&) = delete;
     web_server& operator=(web_server const&) = delete;
 
-    /// \return the address, with the port that the system chose for port 0; null: it does not listen. Not while open()
-    /// still tries to listen
+    /// \return the address, with the port that the system chose for port 0; null: it does not listen. Any thread may
+    /// call it.
     web_address const* address() const;
     /// \return the observer that supplies the live image; lives as long as the server
     frame_observer_like& observer();

@@ -51,6 +51,7 @@ class Status(unittest.TestCase):
             self.assertRegex(found["version"], r"^[0-9.]+$")
             self.assertGreaterEqual(found["newest"]["frame"], 5)
             self.assertGreater(found["uptime_s"], 0)
+            self.assertIsNone(found["page"])
             self.assertEqual(dict(found["camera"])["DeviceModel"], "Fake 0")
 
     def test_is_readable_by_people(self):
@@ -68,6 +69,8 @@ class Status(unittest.TestCase):
             recording.wait_for_log("live page: http://")
             port = int(re.search(r"http://[^ ]*:(\d+)", recording.log)[1])
             page = json.loads(get_page(port, "/status.json")[1])
+            self.assertEqual(page["page"], f"http://127.0.0.1:{port}/")
+            self.assertEqual(status()["page"], f"http://127.0.0.1:{port}/")
             self.assertEqual(set(page) - {"histogram", "tone"}, set(status()))
             self.assertEqual(set(page["counts"]), set(status()["counts"]))
 

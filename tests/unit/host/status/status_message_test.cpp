@@ -29,6 +29,7 @@ recording_status some_status() {
     status.camera = {{.label = "DeviceModel", .value = "M"}, {.label = "DeviceSerial", .value = "S"}};
     status.plugin_version = "1.0";
     status.directory = "/data/left";
+    status.page = "http://127.0.0.1:8080/";
     status.free_bytes = 12'300'000'000;
     status.delivery[delivery_check::frame_rate] = {
         .key = "timing.frame_rate_hz", .requested = 25.0, .actual = 24.5, .differs = false};
@@ -47,11 +48,13 @@ TEST(StatusMessage, HasTheStateAndTheFigures) {
     EXPECT_EQ(message["rates"], (json{{"frames_per_s", 24.5}, {"bytes_per_s", 5e6}}));
     EXPECT_EQ(message["free_bytes"], 12'300'000'000);
     EXPECT_EQ(message["plugin"], "1.0");
+    EXPECT_EQ(message["page"], "http://127.0.0.1:8080/");
 }
 
 TEST(StatusMessage, HasNullForUnknownValues) {
     auto const message = status_message({});
-    for (auto const* const name : {"waiting_reason", "seconds_since_frame", "newest", "configured", "free_bytes"}) {
+    for (auto const* const name :
+         {"waiting_reason", "seconds_since_frame", "newest", "configured", "free_bytes", "page"}) {
         EXPECT_TRUE(message[name].is_null()) << name;
     }
     EXPECT_EQ(message["rates"], (json{{"frames_per_s", nullptr}, {"bytes_per_s", nullptr}}));

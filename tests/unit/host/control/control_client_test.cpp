@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/control_client.hpp"
+#include "control/control_client.hpp"
 
 #include <gmock/gmock.h>
 #include <sys/wait.h>

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include "overview/recording_summary.hpp"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+namespace mediagrabber {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t max_text = 200;  ///< bytes
+
+std::string text_or_nothing(json const& value) {
+    return value.is_null() ? std::string() : shown_text(value.get<std::string>());
+}
+
+recording_summary summary_of(json const& status) {
+    auto const& counts = status.at("counts");
+    auto const& rate = status.at("rates").at("frames_per_s");
+    return {.name = shown_text(status.at("name").get<std::string>()),
+            .state = shown_text(status.at("state").get<std::string>()),
+            .waiting_reason = text_or_nothing(status.at("waiting_reason")),
+            .saved = counts.at("saved").get<std::uint64_t>(),
+            .wanted = counts.at("wanted").get<std::uint64_t>(),
+            .dropped_queue_full = counts.at("dropped_queue_full").get<std::uint64_t>(),
+            .dropped_write_error = counts.at("dropped_write_error").get<std::uint64_t>(),
+            .packets_lost = counts.at("packets_lost").get<std::uint64_t>(),
+            .empty_fetches = counts.at("empty_fetches").get<std::uint64_t>(),
+            .frames_per_s = rate.is_null() ? std::nullopt : std::optional(rate.get<double>()),
+            .uptime_s = status.at("uptime_s").get<double>()};
+}
+
+}  // namespace
+
+std::string shown_text(std::string text) {
+    if (text.size() > max_text) {
+        text.resize(max_text);
+        text += "...";
+    }
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < ' ' || c == '\x7F'; }, ' ');
+    return text;
+}
+
+recording_summary read_summary(std::string_view text) {
+    try {
+        return summary_of(json::parse(text));
+    } catch (json::exception const&) {
+        throw std::runtime_error("the answer is not the status of a recording");
+    }
+}
+
+json json_of(recording_summary const& summary) {
+    return {{"name", summary.name},
+            {"state", summary.state},
+            {"waiting_reason", summary.waiting_reason},
+            {"saved", summary.saved},
+            {"wanted", summary.wanted},
+            {"dropped_queue_full", summary.dropped_queue_full},
+            {"dropped_write_error", summary.dropped_write_error},
+            {"packets_lost", summary.packets_lost},
+            {"empty_fetches", summary.empty_fetches},
+            {"frames_per_s", summary.frames_per_s ? json(*summary.frames_per_s) : json(nullptr)},
+            {"uptime_s", summary.uptime_s}};
+}
+
+}  // namespace mediagrabber
