@@ -181,6 +181,9 @@ void declare_signal(CLI::App& app, command_line& line) {
             " same, measured in 12 bits; trigger: save the pre-trigger buffer")
         ->required()
         ->expected(1, 2);
+    signal->add_option("--event", line.signal.event,
+                       "Of a trigger: time and name of the event, as in 20261121T173318.123Z-door, which the directory"
+                       " of the recording gets as its name");
     declare_recording(*signal, line.signal.recording);
 }
 

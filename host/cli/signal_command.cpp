@@ -112,11 +112,16 @@ exit_status signal_command(signal_options const& options, std::ostream& out, std
     if (number == 0) {
         throw usage_error(name == "keep" ? "\"keep\" was renamed to \"trigger\"" : name + " is not a valid request");
     }
+    if (!options.event.empty() && (by_process || name != "trigger" || !is_event(options.event))) {
+        throw usage_error("--event requires the request trigger, one of --service, --socket and --name, and " +
+                          std::string(event_form));
+    }
     if (by_process) {
         return signal_process(process_of(options.words.front()), number, errors);
     }
     change_request request;
     request.signal = name;
+    request.event = options.event;
     return send_request(control_socket_of(options.recording), request, false, out, errors);
 }
 

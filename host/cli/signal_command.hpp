@@ -13,6 +13,7 @@ namespace mediagrabber {
 struct signal_options {
     std::vector<std::string> words;  ///< PID REQUEST, or REQUEST alone with `recording`
     recording_address recording;     ///< used if it is given
+    std::string event;               ///< of a trigger; empty: none
 };
 
 /// `mediagrabber signal`: sends a request to a recording, as a signal or over its control socket. Unlike `kill`, it

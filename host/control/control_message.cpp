@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 namespace mediagrabber {
 
@@ -21,13 +22,20 @@ std::string line_of(json const& message) {
     throw setting_refused(exit_status::usage, fmt::format("invalid request: {}", why));
 }
 
-change_request read_signal(json const& name) {
+change_request read_signal(json const& message) {
     change_request request;
-    if (name.is_string()) {
+    if (auto const& name = message.at("signal"); name.is_string()) {
         request.signal = name.get<std::string>();
     }
     if (request.signal.empty()) {
         refuse("expected a request in \"signal\"");
+    }
+    if (message.contains("event")) {
+        auto const& event = message["event"];
+        if (request.signal != "trigger" || !event.is_string() || !is_event(event.get<std::string>())) {
+            refuse(fmt::format("expected a \"trigger\" with {} in \"event\"", event_form));
+        }
+        request.event = event.get<std::string>();
     }
     return request;
 }
@@ -54,9 +62,19 @@ change_request read_status(json const& value) {
 
 }  // namespace
 
+bool is_event(std::string const& text) {
+    static std::regex const form(R"(\d{8}T\d{6}(\.\d{3})?Z-[A-Za-z0-9][A-Za-z0-9._-]{0,99})");
+    constexpr std::size_t max_event = 150;  // std::regex needs stack for each character
+    return text.size() <= max_event && std::regex_match(text, form);
+}
+
 std::string written(change_request const& request) {
     if (!request.signal.empty()) {
-        return line_of({{"signal", request.signal}});
+        json message{{"signal", request.signal}};
+        if (!request.event.empty()) {
+            message["event"] = request.event;
+        }
+        return line_of(message);
     }
     if (!request.keys.empty()) {
         return line_of({{"get", request.keys}});
@@ -85,10 +103,10 @@ std::string written(change_answer const& answer) {
 
 change_request read_request(std::string const& line) {
     auto const message = json::parse(line, nullptr, false);
+    if (message.is_object() && message.contains("signal") && message.size() == (message.contains("event") ? 2 : 1)) {
+        return read_signal(message);
+    }
     if (message.is_object() && message.size() == 1) {
-        if (message.contains("signal")) {
-            return read_signal(message["signal"]);
-        }
         if (message.contains("get")) {
             return read_get(message["get"]);
         }

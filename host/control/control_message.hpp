@@ -11,11 +11,12 @@
 namespace mediagrabber {
 
 /// A request of `mediagrabber set`, `signal`, `get` or `status` to a running mediagrabber. On the socket it is one line
-/// of JSON: {"set": ["gain.db=6", ...], "timeout_s": 5, "restart": false}, {"signal": "stop"}, {"get": ["gain.db",
-/// ...]} or {"status": true}
+/// of JSON: {"set": ["gain.db=6", ...], "timeout_s": 5, "restart": false}, {"signal": "stop"}, {"signal":
+/// "trigger", "event": "20261121T173318.123Z-door"}, {"get": ["gain.db", ...]} or {"status": true}
 struct change_request {
     std::vector<setting> settings;
     std::string signal = {};             ///< a request of `mediagrabber signal`; empty: none
+    std::string event = {};              ///< of a trigger, see is_event(); empty: none
     std::vector<std::string> keys = {};  ///< of `mediagrabber get`; empty: none
     bool asks_status = false;
     double timeout_s = 5.0;
@@ -36,6 +37,12 @@ struct change_answer {
 inline constexpr std::size_t max_message = 65'536;
 /// The maximum of `timeout_s`, an hour: a request keeps the server's only thread busy.
 inline constexpr double max_timeout_s = 3'600.0;
+
+/// Whether the text is the time and the name of an event, TIME-NAME as in 20261121T173318.123Z-door. Several recordings
+/// that are triggered with the same text save directories with this name.
+bool is_event(std::string const& text);
+inline constexpr char event_form[] =
+    "TIME-NAME as in 20261121T173318.123Z-door, a name of up to 100 letters, digits, \".\", \"_\" and \"-\"";
 
 // Each returns one line, including its line end.
 std::string written(change_request const& request);

@@ -122,7 +122,7 @@ void pretrigger_recorder::trigger_if_lost() {
     }
 }
 
-void pretrigger_recorder::trigger(std::string const& why) {
+void pretrigger_recorder::trigger(std::string const& why, std::string const& name) {
     std::lock_guard const lock(mutex_);
     std::uint64_t const begin = buffer_ == nullptr ? next_ : first_within_time();
     if (begin == next_) {
@@ -131,7 +131,7 @@ void pretrigger_recorder::trigger(std::string const& why) {
     }
     double const us = static_cast<double>(buffer_->record(next_ - 1).timestamp_us) -
                       static_cast<double>(buffer_->record(begin).timestamp_us);
-    jobs_.push_back({.buffer = buffer_, .next = begin, .end = next_, .directory = new_directory()});
+    jobs_.push_back({.buffer = buffer_, .next = begin, .end = next_, .directory = new_directory(name)});
     selected_ = next_;
     log_info(why + ": writing " + std::to_string(next_ - begin) + " frames, " + decimal(us / 1e6, 3) + " s, to " +
              jobs_.back().directory.string());
@@ -148,9 +148,9 @@ std::uint64_t pretrigger_recorder::first_within_time() const {
     return begin;
 }
 
-/// Called with the mutex locked. Directories of the same millisecond are distinguished by a number.
-std::filesystem::path pretrigger_recorder::new_directory() {
-    std::string const name = "pretrigger/" + utc_text(std::chrono::system_clock::now());
+/// Called with the mutex locked. Directories of the same millisecond or event are distinguished by a number.
+std::filesystem::path pretrigger_recorder::new_directory(std::string const& chosen) {
+    std::string const name = "pretrigger/" + (chosen.empty() ? utc_text(std::chrono::system_clock::now()) : chosen);
     std::filesystem::path directory = chosen_.directory / name;
     std::error_code ignored;
     for (int number = 2; std::filesystem::exists(directory, ignored) ||

@@ -61,8 +61,9 @@ public:
 
     /// Selects the frames of the last `time` before the newest that no earlier trigger selected, and queues them for
     /// writing. Does not wait.
-    /// \param why  the cause, for the log
-    void trigger(std::string const& why);
+    /// \param why   the cause, for the log
+    /// \param name  of the recording's directory; empty: the present time
+    void trigger(std::string const& why, std::string const& name = {});
 
     /// Waits until all selected frames have been written. Further calls return the same figures.
     /// \return totals over all triggers
@@ -90,7 +91,7 @@ private:
     bool is_queued(std::uint64_t number) const;
     void trigger_if_lost();
     std::uint64_t first_within_time() const;
-    std::filesystem::path new_directory();
+    std::filesystem::path new_directory(std::string const& chosen);
     void run();
     outcome write_job(job& work);
     void write_next(frame_sink_like& into, job& work, outcome& result);

@@ -58,6 +58,7 @@ std::string expression_for(std::string const& part) {
         std::string const bare(one.text.substr(1, one.text.size() - 2));
         replace_all(escaped, "\\{" + bare + "\\}", one.matches);
     }
+    replace_all(escaped, R"(\{event\})", "(-[A-Za-z0-9][A-Za-z0-9._-]*)?");
     return escaped;
 }
 

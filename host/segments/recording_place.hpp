@@ -28,7 +28,8 @@ void check_directory_of_segments(output_configuration const& values);
 /// appended. Reads one directory at a time, so memory does not grow with the number of recordings.
 class recording_places {
 public:
-    /// \param configured  with a placeholder in its last part
+    /// \param configured  with a placeholder in its last part. Here, `{event}` stands for the name of an event after a
+    ///                    hyphen, or for nothing
     explicit recording_places(std::string const& configured);
 
     /// The directory above all recordings, which has no placeholder.

@@ -140,7 +140,7 @@ std::unique_ptr<retention_thread> recording_session::make_retention() const {
     }
     std::vector<std::string> directories{output.directory};
     if (output.delete_pretrigger) {
-        directories.push_back(output.directory + "/pretrigger/{time}");
+        directories.push_back(output.directory + "/pretrigger/{time}{event}");
     }
     using days = std::chrono::duration<double, std::chrono::days::period>;
     return std::make_unique<retention_thread>(
@@ -238,6 +238,16 @@ void recording_session::serve_control() {
     }
 }
 
+/// A signal cannot carry the name of the event.
+change_answer recording_session::trigger_with_name(std::string const& event) {
+    if (pretrigger_ == nullptr) {
+        return {.status = exit_status::not_changeable,
+                .lines = {"trigger refused: pretrigger.seconds is 0, so frames are not buffered"}};
+    }
+    pretrigger_->trigger("event " + event, event);
+    return {.status = exit_status::success, .lines = {}};
+}
+
 /// A request of `mediagrabber signal` takes the way of a signal, so that both have the same effect.
 change_answer recording_session::answer(change_request const& wanted) {
     if (wanted.is_change()) {
@@ -257,6 +267,9 @@ change_answer recording_session::answer(change_request const& wanted) {
             camera.latest.exposure_us = found.newest->exposure_us;
         }
         return read_values(wanted.keys, *found.active, camera);
+    }
+    if (!wanted.event.empty()) {
+        return trigger_with_name(wanted.event);
     }
     int const number = signal_of(wanted.signal);
     if (number == 0) {

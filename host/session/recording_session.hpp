@@ -79,6 +79,7 @@ private:
     frame_sink_like& files() const;
     frame_sink_like& sink();
     void trigger();
+    change_answer trigger_with_name(std::string const& event);
     void report_failure(frame_record const& frame, std::string const& why);
 
     configuration_reader const read_;

@@ -3,9 +3,11 @@
 
 import json
 import os
+import re
 import signal
 import subprocess
 import sys
+import tempfile
 import unittest
 
 from camera_process import Camera, FaultyCamera
@@ -116,12 +118,38 @@ class Pretrigger(unittest.TestCase):
                 self.assertTrue(0 < len(frames) < BUFFER_S * RATE)
                 self.expect_identical(directory, camera)
 
+    def event(self, recording, name):
+        """Triggers with the name of an event. \return the finished command"""
+        socket = re.search(r"control socket for `mediagrabber set`: (\S+)", recording.log)[1]
+        return subprocess.run([MEDIAGRABBER, "signal", "--socket", socket, "trigger", "--event", name], capture_output=True, text=True)
+
+    def test_saves_to_a_directory_with_the_name_of_the_event(self):
+        name = "20261121T173318.123Z-door"
+        with tempfile.TemporaryDirectory() as runtime, Camera() as camera:
+            with Recording(configuration(), environment={"XDG_RUNTIME_DIR": runtime}) as recording:
+                wait_for(lambda: len(camera.frames_so_far()) > RATE, "a second of frames")
+                done = self.event(recording, name)
+                self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+                recording.wait_for_log(": info: saved ")
+                done = self.event(recording, "../door")
+                self.assertEqual(done.returncode, 2)
+                self.assertIn("TIME-NAME as in 20261121T173318.123Z-door", done.stderr)
+                self.assertEqual(recording.stop(), 0, recording.log)
+                (directory, frames), = triggered_recordings(recording)
+                self.assertEqual(directory.name, name)
+                self.assertGreater(len(frames), 0)
+                self.assertIn(f"event {name}: writing {len(frames)} frames", recording.log)
+                self.expect_identical(directory, camera)
+
     def test_is_refused_if_the_buffer_is_disabled(self):
         text = configuration().replace(f"seconds = {BUFFER_S}", "seconds = 0")
         with Camera(), Recording(text) as recording:
             recording.wait_for_frames(3)
             os.kill(recording.process.pid, TRIGGER)
             recording.wait_for_log("trigger ignored: pretrigger.seconds is 0")
+            done = self.event(recording, "20261121T173318.123Z-door")
+            self.assertEqual(done.returncode, 7)
+            self.assertIn("trigger refused: pretrigger.seconds is 0", done.stderr)
             self.assertEqual(recording.stop(), 0, recording.log)
 
 

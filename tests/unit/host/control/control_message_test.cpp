@@ -36,6 +36,38 @@ TEST(ControlMessage, TransmitsARequestOfSignal) {
     EXPECT_THROW(read_request("{\"signal\":\"stop\",\"timeout_s\":1}"), setting_refused);
 }
 
+TEST(ControlMessage, TransmitsTheEventOfATrigger) {
+    change_request request;
+    request.signal = "trigger";
+    request.event = "20261121T173318.123Z-door";
+    auto const read = read_request(written(request));
+    EXPECT_EQ(read.signal, "trigger");
+    EXPECT_EQ(read.event, request.event);
+    EXPECT_EQ(read_request("{\"signal\":\"trigger\"}").event, "");
+    for (auto const* const text :
+         {R"({"signal":"trigger","event":"door"})", R"({"signal":"trigger","event":""})",
+          R"({"signal":"trigger","event":1})", R"({"signal":"stop","event":"20261121T173318Z-door"})",
+          R"({"signal":"trigger","event":"20261121T173318Z-door","timeout_s":1})",
+          R"({"event":"20261121T173318Z-a"})"}) {
+        EXPECT_THROW(read_request(text), setting_refused) << text;
+    }
+}
+
+TEST(ControlMessage, EventsAreNamesOfOneDirectory) {
+    for (auto const& text : {std::string("20261121T173318Z-a"), std::string("20261121T173318.123Z-Door_2.left-hand"),
+                             "20261121T173318Z-" + std::string(100, 'x')}) {
+        EXPECT_TRUE(is_event(text)) << text;
+    }
+    for (auto const& text :
+         {std::string(), std::string("door"), std::string("20261121T173318Z"), std::string("20261121T173318Z-"),
+          std::string("20261121T173318Z-../door"), std::string("20261121T173318Z-a/b"),
+          std::string("20261121T173318Z-.."), std::string("20261121T173318Z-a b"), std::string("20261121T173318Z-a\n"),
+          std::string("2026-11-21T17:33:18Z-a"), "20261121T173318Z-" + std::string(101, 'x'),
+          "20261121T173318Z-" + std::string(1'000'000, 'x')}) {
+        EXPECT_FALSE(is_event(text)) << text.substr(0, 40);
+    }
+}
+
 TEST(ControlMessage, TransmitsQueries) {
     change_request get;
     get.keys = {"gain.db", "line"};

@@ -81,6 +81,18 @@ protected:
 
 }  // namespace
 
+TEST_F(PretriggerRecorder, NamesTheRecordingOfAnEvent) {
+    auto const ring = make();
+    hold(*ring, 1, 3);
+    ring->trigger("test", "20261121T173318.123Z-door");
+    hold(*ring, 4, 5);
+    ring->trigger("test", "20261121T173318.123Z-door");
+    EXPECT_EQ(ring->finish().recordings, 2U);
+    auto const parent = directory.path() / "out" / "pretrigger";
+    EXPECT_EQ(read_index(parent / "20261121T173318.123Z-door").size(), 3U);
+    EXPECT_EQ(read_index(parent / "20261121T173318.123Z-door-2").size(), 2U);
+}
+
 TEST_F(PretriggerRecorder, WritesNothingWithoutATrigger) {
     auto const ring = make();
     hold(*ring, 1, 100);

@@ -156,6 +156,21 @@ TEST_F(SegmentsOnDisk, OfThePretriggerBufferAreDeletedOnRequestOnly) {
     EXPECT_TRUE(std::filesystem::is_empty(root.path()));
 }
 
+TEST_F(SegmentsOnDisk, OfEventsAreRecordingsOfThePretriggerBuffer) {
+    auto const parent = root.path() / "20261121T173318Z/pretrigger";
+    for (auto const* const name : {"20261121T173318.123Z-door", "20261121T173318.123Z-door-2", "20261121T173318.123Z",
+                                   "20261121T173318.123Z-2"}) {
+        std::filesystem::create_directories(parent / name);
+        std::ofstream(parent / name / "frames.jsonl") << "x";
+    }
+    std::filesystem::create_directories(parent / "door");
+    std::ofstream(parent / "door" / "frames.jsonl") << "x";
+    auto const runs = (root.path() / "{time}").string();
+    EXPECT_EQ(recording_retention({runs + "/pretrigger/{time}{event}"}, {.age = 1s}).apply(system_clock::now() + 1h),
+              4U);
+    EXPECT_TRUE(std::filesystem::exists(parent / "door")) << "a directory that no trigger has made";
+}
+
 TEST_F(SegmentsOnDisk, AreReadOneDirectoryAtATime) {
     // A month of segments of an hour, a directory each day.
     for (int hour = 0; hour < 30 * 24; ++hour) {
