@@ -19,13 +19,15 @@ MEDIAGRABBER = os.environ["MEDIAGRABBER"]
 class RecordingProcess:
     """One recording. Leaving the context kills a running process and deletes its files, except those in a given `output`.
 
+    `prefix` is a command that runs mediagrabber, for example in another network namespace.
     `log` is the output so far, `configuration_path` the configuration file, which a test may overwrite before a reload.
     """
 
-    def __init__(self, plugin, configuration, arguments, output=None, environment=None):
+    def __init__(self, plugin, configuration, arguments, output=None, environment=None, prefix=()):
         self.plugin = plugin
         self.arguments = arguments
         self.environment = environment or {}
+        self.prefix = prefix
         self.directory = tempfile.TemporaryDirectory()
         root = pathlib.Path(self.directory.name)
         self.configuration_path = root / "run.toml"
@@ -35,7 +37,7 @@ class RecordingProcess:
 
     def __enter__(self):
         self.process = subprocess.Popen(
-            [MEDIAGRABBER, "run", "--plugin", self.plugin, "--config", str(self.configuration_path), "--output",
+            [*self.prefix, MEDIAGRABBER, "run", "--plugin", self.plugin, "--config", str(self.configuration_path), "--output",
              str(self.output), *map(str, self.arguments)],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env={**os.environ, **self.environment})
         self.reader = threading.Thread(target=self._read)

@@ -33,7 +33,9 @@ class Camera:
 
     limits_options = ("--limits", "independent")
 
-    def __init__(self, *arguments, end_signal=signal.SIGTERM):
+    def __init__(self, *arguments, end_signal=signal.SIGTERM, prefix=()):
+        """\param prefix  of the command, for example one that enters another network namespace"""
+        self.prefix = prefix
         self.arguments = (*self.limits_options, *arguments)
         self.end_signal = end_signal
         self.lost = False
@@ -41,7 +43,7 @@ class Camera:
         self.truth_path = pathlib.Path(self.directory.name) / "truth.jsonl"
 
     def __enter__(self):
-        command = [CAMSIM, "--truth", str(self.truth_path), *self.arguments]
+        command = [*self.prefix, CAMSIM, "--truth", str(self.truth_path), *self.arguments]
         self.process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         ready, _, _ = select.select([self.process.stdout], [], [], DEADLINE_SECONDS)
         self.ready_line = self.process.stdout.readline() if ready else ""

@@ -1,0 +1,149 @@
+# SPDX-License-Identifier: MIT
+"""The page of `mediagrabber overview` in a browser, with recordings of this machine and with a hostile one."""
+
+import http.server
+import json
+import sys
+import tempfile
+import threading
+import unittest
+
+from browser import DESKTOP, PHONE, start_browser
+from camera_process import Camera
+from overview_process import Overview
+from recorder import Recording
+from web_client import get
+
+CONFIGURATION = """
+camera.name = "left"
+[image]
+width = 640
+height = 480
+[timing]
+frame_rate_hz = 20.0
+[output]
+format = "none"
+[web]
+address = "127.0.0.1:0"
+"""
+DEAD = "http://127.0.0.1:9"
+SCRIPT = "<img src=x onerror=\"document.title='attacked'\">"
+
+
+class HostileMachine:
+    """A live page whose texts are HTML, and whose image is not one."""
+
+    def __init__(self, status):
+        for name in ("name", "state", "waiting_reason"):
+            status[name] = SCRIPT
+        body = json.dumps(status).encode()
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                image = self.path.startswith("/frame.jpg")
+                self.send_response(200)
+                self.send_header("Content-Type", "image/svg+xml" if image else "application/json")
+                self.end_headers()
+                self.wfile.write(b"<svg xmlns='http://www.w3.org/2000/svg' onload='document.title=1'/>" if image else body)
+
+            def log_message(self, *_):
+                pass
+
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.url = f"http://127.0.0.1:{self.server.server_port}"
+
+    def __enter__(self):
+        self.thread = threading.Thread(target=self.server.serve_forever)
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.server.shutdown()
+        self.thread.join()
+        self.server.server_close()
+
+
+class OverviewPage(unittest.TestCase):
+    """One overview and one browser for all tests, which run in the order of their names."""
+
+    @classmethod
+    def setUpClass(cls):
+        runtime = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.enterClassContext(Camera())
+        cls.recording = cls.enterClassContext(Recording(CONFIGURATION, environment={"XDG_RUNTIME_DIR": runtime}))
+        cls.recording.wait_for_frames(3)
+        cls.recording.wait_for_log("live page: http://")
+        cls.link = cls.recording.log.split("live page: ")[1].split()[0]
+        status = json.loads(get(int(cls.link.split(":")[2].rstrip("/")), "/status.json")[1])
+        cls.hostile = cls.enterClassContext(HostileMachine(status))
+        cls.overview = cls.enterClassContext(Overview(runtime, DEAD, cls.hostile.url))
+        cls.browser = cls.enterClassContext(start_browser())
+        cls.browser.resize(*DESKTOP)
+        cls.browser.open(cls.overview.page)
+
+    def sections(self):
+        """What the page shows of each recording, by its link."""
+        shown = self.browser.run("""
+            return [...document.querySelectorAll('main.overview > section')].map((one) => ({
+              link: one.querySelector('a').getAttribute('href'), title: one.querySelector('a').textContent,
+              state: one.querySelector('.state').textContent, kind: one.querySelector('.state').className,
+              frames: one.querySelector('.frames').textContent, losses: one.querySelector('.losses').textContent,
+              reason: one.querySelector('.reason').textContent, note: one.querySelector('.picture p').textContent,
+              source: one.querySelector('img').getAttribute('src'), width: one.querySelector('img').naturalWidth}))""")
+        return {(one["link"] or "").rstrip("/"): one for one in shown}
+
+    def section(self, link):
+        return self.sections().get(link.rstrip("/"))
+
+    def wait(self, link, condition, what):
+        """\\return what the page shows of the recording with this link, when the condition holds"""
+        self.browser.wait(lambda: (one := self.section(link)) and condition(one), f"{what} of {link}")
+        return self.section(link)
+
+    def test_1_shows_image_state_and_losses_of_a_recording_and_links_to_its_page(self):
+        one = self.wait(self.link, lambda one: one["width"] == 640, "the image")
+        self.assertEqual((one["title"], one["state"], one["kind"]), ("left", "recording", "state good"))
+        self.assertRegex(one["frames"], r"^[\d\s]+ frames saved")
+        self.assertEqual(one["reason"], "")
+        self.assertEqual(one["note"], "")
+        source = one["source"]
+        self.wait(self.link, lambda one: one["source"] != source and one["width"] == 640, "another image")
+
+    def test_2_shows_a_machine_that_does_not_respond_with_the_reason(self):
+        one = self.wait(DEAD, lambda one: one["reason"], "the reason")
+        self.assertEqual((one["state"], one["kind"]), ("not reachable", "state bad"))
+        self.assertIn("Connection refused", one["reason"])
+        self.assertEqual((one["source"], one["frames"], one["losses"]), (None, "", ""))
+        self.assertEqual(self.section(self.link)["state"], "recording")
+
+    def test_3_shows_texts_of_other_machines_as_text(self):
+        one = self.wait(self.hostile.url, lambda one: one["note"], "the error of the image")
+        self.assertEqual((one["title"], one["state"], one["reason"], one["kind"]), (SCRIPT, SCRIPT, SCRIPT, "state "))
+        self.assertEqual(one["note"], "the answer is not a JPEG image")
+        self.assertIsNone(one["source"])
+        self.assertEqual(self.browser.run("return document.title"), "mediagrabber: overview")
+        self.assertEqual(self.browser.run("return document.querySelectorAll('main.overview img[onerror]').length"), 0)
+
+    def test_4_counts_the_recordings_and_fits_a_phone(self):
+        self.browser.wait(lambda: self.browser.text("state") == "2 not recording", "the state of all")
+        self.assertEqual(self.browser.text("counts"), "1 of 3 record")
+        self.browser.resize(*PHONE, phone=True)
+        widths = self.browser.run("return [document.documentElement.scrollWidth, window.innerWidth]")
+        self.assertLessEqual(widths[0], widths[1])
+        self.browser.resize(*DESKTOP)
+
+    def test_5_loads_nothing_from_elsewhere_and_logs_no_errors(self):
+        loaded = self.browser.run("return performance.getEntriesByType('resource').map((one) => one.name)")
+        self.assertGreater(len(loaded), 3)
+        self.assertEqual([one for one in loaded if not one.startswith(self.overview.page)], [])
+        self.assertEqual(self.browser.console_errors(), [])
+
+    def test_6_shows_that_a_recording_has_ended_and_that_the_overview_has(self):
+        self.assertEqual(self.recording.stop(), 0, self.recording.log)
+        self.browser.wait(lambda: self.section(self.link) is None, "the end of the recording")
+        self.assertEqual(self.overview.stop(), 0, self.overview.log)
+        self.browser.wait(lambda: self.browser.text("state") == "the overview is not reachable", "the end of the overview")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])

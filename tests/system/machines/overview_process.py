@@ -1,0 +1,92 @@
+# SPDX-License-Identifier: MIT
+"""`mediagrabber overview` as a child process, and another machine: a network namespace behind a pair of virtual interfaces."""
+
+import json
+import os
+import re
+import signal
+import subprocess
+import threading
+
+from camera_process import Camera
+from recorder import Recording
+from recording_process import MEDIAGRABBER
+from waiting import wait_for
+from web_client import get
+
+
+class Overview:
+    """Leaving the context kills a process that still runs. `log` is its output so far."""
+
+    def __init__(self, runtime, *arguments):
+        self.command = [MEDIAGRABBER, "overview", "--web", "127.0.0.1:0", *map(str, arguments)]
+        self.environment = {**os.environ, "XDG_RUNTIME_DIR": str(runtime)}
+        self.log = ""
+
+    def __enter__(self):
+        self.process = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.environment)
+        self.reader = threading.Thread(target=self._read)
+        self.reader.start()
+        wait_for(lambda: "overview: http://" in self.log or self.process.poll() is not None, "the overview")
+        self.port = int(re.search(r"overview: http://127.0.0.1:(\d+)/", self.log)[1])
+        self.page = f"http://127.0.0.1:{self.port}/"
+        return self
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.log += line
+
+    def __exit__(self, *_):
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+        self.reader.join()
+        self.process.stdout.close()
+
+    def stop(self):
+        """\\return the exit status"""
+        self.process.send_signal(signal.SIGTERM)
+        return self.process.wait(60)
+
+    def get(self, path):
+        return get(self.port, path)
+
+    def recordings(self):
+        return json.loads(self.get("/overview.json")[1])["recordings"]
+
+    def by_link(self, link):
+        """\\return the recording whose live page has this address"""
+        return next(one for one in self.recordings() if one["link"] and one["link"].rstrip("/") == link.rstrip("/"))
+
+    def images_of(self):
+        """\\return the names of the recordings that have an image"""
+        return {one["summary"]["name"] for one in self.recordings() if one["image"] > 0}
+
+
+class AnotherMachine:
+    """Its address, with cameras and recordings that run there. Nobody has the unused address."""
+
+    address = "10.77.0.12"
+    unused_address = "10.77.0.13"
+
+    def __enter__(self):
+        self.process = subprocess.Popen(["unshare", "--net", "sleep", "infinity"])
+        own = os.readlink("/proc/self/ns/net")
+        wait_for(lambda: os.readlink(f"/proc/{self.process.pid}/ns/net") != own, "the other machine")
+        self.enter = ["nsenter", "--target", str(self.process.pid), "--net"]
+        for command in (["ip", "link", "add", "other", "type", "veth", "peer", "name", "eth0", "netns", str(self.process.pid)],
+                        ["ip", "address", "add", "10.77.0.1/24", "dev", "other"], ["ip", "link", "set", "other", "up"],
+                        [*self.enter, "ip", "link", "set", "lo", "up"], [*self.enter, "ip", "link", "set", "eth0", "up"],
+                        [*self.enter, "ip", "address", "add", f"{self.address}/24", "dev", "eth0"]):
+            subprocess.run(command, check=True)
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+
+    def camera(self, *arguments):
+        return Camera(*arguments, prefix=self.enter)
+
+    def recording(self, configuration, *arguments, **options):
+        return Recording(configuration, *arguments, prefix=self.enter, **options)

@@ -1,0 +1,97 @@
+# SPDX-License-Identifier: MIT
+"""`mediagrabber overview`: recordings of this machine and of another one, and one machine that does not respond."""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from camera_process import Camera
+from overview_process import AnotherMachine, Overview
+from recorder import Recording
+from recording_process import MEDIAGRABBER
+from waiting import wait_for
+
+CONFIGURATION = """
+camera.name = "{name}"
+[image]
+width = 160
+height = 120
+[timing]
+frame_rate_hz = 20.0
+[output]
+format = "none"
+[web]
+address = "{address}"
+"""
+TOKEN = "a-token-of-the-tests-0123456789"
+
+
+class Recordings(unittest.TestCase):
+    def setUp(self):
+        self.directory = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.runtime = self.directory / "runtime"
+        self.runtime.mkdir()
+
+    def token_file(self):
+        path = self.directory / "token"
+        path.touch(mode=0o600)
+        path.write_text(TOKEN + "\n")
+        return path
+
+    def local(self, name, *arguments):
+        text = CONFIGURATION.format(name=name, address="127.0.0.1:0")
+        return Recording(text, *arguments, environment={"XDG_RUNTIME_DIR": str(self.runtime)})
+
+    def test_of_two_machines_are_shown_and_one_does_not_respond(self):
+        machine = self.enterContext(AnotherMachine())
+        remote = CONFIGURATION.format(name="right", address=f"{machine.address}:8080")
+        self.enterContext(Camera())
+        self.enterContext(machine.camera())
+        left = self.enterContext(self.local("left"))
+        right = self.enterContext(machine.recording(remote, "--web-token", self.token_file()))
+        left.wait_for_frames(3)
+        right.wait_for_frames(3)
+        file = self.directory / "machines.toml"
+        file.write_text(f'[[machine]]\npage = "http://{machine.address}:8080"\nname = "cell 2"\ntoken_file = "token"\n')
+        dead = f"http://{machine.unused_address}:8080"
+        with Overview(self.runtime, dead, "--machines", file) as overview:
+            complete = lambda: overview.images_of() == {"left", "right"}
+            wait_for(complete, "images of both recordings")
+            one = {recording["place"]: recording for recording in overview.recordings()}["cell 2"]
+            self.assertEqual((one["summary"]["name"], one["summary"]["state"]), ("right", "recording"))
+            self.assertEqual(one["link"], f"http://{machine.address}:8080/")
+            wait_for(lambda: overview.by_link(dead)["error"], "the error of the machine that does not respond")
+            self.assertRegex(overview.by_link(dead)["error"], "no complete answer within 3 s|No route to host")
+            self.assertEqual(overview.images_of(), {"left", "right"})
+            image = overview.get(f"/image.jpg?id={one['id']}")[1]
+            self.assertTrue(image.startswith(b"\xff\xd8\xff"))
+            self.assertEqual(right.stop(), 0, right.log)
+            wait_for(lambda: "Connection refused" in overview.by_link(one["link"])["error"], "the end of the other recording")
+            self.assertEqual(left.stop(), 0, left.log)
+            wait_for(lambda: len(overview.recordings()) == 2, "the end of the recording of this machine")
+            self.assertEqual(overview.stop(), 0, overview.log)
+
+
+class CommandLine(unittest.TestCase):
+    def error_of(self, *arguments, status=2):
+        done = subprocess.run([MEDIAGRABBER, "overview", *arguments], capture_output=True, text=True, timeout=60)
+        self.assertEqual(done.returncode, status, done.stderr)
+        return done.stderr
+
+    def test_refuses_what_it_cannot_serve_or_ask(self):
+        self.assertIn("--web 0.0.0.0:8090 is reachable from other machines and needs", self.error_of("--web", "0.0.0.0:8090"))
+        self.assertIn("expected ADDRESS:PORT", self.error_of("--web", "8090"))
+        self.assertIn("expected http://HOST[:PORT]", self.error_of("file:///etc/passwd"))
+        self.assertIn("/none.toml: cannot be opened", self.error_of("--machines", "/none.toml"))
+        self.assertIn("http://a/ is given twice", self.error_of("http://a", "http://a/"))
+        self.assertIn("/none: No such file", self.error_of("--web-token", "/none", status=11))
+
+    def test_needs_an_address_that_is_free(self):
+        with Overview(tempfile.gettempdir()) as overview:
+            self.assertIn("another program uses it", self.error_of("--web", f"127.0.0.1:{overview.port}", status=11))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])
