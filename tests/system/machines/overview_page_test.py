@@ -1,16 +1,14 @@
 # SPDX-License-Identifier: MIT
 """The page of `mediagrabber overview` in a browser, with recordings of this machine and with a hostile one."""
 
-import http.server
 import json
 import sys
 import tempfile
-import threading
 import unittest
 
 from browser import DESKTOP, PHONE, start_browser
 from camera_process import Camera
-from overview_process import Overview
+from overview_process import Overview, ScriptedPage
 from recorder import Recording
 from web_client import get
 
@@ -30,37 +28,11 @@ DEAD = "http://127.0.0.1:9"
 SCRIPT = "<img src=x onerror=\"document.title='attacked'\">"
 
 
-class HostileMachine:
-    """A live page whose texts are HTML, and whose image is not one."""
-
-    def __init__(self, status):
-        for name in ("name", "state", "waiting_reason"):
-            status[name] = SCRIPT
-        body = json.dumps(status).encode()
-
-        class Handler(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):
-                image = self.path.startswith("/frame.jpg")
-                self.send_response(200)
-                self.send_header("Content-Type", "image/svg+xml" if image else "application/json")
-                self.end_headers()
-                self.wfile.write(b"<svg xmlns='http://www.w3.org/2000/svg' onload='document.title=1'/>" if image else body)
-
-            def log_message(self, *_):
-                pass
-
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-        self.url = f"http://127.0.0.1:{self.server.server_port}"
-
-    def __enter__(self):
-        self.thread = threading.Thread(target=self.server.serve_forever)
-        self.thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self.server.shutdown()
-        self.thread.join()
-        self.server.server_close()
+def hostile_page(status):
+    """\return a live page whose texts are HTML, and whose image is a script"""
+    texts = dict.fromkeys(("name", "state", "waiting_reason"), SCRIPT)
+    image = b"<svg xmlns='http://www.w3.org/2000/svg' onload='document.title=1'/>"
+    return ScriptedPage({"/status.json": ("application/json", json.dumps({**status, **texts}).encode()), "/frame.jpg": ("image/svg+xml", image)})
 
 
 class OverviewPage(unittest.TestCase):
@@ -75,7 +47,7 @@ class OverviewPage(unittest.TestCase):
         cls.recording.wait_for_log("live page: http://")
         cls.link = cls.recording.log.split("live page: ")[1].split()[0]
         status = json.loads(get(int(cls.link.split(":")[2].rstrip("/")), "/status.json")[1])
-        cls.hostile = cls.enterClassContext(HostileMachine(status))
+        cls.hostile = cls.enterClassContext(hostile_page(status))
         cls.overview = cls.enterClassContext(Overview(runtime, DEAD, cls.hostile.url))
         cls.browser = cls.enterClassContext(start_browser())
         cls.browser.resize(*DESKTOP)

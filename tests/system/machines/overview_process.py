@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """`mediagrabber overview` as a child process, and another machine: a network namespace behind a pair of virtual interfaces."""
 
+import http.server
 import json
 import os
 import re
@@ -61,6 +62,45 @@ class Overview:
     def images_of(self):
         """\\return the names of the recordings that have an image"""
         return {one["summary"]["name"] for one in self.recordings() if one["image"] > 0}
+
+
+class ScriptedPage:
+    """An HTTP server at 127.0.0.1 instead of a live page.
+
+    \param answers  pairs of type and body by path, without the query
+    \param tls      context of an HTTPS server; null: HTTP
+    """
+
+    def __init__(self, answers, tls=None):
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                kind, body = answers[self.path.split("?")[0]]
+                self.send_response(200)
+                self.send_header("Content-Type", kind)
+                self.end_headers()
+                self.wfile.write(body)
+
+            def log_message(self, *_):
+                pass
+
+        class Server(http.server.ThreadingHTTPServer):
+            def handle_error(self, *_):
+                """A client that refuses the certificate is no error of the test."""
+
+        self.server = Server(("127.0.0.1", 0), Handler)
+        if tls is not None:
+            self.server.socket = tls.wrap_socket(self.server.socket, server_side=True)
+        self.url = f"{'https' if tls else 'http'}://127.0.0.1:{self.server.server_port}"
+
+    def __enter__(self):
+        self.thread = threading.Thread(target=self.server.serve_forever)
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.server.shutdown()
+        self.thread.join()
+        self.server.server_close()
 
 
 class AnotherMachine:

@@ -1,14 +1,16 @@
 # SPDX-License-Identifier: MIT
 """`mediagrabber overview`: recordings of this machine and of another one, and one machine that does not respond."""
 
+import json
 import pathlib
+import ssl
 import subprocess
 import sys
 import tempfile
 import unittest
 
 from camera_process import Camera
-from overview_process import AnotherMachine, Overview
+from overview_process import AnotherMachine, Overview, ScriptedPage
 from recorder import Recording
 from recording_process import MEDIAGRABBER
 from waiting import wait_for
@@ -72,6 +74,36 @@ class Recordings(unittest.TestCase):
             self.assertEqual(left.stop(), 0, left.log)
             wait_for(lambda: len(overview.recordings()) == 2, "the end of the recording of this machine")
             self.assertEqual(overview.stop(), 0, overview.log)
+
+
+class Https(unittest.TestCase):
+    STATUS = {"name": "cell", "state": "recording", "waiting_reason": None, "uptime_s": 1, "rates": {"frames_per_s": None},
+              "counts": dict.fromkeys(("saved", "wanted", "dropped_queue_full", "dropped_write_error", "packets_lost", "empty_fetches"), 0)}
+
+    def certificate(self, directory):
+        """\return a context with a certificate for 127.0.0.1, and the certificate's file"""
+        key, file = directory / "key.pem", directory / "certificate.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "1",
+                        "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", file],
+                       check=True, capture_output=True)
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(file, key)
+        return context, file
+
+    def test_needs_a_certificate_of_an_authority_of_the_system(self):
+        directory = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        tls, file = self.certificate(directory)
+        answers = {"/status.json": ("application/json", json.dumps(self.STATUS).encode()), "/frame.jpg": ("image/jpeg", b"\xff\xd8\xff")}
+        with ScriptedPage(answers, tls) as page:
+            with Overview(directory, page.url) as overview:
+                wait_for(lambda: overview.recordings()[0]["error"], "the refusal")
+                self.assertIn("certificate", overview.recordings()[0]["error"])
+                self.assertIsNone(overview.recordings()[0]["summary"])
+            authorities = "/etc/ssl/certs/ca-certificates.crt"
+            subprocess.run(["mount", "--bind", file, authorities], check=True)
+            self.addCleanup(subprocess.run, ["umount", authorities], check=True)
+            with Overview(directory, page.url) as overview:
+                wait_for(lambda: overview.images_of() == {"cell"}, "the image")
 
 
 class CommandLine(unittest.TestCase):
