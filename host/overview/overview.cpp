@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
-#include <ranges>
 #include <utility>
 
 #include "config/web_address.hpp"
@@ -150,9 +149,8 @@ std::string overview::response() {
         add_image(shown, latest);
     }
     std::lock_guard const lock(mutex_);
-    for (auto const& one : local_ | std::views::values) {
-        auto& shown =
-            list.emplace_back(entry(one.id, one.found.place, one.found.link.empty() ? one.found.page : one.found.link));
+    for (auto const& [place, one] : local_) {
+        auto& shown = list.emplace_back(entry(one.id, place, one.found.link.empty() ? one.found.page : one.found.link));
         add_status(shown, one.found);
         shown["image_error"] = one.image_error;
         if (one.watch != nullptr) {
