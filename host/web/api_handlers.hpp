@@ -14,7 +14,7 @@
 #include "status/frame_history.hpp"
 #include "status/log_buffer.hpp"
 #include "status/recording_status.hpp"
-#include "web/preview.hpp"
+#include "images/preview.hpp"
 
 namespace mediagrabber {
 

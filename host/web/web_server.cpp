@@ -20,9 +20,9 @@
 #include "web/address_limiter.hpp"
 #include "web/api_handlers.hpp"
 #include "web/http_server.hpp"
-#include "web/latest_frame.hpp"
+#include "images/latest_frame.hpp"
 #include "web/page_files.hpp"
-#include "web/preview.hpp"
+#include "images/preview.hpp"
 #include "web/web_listener.hpp"
 #include "web/web_sessions.hpp"
 

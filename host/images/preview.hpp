@@ -9,8 +9,8 @@
 #include <string>
 
 #include "frames/frame_record.hpp"
-#include "web/frame_image.hpp"
-#include "web/latest_frame.hpp"
+#include "images/frame_image.hpp"
+#include "images/latest_frame.hpp"
 
 namespace mediagrabber {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "web/frame_image.hpp"
+#include "images/frame_image.hpp"
 
 #include <gtest/gtest.h>
 #include <turbojpeg.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "web/latest_frame.hpp"
+#include "images/latest_frame.hpp"
 
 namespace mediagrabber {
 

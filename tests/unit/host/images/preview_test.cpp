@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "web/preview.hpp"
+#include "images/preview.hpp"
 
 #include <gtest/gtest.h>
 
