@@ -12,8 +12,8 @@
 
 namespace mediagrabber {
 
-/// Passes the latest frame to the preview. A frame is held only while a client waits or has waited during the last half
-/// second, so without viewers no buffer is occupied and no pixels are requested.
+/// Passes the latest frame to viewers: previews and snapshots. A frame is held only while a client waits or has waited
+/// during the last half second, so without viewers no buffer is occupied and no pixels are requested.
 ///
 /// on_frame() runs on the exporter's thread, everything else on any.
 class latest_frame final : public frame_observer_like {
@@ -22,8 +22,9 @@ public:
 
     void on_frame(frame_lease const& frame) noexcept override;
     bool needs_pixels() const override;
-    /// \return 3: the latest frame, and one in each of the two previews (full scale, stretched)
-    std::size_t max_frames_held() const override { return 3; }
+    /// \return 4: the latest frame, one in each of the two previews (full scale, stretched), and one of which a
+    /// snapshot is being made
+    std::size_t max_frames_held() const override { return 4; }
 
     /// Waits for a frame with pixels.
     /// \param known  number of the frame that the client already has

@@ -10,11 +10,11 @@
 
 #include "config/configuration.hpp"
 #include "control/control_message.hpp"
+#include "images/preview.hpp"
 #include "plugin/tone_curve.hpp"
 #include "status/frame_history.hpp"
 #include "status/log_buffer.hpp"
 #include "status/recording_status.hpp"
-#include "images/preview.hpp"
 
 namespace mediagrabber {
 

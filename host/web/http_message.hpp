@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -38,6 +39,9 @@ struct http_response {
     int status = 200;
     std::map<std::string, std::string> headers;
     std::string body;
+    /// If set, the response has no end, and its body consists of what this function returns; null: nothing yet. It must
+    /// not wait. http_server::resume_streams() makes the server call it again.
+    std::function<std::shared_ptr<std::string const>()> next_part{};
 
     void set_header(std::string name, std::string value) {
         headers.insert_or_assign(std::move(name), std::move(value));

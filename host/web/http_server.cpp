@@ -25,6 +25,7 @@ constexpr std::chrono::milliseconds drain_time{200};
 constexpr std::size_t drain_bytes = 64 * 1024;
 /// For responses that are being sent when the server stops, for example that to the request to stop.
 constexpr std::chrono::milliseconds stop_time{300};
+constexpr std::size_t stream_block_bytes = 64 * 1024;
 constexpr int too_large = 413;
 constexpr int failed = 500;
 constexpr int unavailable = 503;
@@ -40,6 +41,8 @@ struct http_server::exchange {
     http_response response;
     bool body_too_large = false;
     bool dispatched = false;
+    std::shared_ptr<std::string const> part{};  ///< of a stream
+    std::size_t sent = 0;                       ///< bytes of the part
 
     void respond(std::function<void()> const& handle) {
         try {
@@ -53,6 +56,7 @@ struct http_server::exchange {
     bool is_answered_early();
     MHD_Result dispatch();
     MHD_Result send();
+    ssize_t read_stream(char* into, std::size_t space);
     void enter(phase next, clock::time_point until) const {
         std::lock_guard const lock(server.mutex_);
         of->state = next;
@@ -69,6 +73,11 @@ struct http_server::callbacks {
     static void on_completed(void* /*self*/, MHD_Connection* /*connection*/, void** begun,
                              MHD_RequestTerminationCode /*why*/) {
         delete static_cast<exchange*>(std::exchange(*begun, nullptr));
+    }
+    static ssize_t on_stream(void* of, std::uint64_t /*position*/, char* into, std::size_t space) try {
+        return static_cast<exchange*>(of)->read_stream(into, space);
+    } catch (std::exception const&) {
+        return MHD_CONTENT_READER_END_WITH_ERROR;  // no image: ends the connection, and a new one gets the reason
     }
     static MHD_Result on_header(void* into, MHD_ValueKind, char const* name, char const* value) {
         static_cast<http_request*>(into)->headers.emplace(name, value == nullptr ? "" : value);
@@ -179,7 +188,10 @@ MHD_Result http_server::exchange::send() {
     server.handlers_.before_send(response);
     response.set_header("Connection", "close");
     std::unique_ptr<MHD_Response, decltype(&MHD_destroy_response)> const made(
-        MHD_create_response_from_buffer(response.body.size(), response.body.data(), MHD_RESPMEM_PERSISTENT),
+        response.next_part
+            ? MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, stream_block_bytes, &callbacks::on_stream, this,
+                                                nullptr)
+            : MHD_create_response_from_buffer(response.body.size(), response.body.data(), MHD_RESPMEM_PERSISTENT),
         &MHD_destroy_response);
     if (made == nullptr) {
         return MHD_NO;  // no memory: ends the connection
@@ -191,6 +203,42 @@ MHD_Result http_server::exchange::send() {
     }
     enter(phase::sends, clock::now() + server.limits_.response);
     return MHD_queue_response(connection, static_cast<unsigned>(response.status), made.get());
+}
+
+/// Copies the next bytes of a stream. Without any, suspends the connection until resume_streams().
+ssize_t http_server::exchange::read_stream(char* into, std::size_t space) {
+    std::lock_guard const lock(server.mutex_);
+    if (server.stopped_ || of->ended) {
+        return MHD_CONTENT_READER_END_OF_STREAM;
+    }
+    if (!part || sent == part->size()) {
+        part = response.next_part();
+        sent = 0;
+        if (!part) {
+            of->state = phase::waits_for_part;
+            of->until = clock::time_point::max();
+            MHD_suspend_connection(connection);
+            server.waiting_streams_.push_back(this);
+            return 0;
+        }
+        of->state = phase::sends;
+        of->until = clock::now() + server.limits_.response;
+    }
+    auto const bytes = part->copy(into, space, sent);
+    sent += bytes;
+    return static_cast<ssize_t>(bytes);
+}
+
+/// A suspended connection cannot end, so the exchanges live until they are resumed.
+void http_server::resume_streams() {
+    std::vector<exchange*> waiting;
+    {
+        std::lock_guard const lock(mutex_);
+        waiting.swap(waiting_streams_);
+    }
+    for (auto const* const one : waiting) {
+        MHD_resume_connection(one->connection);
+    }
 }
 
 http_server::http_server(http_limits const& limits, http_handlers handlers)
@@ -304,6 +352,13 @@ void http_server::add(file_handle connection, std::string const& remote) {
     }
 }
 
+/// The library does not notice that the client of a suspended connection has disconnected.
+bool http_server::is_gone(client const& one) {
+    char next = 0;
+    auto const got = recv(one.connection.get(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
+    return got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR);
+}
+
 /// Reads and discards what has arrived. \return whether the connection can be closed
 bool http_server::is_drained(client& one, clock::time_point now) {
     std::array<char, 4096> unread{};
@@ -321,7 +376,22 @@ bool http_server::is_drained(client& one, clock::time_point now) {
 }
 
 bool http_server::end_overdue() {
-    std::lock_guard const lock(mutex_);
+    bool has_ended_streams = false;
+    bool has_clients = false;
+    {
+        std::lock_guard const lock(mutex_);
+        has_ended_streams = end_overdue_clients();
+        has_clients = !clients_.empty();
+    }
+    if (has_ended_streams) {
+        resume_streams();
+    }
+    return has_clients;
+}
+
+/// Called with the mutex locked. \return whether it has disconnected clients whose streams wait
+bool http_server::end_overdue_clients() {
+    bool has_ended_streams = false;
     auto const now = clock::now();
     for (auto one = clients_.begin(); one != clients_.end();) {
         auto const here = one++;
@@ -329,11 +399,14 @@ bool http_server::end_overdue() {
             if (is_drained(*here, now)) {
                 clients_.erase(here);
             }
+        } else if (here->state == phase::waits_for_part && !here->ended && is_gone(*here)) {
+            disconnect(*here);
+            has_ended_streams = true;
         } else if (now >= here->until) {
             disconnect(*here);
         }
     }
-    return !clients_.empty();
+    return has_ended_streams;
 }
 
 void http_server::stop() {
@@ -342,10 +415,13 @@ void http_server::stop() {
         stopped_ = true;
         work_waits_.notify_all();
         for (client& one : clients_) {
-            if (one.state == phase::receives) {
+            if (one.state == phase::receives || one.state == phase::waits_for_part) {
                 disconnect(one);
             }
         }
+        lock.unlock();
+        resume_streams();  // none waits again, because the server has stopped
+        lock.lock();
         closed_.wait_for(lock, stop_time, [this] { return by_copy_.empty(); });
         for (client& one : clients_) {
             disconnect(one);

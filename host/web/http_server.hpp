@@ -35,7 +35,7 @@ struct http_handlers {
 
 struct http_limits {
     std::chrono::milliseconds request{5'000};    ///< to receive the complete request
-    std::chrono::milliseconds response{10'000};  ///< to send the complete response
+    std::chrono::milliseconds response{10'000};  ///< to send the complete response, or one part of a stream
     std::size_t header_bytes = 32 * 1024;
     std::size_t body_bytes = 16 * 1024;
     std::size_t connections = 192;             ///< two descriptors each; a process has 1024 unless its limit is raised
@@ -47,6 +47,9 @@ struct http_limits {
 /// One thread of the library receives requests and sends responses of all clients, so a client that sends or reads
 /// slowly occupies no thread. Complete requests are handled by a fixed number of working threads; meanwhile the library
 /// suspends the connection. All threads run at idle priority, because the recording comes first.
+///
+/// A stream is a response without an end. While it has no part to send, the library suspends its connection. Each part
+/// has the time limit of a response.
 ///
 /// The library's time-out starts again with each byte. The limits here apply to a request and a response as a whole;
 /// they are enforced by end_overdue(), which the thread that accepts connections calls. A client above the limit of its
@@ -68,6 +71,8 @@ public:
     /// while it returns true.
     /// \return whether there are clients
     bool end_overdue();
+    /// Sends the next parts of streams that wait for one. Any thread may call it.
+    void resume_streams();
     /// Disconnects all clients. Responses that are being sent get a moment, clients that do not read them get no more.
     /// Blocks until running handlers have returned. No thread may call add() any more.
     void stop();
@@ -76,7 +81,7 @@ private:
     using clock = std::chrono::steady_clock;
     struct exchange;
     struct callbacks;
-    enum class phase : std::uint8_t { receives, is_handled, sends, drains };
+    enum class phase : std::uint8_t { receives, is_handled, sends, waits_for_part, drains };
 
     /// A connection. The library owns a duplicate of the descriptor: after it has closed that one, this one drains.
     struct client {
@@ -93,7 +98,9 @@ private:
     void handle(exchange& one);
     bool make_place(std::string const& remote);
     bool disconnect_oldest(std::string const* remote);
+    bool end_overdue_clients();
     static void disconnect(client& one);
+    static bool is_gone(client const& one);
     static bool is_drained(client& one, clock::time_point now);
 
     http_limits const limits_;
@@ -105,6 +112,7 @@ private:
     clients clients_;                           ///< oldest first
     std::map<int, clients::iterator> by_copy_;  ///< by the library's descriptor
     std::deque<exchange*> waiting_;             ///< complete requests without a thread
+    std::vector<exchange*> waiting_streams_;    ///< suspended until the next part
     bool stopped_ = false;
     std::vector<std::jthread> threads_;
 };

@@ -15,14 +15,18 @@
 
 #include "base/host_log.hpp"
 #include "control/control_message.hpp"
+#include "images/frame_snapshots.hpp"
+#include "images/full_pixels.hpp"
+#include "images/latest_frame.hpp"
+#include "images/preview.hpp"
 #include "web/access_control.hpp"
 #include "web/access_token.hpp"
 #include "web/address_limiter.hpp"
 #include "web/api_handlers.hpp"
 #include "web/http_server.hpp"
-#include "images/latest_frame.hpp"
+#include "web/image_stream.hpp"
 #include "web/page_files.hpp"
-#include "images/preview.hpp"
+#include "web/still_request.hpp"
 #include "web/web_listener.hpp"
 #include "web/web_sessions.hpp"
 
@@ -34,9 +38,13 @@ using clock = std::chrono::steady_clock;
 
 // More threads than images and changes can occupy together, so that some are always free for the status and a stop.
 constexpr std::size_t threads = 48;
-constexpr std::size_t max_images = 32;              ///< concurrent requests for the live image
+constexpr std::size_t max_images = 32;              ///< concurrent requests for the live image and for tiles
 constexpr std::size_t max_images_per_address = 24;  ///< leaves images to viewers at other addresses
-constexpr std::size_t max_changes = 6;              ///< concurrent changes
+constexpr std::size_t max_files = 4;  ///< concurrent requests for whole frames in full depth: bounds the memory
+constexpr std::size_t max_files_per_address = 3;
+constexpr std::size_t max_streams = 8;  ///< concurrent viewers of the stream
+constexpr std::size_t max_streams_per_address = 6;
+constexpr std::size_t max_changes = 6;  ///< concurrent changes
 constexpr std::size_t max_changes_per_address = 4;
 constexpr std::chrono::seconds listen_interval{2};  ///< between attempts to listen
 constexpr std::chrono::seconds max_image_wait{2};
@@ -55,6 +63,7 @@ enum status_code : int {
     forbidden = 403,
     not_found = 404,
     conflict = 409,
+    gone = 410,
     unsupported_type = 415,
     too_many = 429,
     busy = 503
@@ -137,6 +146,7 @@ public:
         add_login();
         if (of_recording_) {
             add_resources();
+            add_stills();
             add_controls();
         } else {
             add_pages(*pages);
@@ -162,6 +172,9 @@ public:
         latest_.cancel();
         full_scale_.cancel();
         stretched_.cancel();
+        snapshots_.cancel();
+        full_scale_stream_.stop();
+        stretched_stream_.stop();
         if (listener_ != nullptr) {
             listener_->stop();
         }
@@ -187,6 +200,10 @@ private:
     void add_resources();
     void add_controls();
     void send_image(http_request const& request, http_response& response);
+    void send_stream(http_request const& request, http_response& response);
+    void add_still(char const* path, std::function<still_request(http_request const&)> read,
+                   std::function<void(frame_view const&, still_request const&, http_response&)> encode);
+    void add_stills();
     void send_status(http_response& response);
     void send_history(http_request const& request, http_response& response) const;
     void send_log(http_request const& request, http_response& response) const;
@@ -206,10 +223,15 @@ private:
     latest_frame latest_;
     preview full_scale_{latest_, preview::window::full_scale};
     preview stretched_{latest_, preview::window::stretched};
+    frame_snapshots snapshots_{latest_};
     web_sessions sessions_;
     address_limiter images_{max_images, max_images_per_address};
+    address_limiter files_{max_files, max_files_per_address};
+    address_limiter streams_{max_streams, max_streams_per_address};
     address_limiter changes_{max_changes, max_changes_per_address};
-    http_server server_;
+    image_stream full_scale_stream_{full_scale_, [this] { server_.resume_streams(); }};
+    image_stream stretched_stream_{stretched_, [this] { server_.resume_streams(); }};
+    http_server server_;     ///< its responses refer to the streams
     std::jthread attempts_;  ///< to listen; while it runs, listener_, token_ and cookie_ are its own
 };
 
@@ -278,19 +300,23 @@ std::string web_server::site::client_of(http_request const& request) const {
 /// responses cannot occupy more.
 /// \return whether the client must retry; the response is complete then
 bool web_server::site::is_occupied(http_request& request, http_response& response) {
-    bool const image = request.path == "/frame.jpg";
+    bool const file = request.path == "/frame.tif" || request.path == "/frame.png";
+    bool const stream = request.path == "/stream.mjpg";
+    bool const image = request.path == "/frame.jpg" || request.path == "/tile.raw" || file || stream;
     bool const change = request.path == "/control/set" || request.path == "/control/lut" ||
                         request.path == "/control/reload";  // not a stop: it must work during other changes
     if (!image && !change) {
         return false;
     }
-    request.held = (image ? images_ : changes_).acquire(client_of(request));
+    auto& limit = file ? files_ : stream ? streams_ : image ? images_ : changes_;
+    request.held = limit.acquire(client_of(request));
     if (request.held != nullptr) {
         return false;
     }
     response.set_header("Retry-After", "1");
     if (image) {
-        answer(response, busy, "too many viewers, try again");
+        answer(response, busy,
+               stream ? "too many viewers of the stream, try again or use /frame.jpg" : "too many viewers, try again");
     } else {
         response.status = busy;
         response.set_content(
@@ -420,6 +446,8 @@ void web_server::site::add_login() {
 void web_server::site::add_resources() {
     route("GET", "/frame.jpg",
           [this](http_request const& request, http_response& response) { send_image(request, response); });
+    route("GET", "/stream.mjpg",
+          [this](http_request const& request, http_response& response) { send_stream(request, response); });
     route("GET", "/status.json", [this](http_request const&, http_response& response) { send_status(response); });
     route("GET", "/history.json",
           [this](http_request const& request, http_response& response) { send_history(request, response); });
@@ -451,6 +479,68 @@ void web_server::site::send_image(http_request const& request, http_response& re
     response.set_header("X-Timestamp-Us", std::to_string(image->record.timestamp_us));
     response.set_header("X-Window", std::to_string(image->shown.black) + " " + std::to_string(image->shown.white));
     response.set_content(std::string(image->jpeg.begin(), image->jpeg.end()), "image/jpeg");
+}
+
+/// Images until the client disconnects or the recording ends.
+void web_server::site::send_stream(http_request const& request, http_response& response) {
+    auto& stream = request.parameter("window") == "stretched" ? stretched_stream_ : full_scale_stream_;
+    response.set_header("Content-Type", image_stream::content_type);
+    response.set_header("X-Accel-Buffering", "no");  // a proxy must not collect images
+    response.next_part = stream.open();
+}
+
+/// \param read    the query \param encode  fills the response
+void web_server::site::add_still(char const* path, std::function<still_request(http_request const&)> read,
+                                 std::function<void(frame_view const&, still_request const&, http_response&)> encode) {
+    route("GET", path,
+          [this, read = std::move(read), encode = std::move(encode)](http_request const& request,
+                                                                     http_response& response) {
+              try {
+                  auto const wanted = read(request);
+                  auto const found = wanted.frame ? snapshots_.held(*wanted.frame)
+                                                  : snapshots_.next(wanted.after, clock::now() + max_image_wait);
+                  if (!found && wanted.frame) {
+                      return answer(response, gone,
+                                    "frame " + std::to_string(*wanted.frame) +
+                                        " is not held (any more): only the last few frames are that a request without "
+                                        "\"frame\" has returned");
+                  }
+                  if (!found) {
+                      response.status = no_content;
+                      return;
+                  }
+                  auto const& record = found->record;
+                  encode(found->view(), wanted, response);
+                  response.set_header("X-Frame", std::to_string(record.number));
+                  response.set_header("X-Timestamp-Us", std::to_string(record.timestamp_us));
+                  response.set_header("X-Frame-Size",
+                                      std::to_string(record.width) + " " + std::to_string(record.height));
+                  response.set_header("X-Pixel-Format", std::string(record.format->name));
+                  response.set_header("X-Significant-Bits", std::to_string(record.format->significant_bits));
+              } catch (still_refused const& refused) {
+                  answer(response, bad_request, refused.what());
+              }
+          });
+}
+
+void web_server::site::add_stills() {
+    auto const without_8_bits = [](http_request const& request) { return read_image_request(request, false); };
+    auto const with_8_bits = [](http_request const& request) { return read_image_request(request, true); };
+    add_still("/frame.tif", without_8_bits, [](auto const& frame, auto const& wanted, auto& response) {
+        response.set_content(encode_tiff(all_pixels(frame, wanted.colour)), "image/tiff");
+    });
+    add_still("/frame.png", with_8_bits, [](auto const& frame, auto const& wanted, auto& response) {
+        auto const pixels =
+            wanted.in_8_bits ? all_pixels_in_8_bits(frame, wanted.colour) : all_pixels(frame, wanted.colour);
+        response.set_content(encode_png(pixels), "image/png");
+    });
+    add_still("/tile.raw", read_tile_request, [](auto const& frame, auto const& wanted, auto& response) {
+        check_tile(wanted, frame.record);
+        auto tile = part_of(frame, wanted.part, wanted.by);
+        response.set_header("X-Tile-Size", std::to_string(tile.width) + " " + std::to_string(tile.height));
+        response.set_header("X-Bits", std::to_string(tile.bits));
+        response.set_content(std::move(tile.values), "application/octet-stream");
+    });
 }
 
 void web_server::site::send_status(http_response& response) {

@@ -25,9 +25,16 @@ protected:
                                   return false;
                               },
                           .complete =
-                              [](http_request const& request, http_response& response) {
+                              [this](http_request const& request, http_response& response) {
                                   if (request.path == "/failure") {
                                       throw std::runtime_error("no");
+                                  }
+                                  if (request.path == "/stream") {
+                                      response.next_part = [this, known = std::size_t{0}]() mutable {
+                                          std::lock_guard const lock(mutex);
+                                          return known < parts.size() ? parts[known++] : nullptr;
+                                      };
+                                      return;
                                   }
                                   response.set_content(std::string(request.path == "/large" ? 16'000'000 : 1, 'x'),
                                                        "text/plain");
@@ -47,10 +54,18 @@ protected:
         std::lock_guard const lock(mutex);
         return !held.expired();
     }
+    void add_part(std::string const& text) {
+        {
+            std::lock_guard const lock(mutex);
+            parts.push_back(std::make_shared<std::string const>(text));
+        }
+        server.resume_streams();
+    }
     httplib::Client client() const { return httplib::Client("127.0.0.1", listener.at().port); }
 
     std::mutex mutex;
     std::weak_ptr<void> held;
+    std::vector<std::shared_ptr<std::string const>> parts;  ///< of the stream
     web_listener listener{parse_web_address("127.0.0.1:0")};
     http_server server;
 };
@@ -104,4 +119,70 @@ TEST_F(HttpServerWithAShortLimit, DisconnectsAClientThatDoesNotReadItsResponse) 
     });
     EXPECT_TRUE(waited);
     EXPECT_FALSE(is_held());
+}
+
+TEST_F(HttpServer, SendsThePartsOfAStreamAsTheyAppear) {
+    std::string received;
+    auto const begun = [&](char const* data, std::size_t size) {
+        received.append(data, size);
+        if (received == "one") {
+            add_part("two");
+        } else if (received == "onetwo") {
+            add_part(std::string(200'000, 'x'));  // several blocks
+        }
+        return received.size() < 200'006;
+    };
+    add_part("one");
+    client().Get("/stream", begun);
+    EXPECT_EQ(received, "onetwo" + std::string(200'000, 'x'));
+}
+
+TEST_F(HttpServer, ReleasesAStreamThatWaitsWhenItsClientDisconnects) {
+    add_part("one");
+    client().Get("/stream", [](char const*, std::size_t) { return false; });
+    while (is_held()) {  // without another part
+        std::this_thread::yield();
+    }
+}
+
+TEST_F(HttpServer, EndsStreamsThatWaitWhenItStops) {
+    add_part("one");
+    auto const begin = std::chrono::steady_clock::now();
+    client().Get("/stream", [&](char const*, std::size_t) {
+        listener.stop();
+        server.stop();
+        return true;
+    });
+    EXPECT_FALSE(is_held());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(4)) << "only a time limit ended it";
+}
+
+TEST_F(HttpServerWithAShortLimit, DisconnectsAClientThatDoesNotReadAPart) {
+    add_part(std::string(16'000'000, 'x'));
+    auto const until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    client().Get("/stream", [&](char const*, std::size_t) {
+        while (is_held() && std::chrono::steady_clock::now() < until) {
+            std::this_thread::yield();
+        }
+        return false;
+    });
+    EXPECT_FALSE(is_held());
+}
+
+TEST_F(HttpServerWithAShortLimit, KeepsAStreamThatWaitsForLonger) {
+    add_part("one");
+    std::string received;
+    std::jthread later;
+    client().Get("/stream", [&](char const* data, std::size_t size) {
+        received.append(data, size);
+        if (received == "one") {
+            later = std::jthread([this] {
+                auto const until = std::chrono::steady_clock::now() + std::chrono::milliseconds(400);
+                std::this_thread::sleep_until(until);  // twice the limit of a response
+                add_part("two");
+            });
+        }
+        return received != "onetwo";
+    });
+    EXPECT_EQ(received, "onetwo");
 }

@@ -249,12 +249,170 @@ TEST_F(WebServer, ReturnsTheNextImage) {
     EXPECT_GT(std::stoull(next->get_header_value("X-Frame")), std::stoull(number));
 }
 
+TEST_F(WebServer, ReturnsTheFrameInFullDepth) {
+    camera const frames(*this);
+    for (auto const& [path, type, begin] :
+         {std::tuple{"/frame.tif", "image/tiff", std::string_view("II*\0", 4)},
+          std::tuple{"/frame.png", "image/png", std::string_view("\x89PNG")},
+          std::tuple{"/frame.png?bits=8&colour=raw", "image/png", std::string_view("\x89PNG")}}) {
+        auto const result = client().Get(path);
+        ASSERT_TRUE(result) << path;
+        ASSERT_EQ(result->status, 200) << path;
+        EXPECT_EQ(result->get_header_value("Content-Type"), type);
+        EXPECT_TRUE(result->body.starts_with(begin)) << path;
+        EXPECT_EQ(result->get_header_value("X-Frame-Size"), "32 16");
+        EXPECT_EQ(result->get_header_value("X-Pixel-Format"), "Mono8");
+        EXPECT_EQ(result->get_header_value("X-Significant-Bits"), "8");
+        auto const number = result->get_header_value("X-Frame");
+        EXPECT_EQ(result->get_header_value("X-Timestamp-Us"), std::to_string(1'000'000 + std::stoull(number) * 10'000));
+    }
+}
+
+TEST_F(WebServer, ReturnsTilesOfOneFrame) {
+    camera const frames(*this);
+    auto const first = client().Get("/tile.raw?x=3&y=2&width=5&height=4");
+    ASSERT_TRUE(first);
+    ASSERT_EQ(first->status, 200) << first->body;
+    EXPECT_EQ(first->get_header_value("X-Tile-Size"), "5 4");
+    EXPECT_EQ(first->get_header_value("X-Bits"), "8");
+    auto const number = first->get_header_value("X-Frame");
+    EXPECT_EQ(first->body, std::string(20, static_cast<char>(std::stoull(number) % 200)));
+    auto const second = client().Get("/tile.raw?x=0&y=0&width=32&height=16&by=4&frame=" + number);
+    EXPECT_EQ(second->get_header_value("X-Frame"), number);
+    EXPECT_EQ(second->get_header_value("X-Tile-Size"), "8 4");
+    EXPECT_EQ(second->body, std::string(32, first->body[0]));
+    auto const next = client().Get("/tile.raw?x=3&y=2&width=5&height=4&after=" + number);
+    EXPECT_GT(std::stoull(next->get_header_value("X-Frame")), std::stoull(number));
+}
+
+TEST_F(WebServer, RefusesTilesWithAReason) {
+    camera const frames(*this);
+    std::string const whole = "/tile.raw?x=0&y=0&width=32&height=16";
+    for (auto const& [path, reason] :
+         {std::pair<std::string, char const*>{"/tile.raw", "x is missing: a tile needs x, y, width and height"},
+          {"/tile.raw?x=0&y=0&width=0&height=4", "must be at least 1"},
+          {"/tile.raw?x=28&y=0&width=5&height=4", "x + width = 33 is beyond the frame's width of 32 pixels"},
+          {"/tile.raw?x=0&y=16&width=5&height=4", "y + height = 20 is beyond the frame's height of 16 pixels"},
+          {"/tile.raw?x=4294967295&y=0&width=4294967295&height=1&by=64", "a tile of 67108864 values is larger"},
+          {"/tile.raw?x=4294967295&y=0&width=1048576&height=1", "x + width = 4296015871 is beyond"},
+          {"/tile.raw?x=0&y=0&width=1025&height=1024", "larger than the limit of 1048576"},
+          {"/tile.raw?x=-1&y=0&width=5&height=4", "x: expected a number from 0 to 4294967295"},
+          {"/tile.raw?x=0&y=0&width=5&height=99999999999", "height: expected a number"},
+          {whole + "&by=0", "by: expected a number from 1 to 64"},
+          {whole + "&by=65", "by: expected a number from 0 to 64"},
+          {whole + "&frame=x", "frame: expected a number"},
+          {whole + "&colour=raw",
+           "unknown parameter \"colour\", expected one of frame, after, x, y, width, height, by"},
+          {"/frame.tif?bits=8", "unknown parameter \"bits\""},
+          {"/frame.png?bits=7", "bits: expected 8"},
+          {"/frame.png?colour=blue", "colour: expected rgb or raw"}}) {
+        auto const result = client().Get(path);
+        ASSERT_TRUE(result) << path;
+        EXPECT_EQ(result->status, 400) << path;
+        EXPECT_THAT(result->body, HasSubstr(reason)) << path;
+    }
+    auto const unknown = client().Get(whole + "&frame=999999");
+    EXPECT_EQ(unknown->status, 410);
+    EXPECT_THAT(unknown->body, HasSubstr("frame 999999 is not held"));
+    EXPECT_EQ(status_of(whole.c_str()), 200);
+}
+
+TEST_F(WebServer, ReturnsNoContentWithoutAFrame) {
+    EXPECT_EQ(status_of("/frame.tif"), 204);
+    EXPECT_EQ(status_of("/tile.raw?x=0&y=0&width=1&height=1"), 204);
+}
+
+TEST_F(WebServer, StreamsImagesAsParts) {
+    camera const frames(*this);
+    std::string received;
+    auto const contents = [&](char const* data, std::size_t size) {
+        received.append(data, size);
+        return received.size() < 20'000;
+    };
+    std::string type;
+    client().Get(
+        "/stream.mjpg",
+        [&](httplib::Response const& head) {
+            type = head.get_header_value("Content-Type");
+            return head.status == 200;
+        },
+        contents);
+    EXPECT_EQ(type, "multipart/x-mixed-replace; boundary=frame");
+    std::uint64_t last = 0;
+    int images = 0;
+    std::string_view rest = received;
+    for (std::size_t end = 0; (end = rest.find("\r\n\r\n")) != rest.npos; ++images) {
+        std::string const head(rest.substr(0, end));
+        EXPECT_TRUE(head.starts_with("--frame\r\nContent-Type: image/jpeg\r\nContent-Length: ")) << head;
+        auto const size = std::stoul(head.substr(head.find("Length: ") + 8));
+        auto const number = std::stoull(head.substr(head.find("X-Frame: ") + 9));
+        EXPECT_GT(number, last);
+        last = number;
+        rest.remove_prefix(end + 4);
+        if (rest.size() < size + 2) {
+            break;
+        }
+        EXPECT_EQ(rest.substr(0, 2), "\xFF\xD8");
+        EXPECT_EQ(rest.substr(size - 2, 4), "\xFF\xD9\r\n");
+        rest.remove_prefix(size + 2);
+    }
+    EXPECT_GT(images, 3);
+}
+
+TEST_F(WebServer, StreamsToOthersAlthoughOneDoesNotRead) {
+    camera const frames(*this);
+    raw_client const idle(server->address()->port, 4'096);
+    idle.send_text("GET /stream.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    idle.receive_some();
+    std::size_t received = 0;
+    client().Get("/stream.mjpg", [&](char const*, std::size_t size) {
+        received += size;
+        return received < 100'000;  // more than the buffers of the idle client hold
+    });
+    EXPECT_GE(received, 100'000U);
+    EXPECT_EQ(status_of("/status.json"), 200);
+}
+
+TEST_F(WebServer, LimitsTheStreamsOfAnAddressAndStopsLookingAfterTheLast) {
+    {
+        std::vector<std::unique_ptr<raw_client>> viewers;
+        for (int i = 0; i < 6; ++i) {
+            viewers.push_back(std::make_unique<raw_client>(server->address()->port));
+            viewers.back()->send_text("GET /stream.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+            viewers.back()->receive_some();  // the header: no frame is needed
+        }
+        auto const refused = client().Get("/stream.mjpg");
+        ASSERT_TRUE(refused);
+        EXPECT_EQ(refused->status, 503);
+        EXPECT_EQ(refused->get_header_value("Retry-After"), "1");
+        EXPECT_TRUE(server->observer().needs_pixels());
+        EXPECT_EQ(status_of("/frame.jpg"), 204) << "streams take no slots of images";
+    }
+    while (server->observer().needs_pixels()) {  // the slots are free again, and nobody waits for images
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    raw_client const next(server->address()->port);
+    next.send_text("GET /stream.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    next.receive_some();
+    EXPECT_EQ(client().Head("/stream.mjpg")->status, 200);
+}
+
+TEST_F(WebServer, EndsStreamsOnClose) {
+    raw_client const viewer(server->address()->port);
+    viewer.send_text("GET /stream.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    viewer.receive_some();
+    auto const begun = std::chrono::steady_clock::now();
+    server->close();
+    viewer.receive_all();
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(4));
+}
+
 TEST_F(WebServer, HoldsNoFrameWithoutViewers) {
     EXPECT_FALSE(server->observer().needs_pixels());
     for (std::uint64_t number = 1; number <= 20; ++number) {
         show(number, 1);  // six spares would be used up
     }
-    EXPECT_EQ(server->observer().max_frames_held(), 3U);
+    EXPECT_EQ(server->observer().max_frames_held(), 4U);
 }
 
 TEST_F(WebServer, ReturnsNoContentWithoutAnImage) {
@@ -651,8 +809,8 @@ TEST_F(WebServer, AnswersARequestToStopAlthoughItIsClosedThen) {
 }
 
 TEST_F(WebServerWithToken, RefusesRequestsWithoutIt) {
-    for (char const* const path :
-         {"/frame.jpg", "/status.json", "/history.json", "/log.json", "/metrics", "/page.js"}) {
+    for (char const* const path : {"/frame.jpg", "/frame.tif", "/frame.png", "/tile.raw", "/stream.mjpg",
+                                   "/status.json", "/history.json", "/log.json", "/metrics", "/page.js"}) {
         auto const result = client().Get(path);
         EXPECT_EQ(result->status, 401) << path;
         EXPECT_EQ(result->get_header_value("WWW-Authenticate"), "Bearer") << path;
