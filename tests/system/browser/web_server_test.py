@@ -6,6 +6,7 @@ import json
 import os
 import pathlib
 import re
+import socket
 import subprocess
 import sys
 import tempfile
@@ -38,7 +39,7 @@ CALIBRATION_FRAMES = 1  # at the start of a recording, which the plug-in does no
 
 
 class Viewer(threading.Thread):
-    """Requests images and figures as the page does, until the recording ends.
+    """Requests images, tiles and figures as the page does, until the recording ends.
 
     Uses only processor time that no other program needs, because viewers have a machine of their own.
     """
@@ -47,6 +48,7 @@ class Viewer(threading.Thread):
         super().__init__()
         self.port = port
         self.images = 0
+        self.tiles = 0
         self.start()
 
     def run(self):
@@ -59,6 +61,10 @@ class Viewer(threading.Thread):
                     assert image.startswith(b"\xff\xd8")
                     frame = int(response.getheader("X-Frame"))
                     self.images += 1
+                response, tile = get(self.port, "/tile.raw?x=64&y=32&width=512&height=256")
+                if response.status == 200:
+                    assert len(tile) == 512 * 256
+                    self.tiles += 1
                 for path in ("/status.json", "/history.json"):
                     response, text = get(self.port, path)
                     json.loads(text)
@@ -75,10 +81,13 @@ class ViewedRecording:
                 recording.wait_for_log("live page: ")
                 port = int(re.search(r"live page: http://127.0.0.1:(\d+)/", recording.log).group(1))
                 viewers = [Viewer(port) for _ in range(VIEWERS)]
+                stream = test.enterContext(socket.create_connection(("127.0.0.1", port)))
+                stream.sendall(b"GET /stream.mjpg HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n")  # and never reads
                 test.assertEqual(recording.finish(), 0, recording.log)
                 for viewer in viewers:
                     viewer.join()
             self.images = [viewer.images for viewer in viewers]
+            self.tiles = [viewer.tiles for viewer in viewers]
             self.log = recording.log
             ticks = [line["ticks"] for line in recording.frame_index()]
             self.account = FrameAccount(camera.truth_frames, ticks, skipped=CALIBRATION_FRAMES)
@@ -90,6 +99,7 @@ class ConcurrentViewers(unittest.TestCase):
         print("images received by each viewer:", recording.images)
         self.assertEqual(recording.account.problems(FRAMES), [], recording.log)
         self.assertGreater(min(recording.images), 5)
+        self.assertGreater(min(recording.tiles), 5)
         self.assertIn("dropped: 0 (queue full), 0 (write errors)", recording.log)
 
 
