@@ -412,6 +412,8 @@ void web_server::site::add_files() {
     file("/", "page.html", "text/html; charset=utf-8");
     file("/page.js", "page.js", "text/javascript; charset=utf-8");
     file("/charts.js", "charts.js", "text/javascript; charset=utf-8");
+    file("/view.js", "view.js", "text/javascript; charset=utf-8");
+    file("/align.js", "align.js", "text/javascript; charset=utf-8");
 }
 
 void web_server::site::log_in(http_request const& request, http_response& response) {
@@ -477,6 +479,8 @@ void web_server::site::send_image(http_request const& request, http_response& re
     }
     response.set_header("X-Frame", std::to_string(image->record.number));
     response.set_header("X-Timestamp-Us", std::to_string(image->record.timestamp_us));
+    response.set_header("X-Frame-Size",
+                        std::to_string(image->record.width) + " " + std::to_string(image->record.height));
     response.set_header("X-Window", std::to_string(image->shown.black) + " " + std::to_string(image->shown.white));
     response.set_content(std::string(image->jpeg.begin(), image->jpeg.end()), "image/jpeg");
 }

@@ -145,5 +145,38 @@ const charts = (() => {
     }
   }
 
-  return {histogram, band};
+  // One curve, from 0 to `high`. Points: {x, y}, x from `from` to `to`; the texts name the ends of the axes.
+  function lines(canvas, points, {from, to, high, left, middle, right, text}) {
+    const {context, width, height} = prepare(canvas);
+    const bottom = height - 14;
+    const y = (value) => bottom - value / (high || 1) * (bottom - 14);
+    context.strokeStyle = colours.line;
+    context.fillStyle = colours.faint;
+    context.lineWidth = 1;
+    context.textBaseline = 'bottom';
+    for (const value of [0, high]) {
+      const at = Math.round(y(value)) + 0.5;
+      context.beginPath();
+      context.moveTo(0, at);
+      context.lineTo(width, at);
+      context.stroke();
+      context.fillText(text(value), 0, at - 1);
+    }
+    context.fillText(left, 0, height);
+    context.textAlign = 'center';
+    context.fillText(middle, width / 2, height);
+    context.textAlign = 'right';
+    context.fillText(right, width, height);
+    context.textAlign = 'left';
+    context.strokeStyle = colours.data;
+    context.lineWidth = 1.5;
+    context.beginPath();
+    points.forEach((point, i) => {
+      const x = (point.x - from) / (to - from) * width;
+      if (i === 0) context.moveTo(x, y(point.y)); else context.lineTo(x, y(point.y));
+    });
+    context.stroke();
+  }
+
+  return {histogram, band, lines};
 })();

@@ -43,18 +43,25 @@ function showRate() {
 async function showImage(response) {
   const bitmap = await createImageBitmap(await response.blob());
   const canvas = $('image');
+  if (view.zoomed() || $('pause').checked) return bitmap.close();
   if (canvas.width !== bitmap.width || canvas.height !== bitmap.height) {
     canvas.width = bitmap.width;
     canvas.height = bitmap.height;
-    canvas.style.aspectRatio = `${bitmap.width} / ${bitmap.height}`;
   }
-  canvas.getContext('2d').drawImage(bitmap, 0, 0);
+  const context = canvas.getContext('2d');
+  context.resetTransform();
+  context.drawImage(bitmap, 0, 0);
   bitmap.close();
-  shown.number = Number(response.headers.get('X-Frame'));
+  view.showPreview(response);
+  return showNumber(Number(response.headers.get('X-Frame')));
+}
+
+function showNumber(number) {
+  shown.number = number;
   shown.times.push(performance.now());
-  $('image-frame').textContent = `#${shown.number}`;
-  canvas.setAttribute('aria-label', `Live image, frame ${shown.number}`);
-  canvas.dataset.frame = String(shown.number);
+  $('image-frame').textContent = `#${number}`;
+  $('image').setAttribute('aria-label', `Live image, frame ${number}`);
+  $('image').dataset.frame = String(number);
 }
 
 async function followImages() {
@@ -65,6 +72,13 @@ async function followImages() {
       continue;
     }
     try {
+      if (view.zoomed()) {
+        const number = await view.follow(shown.number);
+        if (number !== null) showNumber(number);
+        showRate();
+        await pause(40);
+        continue;
+      }
       const kind = $('stretch').checked ? '&window=stretched' : '';
       const response = await get(`/frame.jpg?after=${shown.number}${kind}`);
       if (response.status === 200) await showImage(response);
@@ -426,6 +440,9 @@ $('stop-dialog').addEventListener('close', () => {
 
 $('stretch').addEventListener('change', () => { shown.number = 0; });
 
+for (const id of ['rectangle-form', 'line-form']) $(id).addEventListener('submit', (event) => event.preventDefault());
+view.start();
+align.start();
 followImages();
 poll(250, watchStatus);
 poll(1000, followTiming);

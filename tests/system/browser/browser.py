@@ -31,7 +31,7 @@ class Browser:
     """What the tests use of a browser, until the context is left. Elements are named by their id.
 
     A browser has these functions besides: open(url), url(), source(), text(name), is_displayed(name), run(script, *arguments),
-    resize(width, height, phone), prefer(scheme), press(*keys), select_all() by keyboard, console_errors(), screenshot() as PNG.
+    resize(width, height, phone), prefer(scheme), perform(actions) of WebDriver, press(*keys), select_all() by keyboard, console_errors(), screenshot() as PNG.
     """
 
     def fill(self, name, value):
@@ -53,6 +53,27 @@ class Browser:
 
     def attribute(self, name, attribute):
         return self.run("return document.getElementById(arguments[0]).getAttribute(arguments[1])", name, attribute)
+
+    def position(self, name, x, y):
+        """\\return the position of a point of an element in the window; x and y are shares of its width and height"""
+        left, top, width, height = self.run("""
+            const element = document.getElementById(arguments[0]);
+            element.scrollIntoView({block: 'center'});
+            const box = element.getBoundingClientRect();
+            return [box.left, box.top, box.width, box.height];""", name)
+        return round(left + x * width), round(top + y * height)
+
+    def move_pointer(self, *positions, pressed=False):
+        """Moves the mouse from one position to the others, with its button pressed on the way or not."""
+        actions = [{"type": "pointerMove", "duration": 0, "x": x, "y": y, "origin": "viewport"} for x, y in positions]
+        if pressed:
+            actions = [actions[0], {"type": "pointerDown", "button": 0}, *actions[1:], {"type": "pointerUp", "button": 0}]
+        self.perform({"type": "pointer", "id": "mouse", "parameters": {"pointerType": "mouse"}, "actions": actions})
+
+    def turn_wheel(self, position, down):
+        """\\param down  pixels"""
+        self.perform({"type": "wheel", "id": "wheel", "actions": [
+            {"type": "scroll", "duration": 0, "x": position[0], "y": position[1], "deltaX": 0, "deltaY": down, "origin": "viewport"}]})
 
     def wait(self, condition, what, seconds=20):
         return wait_for(condition, f"{what}; the page shows the answer \"{self.shown_answer()}\"", seconds)
@@ -111,6 +132,9 @@ class Chromium(Browser):
         """Sends key presses to the focused element."""
         ActionChains(self.driver, duration=0).send_keys(*keys).perform()
 
+    def perform(self, actions):
+        self.driver.execute("actions", {"actions": [actions]})
+
     def select_all(self):
         ActionChains(self.driver, duration=0).key_down(Keys.CONTROL).send_keys("a").key_up(Keys.CONTROL).perform()
 
@@ -166,6 +190,9 @@ class Firefox(Browser):
     def press(self, *keys):
         """Sends key presses to the focused element."""
         self.marionette.press(*((kind, key) for key in "".join(keys) for kind in ("keyDown", "keyUp")))
+
+    def perform(self, actions):
+        self.marionette.command("WebDriver:PerformActions", actions=[actions])
 
     def select_all(self):
         self.marionette.press(("keyDown", Keys.CONTROL), ("keyDown", "a"), ("keyUp", "a"), ("keyUp", Keys.CONTROL))

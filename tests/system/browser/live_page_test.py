@@ -146,7 +146,7 @@ class LivePage(unittest.TestCase):
 
     def test_09_every_control_is_reachable_with_the_keyboard(self):
         controls = self.browser.run("""
-            return [...document.querySelectorAll('body input, body button, #log')]
+            return [...document.querySelectorAll('body input, body button, body select, #log, #stage')]
               .filter((one) => !one.closest('dialog')).map((one) => one.id || one.getAttribute('aria-label'))""")
         self.browser.run("document.activeElement.blur()")
         reached = set()
@@ -159,7 +159,7 @@ class LivePage(unittest.TestCase):
 
     def test_10_every_control_has_an_accessible_name(self):
         unnamed = self.browser.run("""
-            return [...document.querySelectorAll('input, button, canvas')].filter((one) =>
+            return [...document.querySelectorAll('input, button, select, canvas, #stage')].filter((one) =>
               !one.getAttribute('aria-label') && !(one.labels && one.labels.length) && !one.textContent.trim())
               .map((one) => one.id)""")
         self.assertEqual(unnamed, [])

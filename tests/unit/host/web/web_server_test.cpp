@@ -210,7 +210,8 @@ private:
 }  // namespace
 
 TEST_F(WebServer, ServesThePageAndItsFilesWithSecurityHeaders) {
-    for (char const* const path : {"/", "/page.css", "/page.js", "/charts.js", "/icon.svg", "/login"}) {
+    for (char const* const path :
+         {"/", "/page.css", "/page.js", "/charts.js", "/view.js", "/align.js", "/icon.svg", "/login"}) {
         auto const result = client().Get(path);
         ASSERT_TRUE(result) << path;
         EXPECT_EQ(result->status, 200) << path;
@@ -243,6 +244,7 @@ TEST_F(WebServer, ReturnsTheNextImage) {
     ASSERT_EQ(first->status, 200);
     EXPECT_EQ(first->get_header_value("Content-Type"), "image/jpeg");
     EXPECT_EQ(first->body.substr(0, 2), "\xFF\xD8");
+    EXPECT_EQ(first->get_header_value("X-Frame-Size"), "32 16");
     auto const number = first->get_header_value("X-Frame");
     auto const next = client().Get("/frame.jpg?after=" + number);
     ASSERT_EQ(next->status, 200);

@@ -1,0 +1,284 @@
+# SPDX-License-Identifier: MIT
+"""Focusing and aligning a camera with the live page in a browser: zoom, pixel values, overlays, focus figure and profile.
+
+Where numbers are compared, the page is paused, and the frame that it shows is read from the server.
+"""
+
+import os
+import re
+import sys
+import unittest
+
+import numpy
+from browser import DESKTOP, start_browser
+from camera_process import Camera
+from live_page_test import page_of
+from recorder import Recording
+from selenium.webdriver.common.keys import Keys
+from web_client import get
+
+WIDTH, HEIGHT = 1280, 1024
+MAX_VALUE = 4095
+CONFIGURATION = f"""
+[image]
+width = {WIDTH}
+height = {HEIGHT}
+format = "Mono12"
+[timing]
+frame_rate_hz = 10.0
+[gain]
+auto = "Off"
+db = 0
+[exposure]
+auto = "Off"
+time_us = 1000
+[output]
+format = "none"
+[web]
+address = "127.0.0.1:0"
+"""
+SCREENSHOTS = os.environ.get("MEDIAGRABBER_SCREENSHOTS")
+SMALL = (1100, 760)  # of a screenshot
+RED, YELLOW, CYAN = "255,32,32", "255,211,69", "0,229,255"
+
+
+class Align(unittest.TestCase):
+    """One recording and one browser for all tests, which run in the order of their names."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.camera = cls.enterClassContext(Camera())
+        cls.recording = cls.enterClassContext(Recording(CONFIGURATION))
+        cls.page = page_of(cls.recording)
+        cls.port = int(cls.page.rstrip("/").rsplit(":", 1)[1])
+        cls.recording.wait_for_frames(1)
+        cls.browser = cls.enterClassContext(start_browser())
+        cls.browser.resize(*DESKTOP)
+        cls.browser.open(cls.page)
+        cls.browser.wait(cls.frame, "a first image")
+
+    @classmethod
+    def frame(cls):
+        return int(cls.browser.run("return document.getElementById('image').dataset.frame || '0'"))
+
+    def setUp(self):
+        """Each test begins with the whole live frame and without overlays."""
+        self.browser.run("""
+            for (const id of ['pause', 'crosshair', 'grid', 'saturation', 'focus-on', 'profile-on']) {
+              if (document.getElementById(id).checked) document.getElementById(id).click();
+            }
+            document.getElementById('drag').value = 'move';
+            document.getElementById('zoom-fit').click();""")
+        self.browser.wait(lambda: self.browser.text("zoom") == "whole frame", "the whole frame")
+        before = self.frame()
+        self.browser.wait(lambda: self.frame() > before, "another image")
+
+    def check(self, name):
+        """Checks a box with the keyboard."""
+        self.browser.tab_to(name, max_presses=90)
+        self.browser.press(Keys.SPACE)
+        self.assertTrue(self.browser.run("return document.getElementById(arguments[0]).checked", name))
+
+    def press_in_view(self, *keys):
+        self.browser.tab_to("stage", max_presses=90)
+        self.browser.press(*keys)
+
+    def paused(self):
+        """Pauses the page. \\return the frame that it shows"""
+        self.check("pause")
+        spoken = self.browser.wait(lambda: re.search(r"Paused at frame (\d+)", self.announcement()), "the paused frame")
+        self.assertEqual(self.frame(), int(spoken.group(1)))
+        parts = []
+        for y in range(0, HEIGHT, HEIGHT // 2):
+            response, body = get(self.port, f"/tile.raw?frame={spoken.group(1)}&x=0&y={y}&width={WIDTH}&height={HEIGHT // 2}")
+            self.assertEqual(response.status, 200, body)
+            parts.append(numpy.frombuffer(body, "<u2").reshape(-1, WIDTH))
+        return numpy.concatenate(parts).astype(int)
+
+    def pixel(self):
+        """\\return x, y and value that the page shows, or nothing"""
+        found = re.fullmatch(r"x (\d+), y (\d+): (\d+) of (\d+)", self.browser.text("pixel"))
+        if found is None:
+            return None
+        self.assertEqual(int(found.group(4)), MAX_VALUE)
+        return tuple(int(number) for number in found.groups()[:3])
+
+    def pixel_at(self, position):
+        """Points at a position of the window. \\return the pixel there"""
+        self.browser.move_pointer((position[0] - 2, position[1]), position)
+        return self.browser.wait(self.pixel, "the value of the pixel")
+
+    def announcement(self):
+        """What a screen reader reads; the element is not visible."""
+        return self.browser.run("return document.getElementById('announcement').textContent")
+
+    def marked(self, colour):
+        """\\return the number of pixels of the overlay that have this colour, more or less opaque"""
+        return self.browser.run("""
+            const marks = document.getElementById('marks');
+            const copy = new OffscreenCanvas(marks.width, marks.height).getContext('2d', {willReadFrequently: true});
+            copy.drawImage(marks, 0, 0);
+            const data = copy.getImageData(0, 0, marks.width, marks.height).data;
+            const wanted = arguments[0].split(',').map(Number);
+            let count = 0;
+            for (let i = 0; i < data.length; i += 4) {
+              if (data[i + 3] > 60 && wanted.every((value, channel) => Math.abs(data[i + channel] - value) < 12)) ++count;
+            }
+            return count;""", colour)
+
+    def test_01_zooms_and_moves_with_the_keyboard(self):
+        middle = self.browser.position("stage", 0.5, 0.5)
+        self.press_in_view("1")
+        self.browser.wait(lambda: self.browser.text("zoom") == "1:1", "the zoom 1:1")
+        self.press_in_view("+")
+        self.browser.wait(lambda: self.browser.text("zoom") == "2:1", "the zoom 2:1")
+        self.browser.wait(lambda: self.announcement() == "Zoom 2 to 1", "the announcement")
+        x, y, _ = self.pixel_at(middle)
+        self.assertAlmostEqual(x, WIDTH / 2, delta=2)
+        self.assertAlmostEqual(y, HEIGHT / 2, delta=2)
+        self.press_in_view(Keys.ARROW_RIGHT, Keys.ARROW_RIGHT, Keys.ARROW_UP)
+        moved = self.pixel_at(middle)
+        self.assertGreater(moved[0], x + 10)
+        self.assertLess(moved[1], y - 10)
+        self.press_in_view("-", "-", "-")
+        self.browser.wait(lambda: self.browser.text("zoom") == "whole frame", "the whole frame")
+
+    def test_02_zooms_with_the_wheel_at_the_pointer(self):
+        position = self.browser.position("stage", 0.4, 0.6)
+        before = self.pixel_at(position)
+        for zoom in ("1:1", "2:1", "4:1"):
+            self.browser.turn_wheel(position, -120)
+            self.browser.wait(lambda: self.browser.text("zoom") == zoom, f"the zoom {zoom}")
+        after = self.pixel_at(position)
+        for one, other in zip(before[:2], after[:2]):
+            self.assertAlmostEqual(one, other, delta=3)
+        self.browser.turn_wheel(position, 120)
+        self.browser.wait(lambda: self.browser.text("zoom") == "2:1", "the zoom 2:1")
+
+    def test_03_moves_by_dragging(self):
+        self.press_in_view("1", "+", "+")
+        begin, end = self.browser.position("stage", 0.5, 0.5), self.browser.position("stage", 0.6, 0.7)
+        x, y, _ = self.pixel_at(begin)
+        self.browser.move_pointer(begin, end, pressed=True)
+        moved = self.pixel_at(begin)
+        self.assertAlmostEqual(moved[0], x - (end[0] - begin[0]) / 4, delta=2)
+        self.assertAlmostEqual(moved[1], y - (end[1] - begin[1]) / 4, delta=2)
+
+    def test_04_updates_the_zoomed_view(self):
+        self.press_in_view("1")
+        before = self.frame()
+        self.browser.wait(lambda: self.frame() > before + 2, "further frames")
+        requested = self.browser.run("return performance.getEntriesByType('resource').at(-1).name + "
+                                     "performance.getEntriesByType('resource').map((one) => one.name).join()")
+        self.assertIn("/tile.raw?after=", requested)
+
+    def test_05_shows_values_in_full_depth(self):
+        truth = self.paused()
+        for shares in ((0.4, 0.4), (0.55, 0.6)):
+            x, y, value = self.pixel_at(self.browser.position("stage", *shares))
+            self.assertEqual(value, truth[y, x])
+        self.browser.move_pointer((1, 1))  # away from the image
+        self.press_in_view("1")
+        # Keyboard only: the cursor begins in the middle.
+        self.browser.perform({"type": "key", "id": "keyboard", "actions": [
+            {"type": "keyDown", "value": Keys.SHIFT}, *[{"type": kind, "value": key} for key in (Keys.ARROW_RIGHT, Keys.ARROW_DOWN)
+                                                       for kind in ("keyDown", "keyUp")], {"type": "keyUp", "value": Keys.SHIFT}]})
+        x, y = WIDTH // 2 + 1, HEIGHT // 2 + 1
+        expected = f"x {x}, y {y}: {truth[y, x]} of {MAX_VALUE}"
+        self.browser.wait(lambda: self.announcement() == expected, f"the announcement {expected}")
+        # What is drawn at 1:1 is the frame itself.
+        drawn = self.browser.run("""
+            const image = document.getElementById('image');
+            const line = new OffscreenCanvas(image.width, 1).getContext('2d', {willReadFrequently: true});
+            line.drawImage(image, 0, -(image.height >> 1));
+            return [...line.getImageData(0, 0, image.width, 1).data].filter((_, i) => i % 4 === 0);""")
+        shown = truth[HEIGHT // 2 - 2:HEIGHT // 2 + 3] >> 4
+        middle = len(drawn) // 2
+        rows = [numpy.abs(row[WIDTH // 2 - 100 + shift:WIDTH // 2 + 100 + shift] - drawn[middle - 100:middle + 100]).max()
+                for row in shown for shift in (-1, 0, 1)]
+        self.assertEqual(min(rows), 0)
+
+    def test_06_marks_saturated_pixels(self):
+        self.assertEqual(self.marked(RED), 0)
+        self.browser.fill("gain", "24")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait(lambda: self.browser.shown_answer() == "gain.db = 24", "the camera's answer")
+        self.check("saturation")
+        self.browser.wait(lambda: self.marked(RED) > 0, "marks on the live image")
+        truth = self.paused()
+        self.press_in_view("1")
+        expected = str((truth == MAX_VALUE).sum())
+        self.browser.wait(lambda: self.browser.text("saturated") == f"{expected} saturated", f"{expected} saturated pixels")
+        self.check_off("saturation")
+        self.browser.wait(lambda: self.marked(RED) == 0, "no marks")
+        self.check_off("pause")
+        self.browser.fill("gain", "0")
+        self.browser.press(Keys.ENTER)
+        self.browser.wait(lambda: self.browser.shown_answer() == "gain.db = 0", "the camera's answer")
+
+    def check_off(self, name):
+        self.browser.tab_to(name, max_presses=90)
+        self.browser.press(Keys.SPACE)
+        self.assertFalse(self.browser.run("return document.getElementById(arguments[0]).checked", name))
+
+    def test_07_measures_the_focus_of_a_rectangle(self):
+        truth = self.paused()
+        for name, value in (("rectangle-x", "100"), ("rectangle-y", "60"), ("rectangle-width", "90"), ("rectangle-height", "70")):
+            self.browser.fill(name, value)
+        self.check("focus-on")
+        part = truth[60:130, 100:190]
+        laplacian = 4 * part[1:-1, 1:-1] - part[1:-1, :-2] - part[1:-1, 2:] - part[:-2, 1:-1] - part[2:, 1:-1]
+        expected = laplacian.var() / part[1:-1, 1:-1].mean() ** 2
+        value = lambda: float(self.browser.run("return document.getElementById('focus').dataset.value || 'nan'"))
+        self.browser.wait(lambda: abs(value() - expected) <= 1e-9 * expected, f"the figure {expected}")
+        self.assertIn("100 % of the best", self.browser.text("focus-now"))
+        self.assertIn("Focus figure: ", self.browser.attribute("focus", "aria-label"))
+        self.check_off("pause")
+        self.browser.wait(lambda: value() != expected, "the figure of another frame")
+        self.browser.fill("rectangle-x", str(WIDTH - 50))
+        self.browser.wait(lambda: f"within the frame of {WIDTH} × {HEIGHT}" in self.browser.text("align-note"), "the error")
+        self.browser.fill("rectangle-x", "100")
+        self.browser.wait(lambda: self.browser.text("align-note") == "", "no error")
+
+    def test_08_shows_the_profile_along_a_line(self):
+        truth = self.paused()
+        for name, value in (("line-x1", "10"), ("line-y1", "20"), ("line-x2", "209"), ("line-y2", "20")):
+            self.browser.fill(name, value)
+        self.check("profile-on")
+        values = lambda: self.browser.run("return document.getElementById('profile').dataset.values")
+        expected = ",".join(str(value) for value in truth[20, 10:210])
+        self.browser.wait(lambda: values() == expected, "the values of the row")
+        self.assertIn(f"minimum {truth[20, 10:210].min()}, ", self.browser.text("profile-now"))
+        for name, value in (("line-x2", "10"), ("line-y2", "99")):
+            self.browser.fill(name, value)
+        expected = ",".join(str(value) for value in truth[20:100, 10])
+        self.browser.wait(lambda: values() == expected, "the values of the column")
+
+    def test_09_sets_rectangle_and_line_with_the_mouse(self):
+        begin, end = self.browser.position("stage", 0.45, 0.45), self.browser.position("stage", 0.55, 0.6)
+        first, last = self.pixel_at(begin), self.pixel_at(end)
+        for kind, fields, expected in (
+                ("rectangle", ("rectangle-x", "rectangle-y", "rectangle-width", "rectangle-height"),
+                 [first[0], first[1], last[0] - first[0] + 1, last[1] - first[1] + 1]),
+                ("line", ("line-x1", "line-y1", "line-x2", "line-y2"), [first[0], first[1], last[0], last[1]])):
+            self.browser.run("document.getElementById('drag').value = arguments[0]", kind)
+            self.browser.position("stage", 0, 0)
+            self.browser.move_pointer(begin, end, pressed=True)
+            self.browser.wait(lambda: [int(self.browser.run("return document.getElementById(arguments[0]).value", name))
+                                       for name in fields] == expected, f"the {kind} {expected}")
+        self.browser.wait(lambda: self.browser.text("focus-now") and self.browser.text("profile-now"), "figure and profile")
+
+    def test_10_draws_crosshair_and_grid(self):
+        for name, colour in (("crosshair", CYAN), ("grid", YELLOW)):
+            self.assertEqual(self.marked(colour), 0)
+            self.check(name)
+            self.browser.wait(lambda: self.marked(colour) > 500, name)
+            self.check_off(name)
+            self.assertEqual(self.marked(colour), 0)
+
+    def test_11_logs_no_errors(self):
+        self.assertEqual(self.browser.console_errors(), [])
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:], "--verbose"])
