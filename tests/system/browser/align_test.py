@@ -38,7 +38,7 @@ format = "none"
 address = "127.0.0.1:0"
 """
 SCREENSHOTS = os.environ.get("MEDIAGRABBER_SCREENSHOTS")
-SMALL = (1100, 760)  # of a screenshot
+SMALL = (1100, 820)  # of a screenshot
 RED, YELLOW, CYAN = "255,32,32", "255,211,69", "0,229,255"
 
 
@@ -269,12 +269,30 @@ class Align(unittest.TestCase):
         self.browser.wait(lambda: self.browser.text("focus-now") and self.browser.text("profile-now"), "figure and profile")
 
     def test_10_draws_crosshair_and_grid(self):
+        self.save_screenshot()
         for name, colour in (("crosshair", CYAN), ("grid", YELLOW)):
             self.assertEqual(self.marked(colour), 0)
             self.check(name)
             self.browser.wait(lambda: self.marked(colour) > 500, name)
             self.check_off(name)
             self.assertEqual(self.marked(colour), 0)
+
+    def save_screenshot(self):
+        """The whole frame with all overlays in Chromium, the zoomed view in Firefox."""
+        if not SCREENSHOTS:
+            return
+        zoomed = os.environ["BROWSER"] == "firefox"
+        self.browser.resize(*SMALL)
+        self.browser.run("""
+            for (const id of ['crosshair', 'grid', 'focus-on', 'profile-on']) document.getElementById(id).click();
+            document.getElementById('focus-reset').click();
+            if (arguments[0]) for (const id of ['grid', 'zoom-one', 'zoom-in', 'zoom-in', 'zoom-in']) document.getElementById(id).click();
+            scrollTo(0, 0);""", zoomed)
+        begin = self.frame()
+        self.browser.wait(lambda: self.frame() > begin + 150, "a focus figure of some seconds", seconds=120)
+        self.browser.save_screenshot(SCREENSHOTS, "live_page_zoom.png" if zoomed else "live_page_focus.png")
+        self.browser.resize(*DESKTOP)
+        self.setUp()
 
     def test_11_logs_no_errors(self):
         self.assertEqual(self.browser.console_errors(), [])
