@@ -32,7 +32,7 @@ async function poll(milliseconds, request) {
 
 // --- Live image
 
-const shown = {number: 0, times: [], bitmap: null};
+const shown = {number: 0, times: [], counted: 0};  // counted: the frame of the histogram in the zoomed view
 
 function showRate() {
   const now = performance.now();
@@ -87,6 +87,14 @@ async function followImages() {
     }
     showRate();
   }
+}
+
+// The histogram is that of the preview, which the zoomed view does not request.
+async function followHistogram() {
+  if (document.hidden || $('pause').checked || !view.zoomed()) return;
+  const response = await get(`/frame.jpg?after=${shown.counted}`);
+  await response.arrayBuffer();
+  if (response.status === 200) shown.counted = Number(response.headers.get('X-Frame'));
 }
 
 // --- Counters
@@ -444,6 +452,7 @@ for (const id of ['rectangle-form', 'line-form']) $(id).addEventListener('submit
 view.start();
 align.start();
 followImages();
+poll(1000, followHistogram);
 poll(250, watchStatus);
 poll(1000, followTiming);
 poll(700, followLog);
