@@ -33,7 +33,7 @@ struct local_recording {
 /// the server, which must end before this object does.
 class overview {
 public:
-    /// \param find  called on a thread of the overview, one call at a time, only while somebody looks; may take seconds
+    /// \param find  called on a thread of the overview, one call at a time, only while it has viewers; may take seconds
     overview(std::vector<watched_page> const& machines, std::function<std::vector<local_recording>()> find);
     ~overview();
     overview(overview const&) = delete;

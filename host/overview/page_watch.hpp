@@ -14,8 +14,8 @@
 
 namespace mediagrabber {
 
-/// Asks one live page for its status and image while somebody looks at the overview. Each page has a thread of its
-/// own, so one that does not respond delays none of the others. Any thread may call latest().
+/// Asks one live page for its status and image while the overview has viewers. Each page has a thread of its own, so
+/// one that does not respond does not delay the others. Any thread may call latest().
 class page_watch {
 public:
     struct result {

@@ -8,7 +8,7 @@
 
 namespace mediagrabber {
 
-/// Whether somebody looks at the overview. Recordings are only asked while somebody does, because a preview costs the
+/// Whether the overview has viewers. Recordings are only asked while it has, because a preview costs the
 /// recording's machine CPU time. Any thread may call any member.
 class viewer_presence {
 public:

@@ -18,7 +18,7 @@ namespace mediagrabber {
 /// Live images as parts of one multipart response (Motion JPEG), for all readers together.
 ///
 /// A thread of its own, at idle priority, waits for images while there are readers. It keeps the latest part only: a
-/// reader that is still busy with an earlier one misses the parts between, and delays nobody. Thread-safe.
+/// reader that is still busy with an earlier one misses the parts between, and does not delay others. Thread-safe.
 class image_stream {
 public:
     /// \return the next part; null if there is none yet. Does not wait. \throws what the encoding of the image threw

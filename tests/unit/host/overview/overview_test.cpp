@@ -352,7 +352,7 @@ TEST_F(Overview, AcceptsOnlyTheStatusOfARecordingAndJpegImages) {
     }
 }
 
-TEST_F(Overview, AsksNobodyWhileNobodyLooks) {
+TEST_F(Overview, SendsNoRequestsWithoutViewers) {
     other_machine const machine;
     std::atomic<int> unwatched_searches = 0;
     overview const unwatched({{.url = machine.url()}}, [&] {
@@ -430,7 +430,7 @@ TEST_F(Overview, ShowsALocalPageThatIsListedOnlyOnce) {
     EXPECT_EQ(response().at("recordings").size(), 1);
 }
 
-TEST_F(Overview, EndsPromptlyAlthoughSomebodyLooksAndAMachineDoesNotRespond) {
+TEST_F(Overview, EndsPromptlyAlthoughItHasAViewerAndAMachineDoesNotRespond) {
     silent_machine const silent;
     other_machine const machine;
     open({{.url = silent.url()}, {.url = machine.url()}});
