@@ -58,7 +58,7 @@ class Browser:
         """\\return the position of a point of an element in the window; x and y are shares of its width and height"""
         left, top, width, height = self.run("""
             const element = document.getElementById(arguments[0]);
-            element.scrollIntoView({block: 'center'});
+            element.scrollIntoView({block: 'center', behavior: 'instant'});
             const box = element.getBoundingClientRect();
             return [box.left, box.top, box.width, box.height];""", name)
         return round(left + x * width), round(top + y * height)

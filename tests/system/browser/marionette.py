@@ -33,6 +33,8 @@ PREFERENCES = {
     "datareporting.policy.dataSubmissionEnabled": False,
     "network.captive-portal-service.enabled": False,
     "network.connectivity-service.enabled": False,
+    # A page that still scrolls has its elements elsewhere a moment later.
+    "general.smoothScroll": False,
     "messaging-system.log": "off",
     "toolkit.telemetry.enabled": False,
 }

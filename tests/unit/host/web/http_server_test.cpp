@@ -158,14 +158,21 @@ TEST_F(HttpServer, EndsStreamsThatWaitWhenItStops) {
 }
 
 TEST_F(HttpServerWithAShortLimit, DisconnectsAClientThatDoesNotReadAPart) {
-    add_part(std::string(16'000'000, 'x'));
+    add_part("one");
     auto const until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    client().Get("/stream", [&](char const*, std::size_t) {
+    std::string received;
+    client().Get("/stream", [&](char const* data, std::size_t size) {
+        received.append(data, size);
+        if (received == "one") {
+            add_part(std::string(16'000'000, 'x'));
+            return true;
+        }
         while (is_held() && std::chrono::steady_clock::now() < until) {
             std::this_thread::yield();
         }
         return false;
     });
+    EXPECT_EQ(received.substr(0, 4), "onex");
     EXPECT_FALSE(is_held());
 }
 
