@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""`mediagrabber run` as a child process, with any plug-in.
+"""mediagrabber as a child process, and `mediagrabber run` with any plug-in.
 
 The path of mediagrabber is in the environment variable MEDIAGRABBER.
 """
@@ -16,30 +16,20 @@ from waiting import DEADLINE_SECONDS, wait_for
 MEDIAGRABBER = os.environ["MEDIAGRABBER"]
 
 
-class RecordingProcess:
-    """One recording. Leaving the context kills a running process and deletes its files, except those in a given `output`.
+class MediagrabberProcess:
+    """A command of mediagrabber. Leaving the context kills it if it still runs.
 
-    `prefix` is a command that runs mediagrabber, for example in another network namespace.
-    `log` is the output so far, `configuration_path` the configuration file, which a test may overwrite before a reload.
+    `command` is the command line. `environment` is added to that of the test. `log` is the output so far.
     """
 
-    def __init__(self, plugin, configuration, arguments, output=None, environment=None, prefix=()):
-        self.plugin = plugin
-        self.arguments = arguments
+    def __init__(self, command, environment=None):
+        self.command = list(map(str, command))
         self.environment = environment or {}
-        self.prefix = prefix
-        self.directory = tempfile.TemporaryDirectory()
-        root = pathlib.Path(self.directory.name)
-        self.configuration_path = root / "run.toml"
-        self.configuration_path.write_text(configuration)
-        self.output = output or root / "frames"
         self.log = ""
 
     def __enter__(self):
-        self.process = subprocess.Popen(
-            [*self.prefix, MEDIAGRABBER, "run", "--plugin", self.plugin, "--config", str(self.configuration_path), "--output",
-             str(self.output), *map(str, self.arguments)],
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env={**os.environ, **self.environment})
+        self.process = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                        env={**os.environ, **self.environment})
         self.reader = threading.Thread(target=self._read)
         self.reader.start()
         return self
@@ -54,6 +44,26 @@ class RecordingProcess:
         self.process.wait()
         self.reader.join()
         self.process.stdout.close()
+
+
+class RecordingProcess(MediagrabberProcess):
+    """One recording. Leaving the context kills a running process and deletes its files, except those in a given `output`.
+
+    `prefix` is a command that runs mediagrabber, for example in another network namespace.
+    `configuration_path` is the configuration file, which a test may overwrite before a reload.
+    """
+
+    def __init__(self, plugin, configuration, arguments, output=None, environment=None, prefix=()):
+        self.directory = tempfile.TemporaryDirectory()
+        root = pathlib.Path(self.directory.name)
+        self.configuration_path = root / "run.toml"
+        self.configuration_path.write_text(configuration)
+        self.output = output or root / "frames"
+        super().__init__([*prefix, MEDIAGRABBER, "run", "--plugin", plugin, "--config", self.configuration_path, "--output", self.output,
+                          *arguments], environment)
+
+    def __exit__(self, *arguments):
+        super().__exit__(*arguments)
         self.directory.cleanup()
 
     def signal(self, number):

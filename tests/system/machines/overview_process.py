@@ -11,38 +11,23 @@ import threading
 
 from camera_process import Camera
 from recorder import Recording
-from recording_process import MEDIAGRABBER
+from recording_process import MEDIAGRABBER, MediagrabberProcess
 from waiting import wait_for
 from web_client import get
 
 
-class Overview:
-    """Leaving the context kills a process that still runs. `log` is its output so far."""
+class Overview(MediagrabberProcess):
+    """A running overview."""
 
     def __init__(self, runtime, *arguments):
-        self.command = [MEDIAGRABBER, "overview", "--web", "127.0.0.1:0", *map(str, arguments)]
-        self.environment = {**os.environ, "XDG_RUNTIME_DIR": str(runtime)}
-        self.log = ""
+        super().__init__([MEDIAGRABBER, "overview", "--web", "127.0.0.1:0", *arguments], {"XDG_RUNTIME_DIR": str(runtime)})
 
     def __enter__(self):
-        self.process = subprocess.Popen(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.environment)
-        self.reader = threading.Thread(target=self._read)
-        self.reader.start()
+        super().__enter__()
         wait_for(lambda: "overview: http://" in self.log or self.process.poll() is not None, "the overview")
         self.port = int(re.search(r"overview: http://127.0.0.1:(\d+)/", self.log)[1])
         self.page = f"http://127.0.0.1:{self.port}/"
         return self
-
-    def _read(self):
-        for line in self.process.stdout:
-            self.log += line
-
-    def __exit__(self, *_):
-        if self.process.poll() is None:
-            self.process.kill()
-        self.process.wait()
-        self.reader.join()
-        self.process.stdout.close()
 
     def stop(self):
         """\\return the exit status"""
