@@ -219,9 +219,12 @@ class Recorder:
         settings = [f"{key}={toml_value(value)}" for key, value in flattened(values).items()]
         self._ask({"set": settings, "timeout_s": timeout, "restart": restart}, timeout)
 
-    def signal(self, request: str) -> None:
-        """Sends a request of `mediagrabber signal`: "trigger", "reload", "lut" or "lut12"."""
-        self._ask({"signal": request})
+    def signal(self, request: str, event: str | None = None) -> None:
+        """Sends a request of `mediagrabber signal`: "trigger", "reload", "lut" or "lut12".
+
+        \\param event  of a trigger: time and name of the event, "20261121T173318.123Z-door", which becomes the directory's name
+        """
+        self._ask({"signal": request} | ({} if event is None else {"event": event}))
 
     # ---- details
 

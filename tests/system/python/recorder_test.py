@@ -166,8 +166,10 @@ class Requests(RecorderTest):
 
     def test_trigger_the_pre_trigger_buffer(self):
         with self.recorder(self.camera(), {**REGION, "pretrigger.seconds": 10}) as recorder:
-            recorder.signal("trigger")
-            wait_for(lambda: list(self.output.glob("pretrigger/*/frames.jsonl")), "a recording of the buffer")
+            with self.assertRaisesRegex(RecorderError, "event"):
+                recorder.signal("trigger", event="door")
+            recorder.signal("trigger", event="20261121T173318.123Z-door")
+            wait_for((self.output / "pretrigger/20261121T173318.123Z-door/frames.jsonl").exists, "a recording of the buffer")
             summary = recorder.stop()
         frames = open_recording(self.output)  # there is none above it
         self.assertGreaterEqual(len(frames), 1)
