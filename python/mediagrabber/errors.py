@@ -31,7 +31,7 @@ class RingError(MediagrabberError):
 
 
 class ProgramError(MediagrabberError):
-    """A program could not be started or failed. `status` is its exit status, None if it was not started or did not end; `log` is its output."""
+    """A program could not be started or failed. `status` is its exit status, None without one; `log` is its output."""
 
     def __init__(self, message: str, status: int | None = None, log: str = "") -> None:
         super().__init__(message)
