@@ -211,7 +211,7 @@ class Recording(Frames):
                 seen = len(self)
                 yield new
                 deadline = None if timeout is None else time.monotonic() + timeout
-            elif not is_growing:
+            elif not is_growing and not self.is_growing:  # a new segment may have been found just now
                 return
             elif deadline is not None and time.monotonic() > deadline:
                 raise TimeoutError(f"{self.path}: no new frame for {timeout} s")

@@ -19,6 +19,7 @@ from mediagrabber._index import GrowingIndex, IndexFile
 
 from made_recording import bigtiff, line, mono8, raw_place, write_index, write_raw
 from tiff_strip import write_strip
+from waiting import DEADLINE_SECONDS
 
 
 class RecordingTest(unittest.TestCase):
@@ -269,6 +270,20 @@ class Growing(RecordingTest):
         self.assertTrue(frames.is_growing)
         file.close()
         self.assertFalse(frames.is_growing)
+
+    def test_are_followed_into_a_segment_that_has_no_frame_yet(self):
+        first = self.start(self.directory / "20261121T180000Z")
+        self.append(first, line(1) + "\n")
+        followed = open_recording(self.directory).follow(timeout=DEADLINE_SECONDS)
+        self.assertEqual(next(followed).index["frame"].tolist(), [1])
+        second = self.start(self.directory / "20261121T180100Z")
+        first.close()
+        later = threading.Timer(0.3, self.append, (second, line(2) + "\n"))
+        later.start()
+        self.addCleanup(later.join)
+        self.assertEqual(next(followed).index["frame"].tolist(), [2])
+        second.close()
+        self.assertEqual(list(followed), [])
 
     def test_have_new_pages_and_raw_frames(self):
         file = self.start()

@@ -133,6 +133,7 @@ class Raw(Formats, unittest.TestCase):
 
 
 class Hdf5(Formats, unittest.TestCase):
+    maxDiff = None
     KIND = "hdf5"
     FILE = "frames.h5"
 
