@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <poll.h>
+#include <sys/socket.h>
 
 #include "net/udp_socket.hpp"
 
@@ -24,6 +25,9 @@ constexpr milliseconds repeat_interval{300};  ///< the broadcast is sent twice, 
 constexpr ipv4_address limited_broadcast{0xFFFFFFFF};
 /// Acknowledges that are read from one socket before the other sockets and the clock are checked.
 constexpr int max_batch = 64;
+/// So that acknowledges of cameras are not lost while those of others arrive in a flood. The kernel grants less if
+/// net.core.rmem_max is lower.
+constexpr int receive_buffer_bytes = 2 << 20;
 
 /// One socket per host address, and one more for acknowledges that are broadcast. The socket that receives an
 /// acknowledge identifies the camera's interface.
@@ -56,6 +60,8 @@ std::vector<search> open_searches(std::vector<discovered_interface> const& inter
             if (!socket || !socket->allow_broadcast()) {
                 continue;
             }
+            ::setsockopt(socket->descriptor(), SOL_SOCKET, SO_RCVBUF, &receive_buffer_bytes,
+                         sizeof receive_buffer_bytes);
             auto broadcasts = how == gvcp::ack_delivery::broadcast
                                   ? udp_socket::bind_to_broadcasts(socket->local_port(), interfaces[i].interface.name)
                                   : std::nullopt;
