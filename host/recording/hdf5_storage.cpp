@@ -180,11 +180,36 @@ void hdf5_storage::throw_data_error() {
     if (data_error_ != nullptr) {
         std::exception_ptr const reason = std::exchange(data_error_, nullptr);
         try {
+            auto const length = file_.size();
             file_.truncate(published_);  // frees what a part of the frame occupies
+            file_.truncate(length);
         } catch (std::system_error const&) {
             // The next frame overwrites that part.
         }
         std::rethrow_exception(reason);
+    }
+}
+
+/// \throws std::system_error
+void hdf5_storage::lengthen() {
+    if (end_ + min_surplus <= file_.size()) {
+        return;
+    }
+    try {
+        file_.truncate(end_ + 2 * min_surplus);
+    } catch (std::system_error const&) {  // files of this size may be forbidden
+        if (end_ > file_.size()) {
+            file_.truncate(end_);
+        }
+    }
+}
+
+void hdf5_storage::freeze() {
+    frozen_ = true;
+    try {
+        file_.truncate(published_);
+    } catch (std::system_error const&) {
+        // Readers do not mind the surplus.
     }
 }
 
@@ -195,7 +220,7 @@ void hdf5_storage::commit() {
         throw std::runtime_error(name() + ": libhdf5 has written no superblock");
     }
     if (end_ != published_) {
-        file_.truncate(end_);
+        lengthen();
         published_ = end_;
     }
     file_.write_at(0, written_header());

@@ -55,7 +55,7 @@ public:
     /// \throws std::system_error  the first error since the last call, in writing data
     void throw_data_error();
     /// Begins to drop what the library writes, because it closes the file.
-    void freeze() { frozen_ = true; }
+    void freeze();
     /// \return address of the last data block of at least this size that was written
     std::uint64_t last_data_address() const { return last_data_; }
     /// Notes the address of blocks of this size, see last_data_address().
@@ -64,6 +64,10 @@ public:
     /// All blocks of the file begin at a multiple of this. Blocks that change have at most this size, so none of them
     /// crosses a memory page.
     static constexpr std::uint64_t block_alignment = 2048;
+    /// Until freeze(), the file is longer by at least this, without occupying space. A reader determines the length
+    /// before it reads the superblock, and refuses a file that is shorter than the superblock says; this is how much
+    /// may be written between the two.
+    static constexpr std::uint64_t min_surplus = 32U << 20U;
 
 private:
     friend struct hdf5_driver;
@@ -77,6 +81,7 @@ private:
     void write(bool data, std::uint64_t address, std::span<std::byte const> content);
     void read(std::uint64_t address, std::span<std::byte> content) const;
     bytes written_header() const;
+    void lengthen();
 
     growing_file file_;
     std::uint64_t end_ = 0;        ///< of the addresses that the library has allocated, bytes

@@ -14,6 +14,7 @@
 #include "file_size_limit.hpp"
 #include "frames/frame_pixels.hpp"
 #include "hdf5_contents.hpp"
+#include "recording/hdf5_storage.hpp"
 #include "sample_frames.hpp"
 #include "temporary_directory.hpp"
 
@@ -43,6 +44,14 @@ sample_frame frame_number(std::uint64_t number, std::uint32_t width = 16) {
     auto frame = make_frame(frame_formats[0], width, 8, 0, [number](auto, auto) { return number; });
     frame.record.number = number;
     return frame;
+}
+
+std::uint64_t end_in_superblock(std::filesystem::path const& path) {
+    hid_t const file = H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+    haddr_t end = 0;
+    H5Fget_eoa(file, &end);
+    H5Fclose(file);
+    return end;
 }
 
 /// Bytes and calls of this thread's writes.
@@ -211,6 +220,18 @@ TEST_F(Hdf5File, IsOpenedWithoutSwmrWhileItGrows) {
     }
 }
 
+/// A reader that determines the length first, and reads the superblock after some frames, must not find it truncated.
+TEST_F(Hdf5File, IsLongerThanTheSuperblockSaysWhileItGrows) {
+    {
+        auto made = files();
+        for (std::uint64_t number = 1; number <= 5; ++number) {
+            made.write(frame_number(number, 1000).view());
+            EXPECT_GE(std::filesystem::file_size(path()), end_in_superblock(path()) + hdf5_storage::min_surplus);
+        }
+    }
+    EXPECT_EQ(std::filesystem::file_size(path()), end_in_superblock(path()));
+}
+
 TEST_F(Hdf5File, IsNotOpenedForWritingByAnotherProgramMeanwhile) {
     auto made = files();
     made.write(frame_number(1).view());
@@ -222,7 +243,7 @@ TEST_F(Hdf5File, RefusesAFrameThatDoesNotFitAndContinuesLater) {
     auto made = files();
     std::uint32_t const large = 1000;  // so that a part of the frame fits
     made.write(frame_number(1, large).view());
-    auto const before = std::filesystem::file_size(path());
+    auto const before = end_in_superblock(path());
     std::string reason;
     for (int i = 0; i < 3; ++i) {
         file_size_limit const limit(before + 5000);
