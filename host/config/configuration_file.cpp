@@ -85,6 +85,7 @@ private:
     bool read_value(schema_key<target> const& key, toml::node const& node, target& into);
     void refuse_unknown(toml::key const& key, std::string const& path, std::set<std::string> const& known);
     void complete_paths();
+    void complete_socket(char const* key, std::string& path);
     std::string complete(std::string const& path) const;
     void check_combinations();
     void check_broker();
@@ -279,12 +280,24 @@ void file_reader::complete_paths() {
     values.output.directory =
         is_configured ? complete(values.output.directory) : std::filesystem::absolute(values.output.directory).string();
     if (values.control.socket && values.control.socket != "none") {
-        values.control.socket = complete(*values.control.socket);
+        complete_socket("control.socket", *values.control.socket);
     }
-    for (auto* const path : {&values.ring.socket, &values.web.token_file}) {
-        if (*path) {
-            *path = complete(**path);
-        }
+    if (values.ring.socket) {
+        complete_socket("ring.socket", *values.ring.socket);
+    }
+    if (values.web.token_file) {
+        values.web.token_file = complete(*values.web.token_file);
+    }
+}
+
+/// The schema limits the path as it is written.
+void file_reader::complete_socket(char const* key, std::string& path) {
+    constexpr std::size_t max_bytes = sizeof(sockaddr_un::sun_path) - 1;
+    path = complete(path);
+    if (path.size() > max_bytes) {
+        complain(loaded_.origins[key],
+                 fmt::format("{}: with the directory of the file, the path has {} bytes, expected at most {}", key,
+                             path.size(), max_bytes));
     }
 }
 

@@ -253,6 +253,7 @@ def camera_description():
 
 def configuration_file():
     write("configuration_file", "empty", "")
+    write("configuration_file", "long_socket", f'control.socket = "{"d" * 100}"\n')  # longer with the directory of the file
     write("configuration_file", "camera", '[camera]\nmodel = "GO-5100M"\nserial = "A\\u00e42"\n'
           '[image]\nwidth = 640\nheight = 480\noffset_x = 8\noffset_y = 2\nformat = "Mono12Packed"\nrotation_deg = 180\n'
           '[transport]\npacket_size_bytes = "auto"\n')

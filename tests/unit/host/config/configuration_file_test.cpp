@@ -462,6 +462,21 @@ TEST(ConfigurationFile, HasPathsRelativeToItself) {
     EXPECT_EQ(others.output.directory, (std::filesystem::current_path() / "recording").string());
 }
 
+TEST(ConfigurationFile, RefusesASocketWhosePathIsTooLongWithTheDirectoryOfTheFile) {
+    for (std::string const key : {"control.socket", "ring.socket"}) {
+        auto const with = [&](std::size_t bytes) { return key + " = \"" + std::string(bytes, 'd') + '"'; };
+        EXPECT_NO_THROW(parse_configuration(with(102), "/etc/run.toml"));
+        try {
+            parse_configuration(with(103), "/etc/run.toml");
+            FAIL() << key;
+        } catch (configuration_error const& error) {
+            EXPECT_THAT(error.what(), HasSubstr("/etc/run.toml:1:" + std::to_string(key.size() + 4) + ": " + key +
+                                                ": with the directory of the file, the path has 108 bytes, expected at"
+                                                " most 107"));
+        }
+    }
+}
+
 TEST(ConfigurationFile, RefusesThePlaceholderOfEarlierVersions) {
     EXPECT_THAT(error_for("mqtt.topic = \"hall/{instance}\""),
                 HasSubstr("run.toml:1:14: mqtt.topic: {instance} was renamed to {name}"));
