@@ -95,7 +95,7 @@ private:
     void check_file(char const* key, std::optional<std::string>& name,
                     std::function<void(std::string const&)> const& check);
     void complain(file_position where, std::string what, bool temporary = false) {
-        faults_.push_back({.where = where, .what = std::move(what), .temporary = temporary});
+        faults_.push_back({.where = std::move(where), .what = std::move(what), .temporary = temporary});
     }
 
     std::filesystem::path const directory_;
