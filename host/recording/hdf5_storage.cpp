@@ -197,9 +197,12 @@ void hdf5_storage::lengthen() {
     }
     try {
         file_.truncate(end_ + 2 * min_surplus);
-    } catch (std::system_error const&) {  // files of this size may be forbidden
+    } catch (std::system_error const& error) {
+        if (error.code() != std::errc::file_too_large) {
+            throw;
+        }
         if (end_ > file_.size()) {
-            file_.truncate(end_);
+            file_.truncate(end_);  // without a surplus, where the size of files is limited
         }
     }
 }
