@@ -61,16 +61,18 @@ double inflation(std::span<double const> distances, double scatter) {
         return std::clamp(distances[i], -huber_limit * 2.0 * scatter, huber_limit * 2.0 * scatter);
     };
     auto const count = static_cast<double>(distances.size());
-    std::array<double, lags + 1> products{};
-    for (std::size_t lag = 0; lag <= lags; ++lag) {
+    auto const product = [&](std::size_t lag) {
+        double sum = 0.0;
         for (std::size_t i = lag; i < distances.size(); ++i) {
-            products[lag] += clamped(i) * clamped(i - lag);
+            sum += clamped(i) * clamped(i - lag);
         }
-    }
+        return sum;
+    };
+    double const square = product(0);
     double variance = 1.0;
-    for (std::size_t lag = 1; lag <= lags && lag <= distances.size() / 4 && products[0] > 0.0; ++lag) {
+    for (std::size_t lag = 1; lag <= lags && lag <= distances.size() / 4 && square > 0.0; ++lag) {
         double const weight = 1.0 - static_cast<double>(lag) / (lags + 1.0);
-        variance += 2.0 * weight * (products[lag] / products[0] + 2.0 / count);
+        variance += 2.0 * weight * (product(lag) / square + 2.0 / count);
     }
     return std::sqrt(std::max(variance, 1.0)) * (1.0 + few_points / count);
 }

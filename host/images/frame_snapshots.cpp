@@ -16,7 +16,7 @@ constexpr std::chrono::seconds max_age{2};             ///< an older frame is no
 std::shared_ptr<frame_snapshots::snapshot const> frame_snapshots::next(std::uint64_t known, clock::time_point until) {
     std::unique_lock lock(mutex_);
     while (!cancelled_) {
-        auto const last = held_.empty() ? nullptr : held_.back();
+        auto last = held_.empty() ? nullptr : held_.back();
         if (last && last->record.number != known && clock::now() - last->taken < min_interval) {
             return last;
         }
@@ -62,7 +62,7 @@ std::shared_ptr<frame_snapshots::snapshot const> frame_snapshots::copy_next(std:
     if (!frame) {
         return nullptr;
     }
-    if (auto const already = held(frame->record().number)) {
+    if (auto already = held(frame->record().number)) {
         return already;
     }
     auto made = std::make_shared<snapshot>();

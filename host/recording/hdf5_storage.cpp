@@ -35,15 +35,19 @@ struct hdf5_driver {
         hdf5_storage* storage;
     };
 
+    /// What the library copies from the properties of an access.
+    struct driver_info {
+        hdf5_storage* storage;
+    };
+
     static hdf5_storage& storage_of(H5FD_t const* file) { return *reinterpret_cast<open_file const*>(file)->storage; }
 
     static H5FD_t* open(char const* /*name*/, unsigned /*flags*/, hid_t access, haddr_t /*maxaddr*/) noexcept {
-        auto const* const storage = static_cast<hdf5_storage* const*>(H5Pget_driver_info(access));
-        if (storage == nullptr) {
+        auto const* const info = static_cast<driver_info const*>(H5Pget_driver_info(access));
+        if (info == nullptr) {
             return nullptr;
         }
-        auto* const made = new (std::nothrow) open_file{.base = {}, .storage = *storage};
-        return reinterpret_cast<H5FD_t*>(made);
+        return reinterpret_cast<H5FD_t*>(new (std::nothrow) open_file{.base = {}, .storage = info->storage});
     }
     static herr_t close(H5FD_t* file) noexcept {
         delete reinterpret_cast<open_file*>(file);
@@ -92,7 +96,7 @@ struct hdf5_driver {
                 made.name = "mediagrabber";
                 made.maxaddr = HADDR_MAX;
                 made.fc_degree = H5F_CLOSE_STRONG;
-                made.fapl_size = sizeof(hdf5_storage*);
+                made.fapl_size = sizeof(driver_info);
                 made.open = open;
                 made.close = close;
                 made.cmp = compare;
@@ -116,9 +120,9 @@ hdf5_storage::hdf5_storage(int directory, std::string name) : file_(directory, s
     flock(file_.descriptor(), LOCK_SH | LOCK_NB);
 }
 
-void hdf5_storage::select_for(hid_t access) const {
-    auto const* const self = this;
-    if (hdf5_driver::registered() < 0 || H5Pset_driver(access, hdf5_driver::registered(), &self) < 0) {
+void hdf5_storage::select_for(hid_t access) {
+    hdf5_driver::driver_info const info{.storage = this};
+    if (hdf5_driver::registered() < 0 || H5Pset_driver(access, hdf5_driver::registered(), &info) < 0) {
         throw std::runtime_error("libhdf5 does not accept the file driver");
     }
 }

@@ -45,7 +45,7 @@ public:
 
     /// Selects this storage for a file that the library creates with the property list.
     /// \throws std::runtime_error
-    void select_for(hid_t access) const;
+    void select_for(hid_t access);
 
     /// \return whether the last commit() has failed
     bool has_changes() const { return !changes_.empty(); }

@@ -609,7 +609,7 @@ void web_server::site::add_controls() {
 
 web_server::web_server(web_configuration const& chosen) : site_(std::make_unique<site>(chosen, nullptr)) {}
 
-web_server::web_server(web_configuration const& chosen, std::vector<page> pages)
+web_server::web_server(web_configuration const& chosen, std::vector<page> const& pages)
     : site_(std::make_unique<site>(chosen, &pages)) {}
 
 web_server::~web_server() {

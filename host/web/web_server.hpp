@@ -50,7 +50,7 @@ public:
     explicit web_server(web_configuration const& chosen);
     /// Serves these pages, the login page and its static files.
     /// \throws std::runtime_error  if it cannot listen, or the token cannot be used
-    web_server(web_configuration const& chosen, std::vector<page> pages);
+    web_server(web_configuration const& chosen, std::vector<page> const& pages);
     ~web_server();
     web_server(web_server const&) = delete;
     web_server& operator=(web_server const&) = delete;

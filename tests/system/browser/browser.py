@@ -16,7 +16,7 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
-from marionette import Marionette
+from marionette import Marionette, PageUnloaded
 from waiting import wait_for
 
 OPTIONS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--no-first-run",
@@ -76,7 +76,18 @@ class Browser:
             {"type": "scroll", "duration": 0, "x": position[0], "y": position[1], "deltaX": 0, "deltaY": down, "origin": "viewport"}]})
 
     def wait(self, condition, what, seconds=20):
-        return wait_for(condition, f"{what}; the page shows the answer \"{self.shown_answer()}\"", seconds)
+        def holds():
+            try:
+                return condition()
+            except PageUnloaded:  # the browser loads another one
+                return None
+        try:
+            return wait_for(holds, what, seconds)
+        except AssertionError as error:
+            raise AssertionError(f"{error}; the page shows the answer \"{self.shown_answer()}\"") from None
+
+    def source(self):
+        return self.run("return document.documentElement?.outerHTML ?? ''")
 
     def shown_answer(self):
         return self.run("return document.getElementById('answer')?.textContent")
@@ -107,9 +118,6 @@ class Chromium(Browser):
 
     def url(self):
         return self.driver.current_url
-
-    def source(self):
-        return self.driver.page_source
 
     def text(self, name):
         return self.driver.find_element(By.ID, name).text
@@ -165,9 +173,6 @@ class Firefox(Browser):
 
     def url(self):
         return self.marionette.command("WebDriver:GetCurrentURL")
-
-    def source(self):
-        return self.marionette.command("WebDriver:GetPageSource")
 
     def text(self, name):
         return self.marionette.command("WebDriver:GetElementText", id=self.marionette.find(name))

@@ -211,7 +211,7 @@ class TokenAndStop(unittest.TestCase):
             browser.resize(*DESKTOP)
             browser.open(page_of(recording))
             self.assertTrue(browser.url().endswith("/login"))
-            in_field = lambda: browser.run("return document.activeElement.tagName") == "INPUT"
+            in_field = lambda: browser.run("return document.activeElement?.tagName") == "INPUT"
             browser.wait(in_field, "the focus in the token's field")
             browser.press("not the token", Keys.ENTER)
             browser.wait(lambda: "wrong token" in browser.source(), "the refusal")

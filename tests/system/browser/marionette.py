@@ -44,6 +44,10 @@ class MarionetteError(RuntimeError):
     """An error that Firefox reports."""
 
 
+class PageUnloaded(MarionetteError):
+    """The page of a command went away before its result."""
+
+
 class Marionette:
     """Headless Firefox with a profile of its own, and a connection to it, until the context is left."""
 
@@ -111,7 +115,8 @@ class Marionette:
         if (kind, answered) != (1, number):
             raise MarionetteError(f"response {answered} to command {number}")
         if error:
-            raise MarionetteError(f"{name}: {error['error']}: {error['message']}")
+            unloaded = any(text in error["message"] for text in ("Document was unloaded", "AbortError"))
+            raise (PageUnloaded if unloaded else MarionetteError)(f"{name}: {error['error']}: {error['message']}")
         return result["value"] if isinstance(result, dict) and set(result) == {"value"} else result
 
     def script(self, text, *arguments):
