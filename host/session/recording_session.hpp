@@ -26,6 +26,7 @@
 #include "segments/recording_retention.hpp"
 #include "segments/segmented_recording.hpp"
 #include "service/service_manager.hpp"
+#include "session/memory_trimmer.hpp"
 #include "session/monitoring.hpp"
 #include "session/restart_policy.hpp"
 #include "session/signal_watch.hpp"
@@ -101,6 +102,7 @@ private:
     host_context context_;
     progress_report report_;
     service_manager service_;
+    memory_trimmer memory_;
 
     std::chrono::steady_clock::time_point const begun_ = std::chrono::steady_clock::now();
     std::atomic<bool> stop_requested_{false};        ///< by a client

@@ -91,7 +91,10 @@ def outcome(number, feature):
     serial = f"SN{number}"
     with Camera("--address", f"127.0.0.{number + 2}", "--serial", serial, "--missing-feature", feature):
         with Recording(CONFIGURATION.format(serial=serial), "--frames", str(FRAMES)) as recording:
-            silent = OUTCOMES.get(feature, (GRABS,))[0] == NO_FRAME_ARRIVES
+            expected, words = OUTCOMES.get(feature, (GRABS, None))
+            silent = expected == NO_FRAME_ARRIVES
+            if silent:
+                recording.wait_for_log(words)
             try:
                 status = recording.finish(SILENT_SECONDS if silent else DEADLINE_SECONDS)
             except subprocess.TimeoutExpired:
