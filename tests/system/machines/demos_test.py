@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """The demos of examples/several_machines: what they save, show and report."""
 
+import contextlib
 import datetime
 import json
 import os
@@ -37,16 +38,27 @@ class Demo(unittest.TestCase):
         return "".join(f"--- {path.name}\n{path.read_text()}" for path in sorted(self.output.glob("*.log")))
 
     def run_demo(self, name, *arguments):
-        """\\return the output of a demo, which must succeed"""
-        done = subprocess.run([EXAMPLES / name, self.output, *arguments], env=self.environment(), text=True, timeout=DEMO_SECONDS,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        """\\return the output of a demo, which must succeed and leave no process"""
+        done = subprocess.run([EXAMPLES / name, self.output, *arguments], env=self.environment(DEMO=str(self.output)), text=True,
+                              timeout=DEMO_SECONDS, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.assertEqual(done.returncode, 0, done.stdout + self.logs())
+        wait_for(lambda: not processes_with(f"DEMO={self.output}"), "the end of all processes of the demo", 5)
         return done.stdout
 
     def expect_identical(self, number, directory):
         """The saved frames are those that the machine's camera has sent."""
         status, report = verify_directory(directory, self.output / f"machine{number}" / "truth.jsonl")
         self.assertEqual(status, 0, report)
+
+
+def processes_with(variable):
+    """\\return the command lines of the processes with this environment variable"""
+    found = []
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):  # it has ended
+            if variable.encode() in (process / "environ").read_bytes().split(b"\0"):
+                found.append((process / "cmdline").read_bytes())
+    return found
 
 
 def frame_index(directory):
