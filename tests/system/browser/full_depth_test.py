@@ -9,6 +9,7 @@ import sys
 import tempfile
 import unittest
 
+import cv2
 import mediagrabber
 import numpy
 from camera_process import Camera
@@ -108,17 +109,51 @@ class FullDepth(unittest.TestCase):
 
 
 class Stream(unittest.TestCase):
-    def test_is_read_by_gstreamer(self):
-        recording, port = start(self, "Mono8")
-        directory = self.enterContext(tempfile.TemporaryDirectory())
-        output = pathlib.Path(directory) / "images"
-        subprocess.run(["gst-launch-1.0", "-q", "souphttpsrc", f"location=http://127.0.0.1:{port}/stream.mjpg", "!", "multipartdemux",
-                        "!", "jpegdec", "!", "videoconvert", "!", "video/x-raw,format=GRAY8", "!", "identity",
-                        f"eos-after={STREAMED + 1}", "!", "filesink", f"location={output}"], check=True, timeout=120)
-        images = numpy.fromfile(output, numpy.uint8).reshape(-1, HEIGHT, WIDTH)
+    def setUp(self):
+        self.recording, port = start(self, "Mono8")
+        self.url = f"http://127.0.0.1:{port}/stream.mjpg"
+
+    def check(self, images):
+        """Each of them is another frame of the recording."""
         self.assertGreaterEqual(len(images), STREAMED)
         self.assertEqual(len({image.tobytes() for image in images}), len(images), "an image was sent twice")
-        self.assertEqual(recording.stop(), 0, recording.log)
+        self.assertEqual(self.recording.stop(), 0, self.recording.log)
+
+    def test_is_read_by_gstreamer(self):
+        directory = self.enterContext(tempfile.TemporaryDirectory())
+        output = pathlib.Path(directory) / "images"
+        subprocess.run(["gst-launch-1.0", "-q", "souphttpsrc", f"location={self.url}", "!", "multipartdemux",
+                        "!", "jpegdec", "!", "videoconvert", "!", "video/x-raw,format=GRAY8", "!", "identity",
+                        f"eos-after={STREAMED + 1}", "!", "filesink", f"location={output}"], check=True, timeout=120)
+        self.check(list(numpy.fromfile(output, numpy.uint8).reshape(-1, HEIGHT, WIDTH)))
+
+    def test_is_read_by_opencv(self):
+        stream = cv2.VideoCapture(self.url)
+        self.addCleanup(stream.release)
+        images = []
+        while len(images) < STREAMED:
+            read, image = stream.read()
+            self.assertTrue(read, self.recording.log)
+            self.assertEqual(image.shape, (HEIGHT, WIDTH, 3))
+            images.append(image)
+        self.check(images)
+
+    def test_is_read_by_vlc(self):
+        directory = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        directory.chmod(0o777)
+        # VLC refuses to run as root.
+        command = ["unshare", "--user", "vlc", "--intf", "dummy", "--vout", "dummy", "--no-audio", "--no-video-title-show",
+                   "--video-filter", "scene", "--scene-format", "png", "--scene-ratio", "1", "--scene-path", directory, self.url]
+
+        def images():
+            """By content: VLC shows the first ones repeatedly until its clock runs. The last file may be incomplete."""
+            return {path.read_bytes() for path in sorted(directory.glob("*.png"))[:-1]}
+        with subprocess.Popen(command, env={"HOME": str(directory), "PATH": "/usr/bin"}) as player:
+            try:
+                wait_for(lambda: len(images()) >= STREAMED, "images of VLC")
+            finally:
+                player.terminate()
+        self.check([image_of(content) for content in images()])
 
 
 if __name__ == "__main__":
