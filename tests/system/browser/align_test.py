@@ -26,7 +26,7 @@ CONFIGURATION = f"""
 [image]
 width = {WIDTH}
 height = {HEIGHT}
-format = "Mono12"
+format = "%s"
 [timing]
 frame_rate_hz = 10.0
 [gain]
@@ -42,16 +42,17 @@ address = "127.0.0.1:0"
 """
 SCREENSHOTS = os.environ.get("MEDIAGRABBER_SCREENSHOTS")
 SMALL = (1100, 740)  # of a screenshot
-RED, YELLOW, CYAN = "255,32,32", "255,211,69", "0,229,255"
+RED, YELLOW, CYAN, GREEN, ORANGE = "255,32,32", "255,211,69", "0,229,255", "124,255,107", "255,166,64"
 
 
-class Align(unittest.TestCase):
-    """One recording and one browser for all tests, which run in the order of their names."""
+class AlignedPage(unittest.TestCase):
+    """One recording and one browser for all tests of a class, which run in the order of their names."""
+    PIXEL_FORMAT, DATA_TYPE = "", ""
 
     @classmethod
     def setUpClass(cls):
         cls.camera = cls.enterClassContext(Camera())
-        cls.recording = cls.enterClassContext(Recording(CONFIGURATION))
+        cls.recording = cls.enterClassContext(Recording(CONFIGURATION % cls.PIXEL_FORMAT))
         cls.page = page_of(cls.recording)
         cls.port = int(cls.page.rstrip("/").rsplit(":", 1)[1])
         cls.recording.wait_for_frames(1)
@@ -97,25 +98,8 @@ class Align(unittest.TestCase):
         for y in range(0, HEIGHT, HEIGHT // 2):
             response, body = get(self.port, f"/tile.raw?frame={spoken.group(1)}&x=0&y={y}&width={WIDTH}&height={HEIGHT // 2}")
             self.assertEqual(response.status, 200, body)
-            parts.append(numpy.frombuffer(body, "<u2").reshape(-1, WIDTH))
+            parts.append(numpy.frombuffer(body, self.DATA_TYPE).reshape(-1, WIDTH))
         return numpy.concatenate(parts).astype(int)
-
-    def pixel(self):
-        """\\return x, y and value that the page shows, or nothing"""
-        found = re.fullmatch(r"x (\d+), y (\d+): (\d+) of (\d+)", self.browser.text("pixel"))
-        if found is None:
-            return None
-        self.assertEqual(int(found.group(4)), MAX_VALUE)
-        return tuple(int(number) for number in found.groups()[:3])
-
-    def pixel_at(self, position):
-        """Points at a position of the window. \\return the pixel there"""
-        self.browser.run("""
-            window.pointed = null;
-            document.onpointermove = (event) => { window.pointed = [Math.round(event.clientX), Math.round(event.clientY)]; };""")
-        self.browser.move_pointer((position[0] - 2, position[1]), position)
-        self.browser.wait(lambda: self.browser.run("return window.pointed") == list(position), "the pointer")
-        return self.browser.wait(self.pixel, "the value of the pixel")
 
     def announcement(self):
         """What a screen reader reads; the element is not visible."""
@@ -134,6 +118,59 @@ class Align(unittest.TestCase):
               if (data[i + 3] > 60 && wanted.every((value, channel) => Math.abs(data[i + channel] - value) < 12)) ++count;
             }
             return count;""", colour)
+
+    def check_off(self, name):
+        self.browser.tab_to(name, max_presses=90)
+        self.browser.press(Keys.SPACE)
+        self.assertFalse(self.browser.run("return document.getElementById(arguments[0]).checked", name))
+
+    def drawn(self):
+        """\return the colours of the middle row of the view, from the left"""
+        values = self.browser.run("""
+            const image = document.getElementById('image');
+            const line = new OffscreenCanvas(image.width, 1).getContext('2d', {willReadFrequently: true});
+            line.drawImage(image, 0, -(image.height >> 1));
+            return [...line.getImageData(0, 0, image.width, 1).data];""")
+        return numpy.array(values).reshape(-1, 4)[:, :3]
+
+    def assert_drawn(self, expected):
+        """The view shows this image at 1:1, in its middle at least. The view may begin within a pixel."""
+        drawn = self.drawn()
+        middle = len(drawn) // 2
+        differences = [numpy.abs(expected[row, WIDTH // 2 - 100 + shift:WIDTH // 2 + 100 + shift] - drawn[middle - 100:middle + 100]).max()
+                       for row in range(HEIGHT // 2 - 2, HEIGHT // 2 + 3) for shift in (-1, 0, 1)]
+        self.assertEqual(min(differences), 0)
+
+    def focus_value(self):
+        return float(self.browser.run("return document.getElementById('focus').dataset.value || 'nan'"))
+
+    def choose_rectangle(self):
+        """\return the slices of its rows and columns"""
+        for name, value in (("rectangle-x", "100"), ("rectangle-y", "60"), ("rectangle-width", "90"), ("rectangle-height", "70")):
+            self.browser.fill(name, value)
+        self.check("focus-on")
+        return slice(60, 130), slice(100, 190)
+
+
+class Align(AlignedPage):
+    PIXEL_FORMAT, DATA_TYPE = "Mono12", "<u2"
+
+    def pixel(self):
+        """\\return x, y and value that the page shows, or nothing"""
+        found = re.fullmatch(r"x (\d+), y (\d+): (\d+) of (\d+)", self.browser.text("pixel"))
+        if found is None:
+            return None
+        self.assertEqual(int(found.group(4)), MAX_VALUE)
+        return tuple(int(number) for number in found.groups()[:3])
+
+    def pixel_at(self, position):
+        """Points at a position of the window. \\return the pixel there"""
+        self.browser.run("""
+            window.pointed = null;
+            document.onpointermove = (event) => { window.pointed = [Math.round(event.clientX), Math.round(event.clientY)]; };""")
+        self.browser.move_pointer((position[0] - 2, position[1]), position)
+        self.browser.wait(lambda: self.browser.run("return window.pointed") == list(position), "the pointer")
+        return self.browser.wait(self.pixel, "the value of the pixel")
 
     def test_01_zooms_and_moves_with_the_keyboard(self):
         middle = self.browser.position("stage", 0.5, 0.5)
@@ -202,16 +239,7 @@ class Align(unittest.TestCase):
         expected = f"x {x}, y {y}: {truth[y, x]} of {MAX_VALUE}"
         self.browser.wait(lambda: self.announcement() == expected, f"the announcement {expected}")
         # What is drawn at 1:1 is the frame itself.
-        drawn = self.browser.run("""
-            const image = document.getElementById('image');
-            const line = new OffscreenCanvas(image.width, 1).getContext('2d', {willReadFrequently: true});
-            line.drawImage(image, 0, -(image.height >> 1));
-            return [...line.getImageData(0, 0, image.width, 1).data].filter((_, i) => i % 4 === 0);""")
-        shown = truth[HEIGHT // 2 - 2:HEIGHT // 2 + 3] >> 4
-        middle = len(drawn) // 2
-        rows = [numpy.abs(row[WIDTH // 2 - 100 + shift:WIDTH // 2 + 100 + shift] - drawn[middle - 100:middle + 100]).max()
-                for row in shown for shift in (-1, 0, 1)]
-        self.assertEqual(min(rows), 0)
+        self.assert_drawn(numpy.repeat(truth[:, :, None] >> 4, 3, 2))
 
     def test_06_marks_saturated_pixels(self):
         self.assertEqual(self.marked(RED), 0)
@@ -231,25 +259,17 @@ class Align(unittest.TestCase):
         self.browser.press(Keys.ENTER)
         self.browser.wait(lambda: self.browser.shown_answer() == "gain.db = 0", "the camera's answer")
 
-    def check_off(self, name):
-        self.browser.tab_to(name, max_presses=90)
-        self.browser.press(Keys.SPACE)
-        self.assertFalse(self.browser.run("return document.getElementById(arguments[0]).checked", name))
-
     def test_07_measures_the_focus_of_a_rectangle(self):
         truth = self.paused()
-        for name, value in (("rectangle-x", "100"), ("rectangle-y", "60"), ("rectangle-width", "90"), ("rectangle-height", "70")):
-            self.browser.fill(name, value)
-        self.check("focus-on")
-        part = truth[60:130, 100:190]
+        part = truth[self.choose_rectangle()]
         laplacian = 4 * part[1:-1, 1:-1] - part[1:-1, :-2] - part[1:-1, 2:] - part[:-2, 1:-1] - part[2:, 1:-1]
         expected = laplacian.var() / part[1:-1, 1:-1].mean() ** 2
-        value = lambda: float(self.browser.run("return document.getElementById('focus').dataset.value || 'nan'"))
-        self.browser.wait(lambda: abs(value() - expected) <= 1e-9 * expected, f"the figure {expected}")
+        self.browser.wait(lambda: abs(self.focus_value() - expected) <= 1e-9 * expected, f"the figure {expected}")
         self.assertIn("100 % of the best", self.browser.text("focus-now"))
+        self.assertGreater(self.marked(GREEN), 100)
         self.assertIn("Focus figure: ", self.browser.attribute("focus", "aria-label"))
         self.check_off("pause")
-        self.browser.wait(lambda: value() != expected, "the figure of another frame")
+        self.browser.wait(lambda: self.focus_value() != expected, "the figure of another frame")
         self.browser.fill("rectangle-x", str(WIDTH - 50))
         self.browser.wait(lambda: f"within the frame of {WIDTH} × {HEIGHT}" in self.browser.text("align-note"), "the error")
         self.browser.fill("rectangle-x", "100")
@@ -263,6 +283,7 @@ class Align(unittest.TestCase):
         values = lambda: self.browser.run("return document.getElementById('profile').dataset.values")
         expected = ",".join(str(value) for value in truth[20, 10:210])
         self.browser.wait(lambda: values() == expected, "the values of the row")
+        self.assertGreater(self.marked(ORANGE), 50)
         self.assertIn(f"minimum {truth[20, 10:210].min()}, ", self.browser.text("profile-now"))
         for name, value in (("line-x2", "10"), ("line-y2", "99")):
             self.browser.fill(name, value)
@@ -313,6 +334,32 @@ class Align(unittest.TestCase):
 
     def test_11_logs_no_errors(self):
         self.assertEqual(self.browser.console_errors(), [])
+
+
+class AlignInColour(AlignedPage):
+    PIXEL_FORMAT, DATA_TYPE = "BayerRG8", "<u1"
+
+    def coloured(self, levels):
+        """\return what the view shows of these levels: each cell of 2 x 2 pixels in its colour"""
+        green = (levels[0::2, 1::2] + levels[1::2, 0::2]) >> 1
+        return numpy.stack((levels[0::2, 0::2], green, levels[1::2, 1::2]), 2).repeat(2, 0).repeat(2, 1)
+
+    def test_1_draws_the_colours_of_the_cells(self):
+        truth = self.paused()
+        self.press_in_view("1")
+        self.assert_drawn(self.coloured(truth))
+        self.check("stretch")
+        low, high = truth.min(), truth.max()
+        self.assertGreater(low, 0)
+        self.assert_drawn(self.coloured(numpy.minimum((truth - low) * 256 // (high - low), 255)))
+        self.check_off("stretch")
+
+    def test_2_measures_the_focus_of_pixels_of_one_colour(self):
+        truth = self.paused()
+        part = truth[self.choose_rectangle()]
+        laplacian = 4 * part[2:-2, 2:-2] - part[2:-2, :-4] - part[2:-2, 4:] - part[:-4, 2:-2] - part[4:, 2:-2]
+        expected = laplacian.var() / part[2:-2, 2:-2].mean() ** 2
+        self.browser.wait(lambda: abs(self.focus_value() - expected) <= 1e-9 * expected, f"the figure {expected}")
 
 
 if __name__ == "__main__":
