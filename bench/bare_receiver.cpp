@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 /// \file
-/// bare_receiver ADDRESS FRAMES PACKET_SIZE SOCKET_BUFFER: the least work that receives a stream of camsim with a UDP
-/// socket. The kernel merges packets (UDP_GRO); this program reads them into one area, again and again, and counts
-/// them. It copies no pixels, requests no resends and expects packets in order. It prints a line for each complete
-/// frame: the camera's ticks and the time at which its last packet was read, in nanoseconds of UTC.
+/// bare_receiver ADDRESS FRAMES PACKET_SIZE SOCKET_BUFFER AREA: the least work that receives a stream of camsim with a
+/// UDP socket. The kernel merges packets (UDP_GRO); this program reads them into an area of AREA bytes, one after the
+/// other and again from its begin, and counts them. A small area stays in the processor's caches; with one of several
+/// frames, the pixels arrive in memory as those of any receiver. It requests no resends and expects packets in order.
+/// It prints a line for each complete frame: the camera's ticks and the time at which its last packet was read, in
+/// nanoseconds of UTC.
 #include <netinet/udp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -100,13 +102,15 @@ private:
 };
 
 /// \return complete frames
-unsigned long receive(int socket, unsigned long wanted) {
-    std::vector<std::byte> area(max_merged_bytes);
+unsigned long receive(int socket, unsigned long wanted, std::size_t area_bytes) {
+    std::vector<std::byte> area(std::max(area_bytes, max_merged_bytes));
+    std::size_t begin = 0;
     alignas(cmsghdr) std::array<std::byte, CMSG_SPACE(sizeof(int))> control;
     block_counter block;
     unsigned long frames = 0;
     while (frames < wanted) {
-        iovec piece{area.data(), area.size()};
+        begin = begin + max_merged_bytes <= area.size() ? begin : 0;
+        iovec piece{&area[begin], max_merged_bytes};
         msghdr message{};
         message.msg_iov = &piece;
         message.msg_iovlen = 1;
@@ -116,7 +120,8 @@ unsigned long receive(int socket, unsigned long wanted) {
         if (length <= 0) {
             break;
         }
-        auto const received = std::span<std::byte const>(area).first(static_cast<std::size_t>(length));
+        auto const received = std::span<std::byte const>(area).subspan(begin, static_cast<std::size_t>(length));
+        begin += received.size();
         std::size_t const step = packet_size(message, received.size());
         for (std::size_t at = 0; at < received.size(); at += step) {
             if (block.add(received.subspan(at, std::min(step, received.size() - at)))) {
@@ -146,7 +151,7 @@ int run(char** argv) {
     client.write_register(bootstrap::stream_destination, client.own_address());
     client.write_register(bootstrap::stream_host_port, port);
     client.write_register(address_of("AcquisitionStart"), 1);
-    unsigned long const frames = receive(socket.get(), wanted);
+    unsigned long const frames = receive(socket.get(), wanted, std::strtoul(argv[5], nullptr, 10));
     client.write_register(address_of("AcquisitionStop"), 1);
     client.write_register(bootstrap::control_channel_privilege, 0);
     return frames == wanted ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -155,8 +160,8 @@ int run(char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 5) {
-        std::fprintf(stderr, "usage: bare_receiver ADDRESS FRAMES PACKET_SIZE SOCKET_BUFFER\n");
+    if (argc != 6) {
+        std::fprintf(stderr, "usage: bare_receiver ADDRESS FRAMES PACKET_SIZE SOCKET_BUFFER AREA\n");
         return EXIT_FAILURE;
     }
     try {

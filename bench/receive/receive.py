@@ -26,6 +26,7 @@ MINUTE_RATE = 115                     # frames/s, 118 MB/s
 WIDE = (4096, 512)                    # frames of 2 MB, for high rates
 RATES = (100, 150, 200, 300, 400, 500, 600, 700, 800, 900, 1000, 1200, 1400, 1600, 1800, 2000)  # MB/s
 ATTEMPTS = 2                          # per data rate: the first loss can be the machine's
+BUFFERS = 16                          # of all programs
 FEATURES = 5                          # accesses of the plug-in per frame
 START_FRACTION = 0.05                 # of the frames of a run; the CPU time until they have been sent is that of the start
 SIZES = (1400, 8900)                  # packet sizes in bytes
@@ -199,15 +200,20 @@ class ArvCameraTest:
         return counts["n_completed_buffers"], usage, text
 
 
-BARE = Printing("bare loop", lambda path, stream: [BUILD / "bin/bare_receiver", path.address, stream.frames, path.packet_size,
-                                                   stream.socket_buffer])
+def bare_loop(name, area_bytes):
+    return Printing(name, lambda path, stream: [BUILD / "bin/bare_receiver", path.address, stream.frames, path.packet_size,
+                                                stream.socket_buffer, area_bytes])
+
+
+BARE = bare_loop("bare loop", 65536)
+BARE_INTO_FRAMES = bare_loop("bare loop into 16 frames", BUFFERS * WIDTH * HEIGHT)
 GRABBER = Printing("grabber", lambda path, stream: [BUILD / "bin/grabber", path.address, stream.frames, path.packet_size])
 ARAVIS = Printing("Aravis", lambda path, stream: [BUILD / "bin/aravis_grabber", path.address, stream.frames, "udp", stream.socket_buffer])
 PACKET_SOCKET = Printing("Aravis, packet socket", lambda path, stream: [BUILD / "bin/aravis_grabber", path.address, stream.frames,
                                                                         "packet", stream.socket_buffer])
 MEDIAGRABBER = Mediagrabber()
 ARV_CAMERA_TEST = ArvCameraTest()
-ON_LOOPBACK = (BARE, GRABBER, MEDIAGRABBER, ARAVIS, ARV_CAMERA_TEST)
+ON_LOOPBACK = (BARE, BARE_INTO_FRAMES, GRABBER, MEDIAGRABBER, ARAVIS, ARV_CAMERA_TEST)
 ON_VETH = (GRABBER, MEDIAGRABBER, ARAVIS, PACKET_SOCKET)
 
 

@@ -69,7 +69,7 @@ class Receive(Measurement):
     def test_runs(self):
         done = self.measure("receive")
         self.expect_header(done.stdout)
-        for program in ("bare loop", "grabber", "mediagrabber", "Aravis"):
+        for program in ("bare loop", "bare loop into 16 frames", "grabber", "mediagrabber", "Aravis"):
             self.assertRegex(done.stdout, rf"(?m)^\| merged \| 1400 \| {program} \| 1 \|(?: [^|]+ \|){{5}} 0 of 10 \| 0 \|")
         for program in ("grabber", "mediagrabber", "Aravis", "Aravis, packet socket"):
             self.assertRegex(done.stdout, rf"(?m)^\| not merged \| 1400 \| {program} \| 1 \|(?: [^|]+ \|){{5}} 0 of 10 \| 0 \|")
@@ -90,7 +90,7 @@ class Receive(Measurement):
         done = self.measure("receive", "--inject-loss", status=LOSSES)
         self.assertIn("highest rates: [0]", done.stderr)
         self.assertRegex(done.stderr, "FRAMES LOST: [1-9]")
-        for program in ("bare loop", "grabber", "mediagrabber", "Aravis", "arv-camera-test"):
+        for program in ("bare loop", "bare loop into 16 frames", "grabber", "mediagrabber", "Aravis", "arv-camera-test"):
             self.assertRegex(done.stdout, rf"(?m)^\| merged \| 1400 \| {program} \| 1 \|(?: [^|]+ \|){{5}} [1-9]\d* of")
 
 
