@@ -81,7 +81,7 @@ def write_configuration(directory, options, output_format, more=""):
 
 
 def account_of(directory):
-    """\return the account of the recording in `directory`/frames, beside the truth file of its camera; ticks of its frames"""
+    """\\return the account of the recording in `directory`/frames, beside the truth file of its camera; ticks of its frames"""
     ticks = [line["ticks"] for line in read_index(directory / "frames")]
     return FrameAccount(read_truth(directory / "truth.jsonl"), ticks, skipped=CALIBRATION_FRAMES), ticks
 

@@ -53,7 +53,7 @@ def start(directory, options, files, messages):
 
 
 def measure(options, files, messages):
-    """\return resource usage, frames and bytes on disk of each recording"""
+    """\\return resource usage, frames and bytes on disk of each recording"""
     with tempfile.TemporaryDirectory(dir=options.scratch) as scratch:
         directories = [pathlib.Path(scratch) / str(i) for i in range(options.cameras)]
         recordings = [start(directory, options, files, messages) for directory in directories]

@@ -70,7 +70,7 @@ EVENT = re.compile(r"^\s*(?P<thread>\d+)\s+(?P<time>[\d.]+):\s+raw_syscalls:sys_
 
 
 def system_calls(text):
-    """\return thread, time in us, name, whether it is the return, and result of each call in the output of perf"""
+    """\\return thread, time in us, name, whether it is the return, and result of each call in the output of perf"""
     for found in filter(None, map(EVENT.match, text.splitlines())):
         yield (int(found["thread"]), float(found["time"]) * 1e6, CALLS[int(found["call"])], found["edge"] == "exit",
                int(found["result"] or 0))
@@ -114,7 +114,7 @@ def quantile(values, share):
 
 
 def trace(size, stream):
-    """\return the parts of mediagrabber's loop"""
+    """\\return the parts of mediagrabber's loop"""
     with tempfile.TemporaryDirectory() as directory:
         data = pathlib.Path(directory) / "calls"
         chosen = " || ".join(f"id == {number}" for number in CALLS)

@@ -117,14 +117,14 @@ class SocketWatch(threading.Thread):
             self.packet_socket |= len(pathlib.Path("/proc/net/packet").read_text().splitlines()) > 1
 
     def end(self):
-        """\return the buffer, as a cell of the table"""
+        """\\return the buffer, as a cell of the table"""
         self.ended.set()
         self.join()
         return "packet socket" if self.packet_socket else f"{self.largest // 1024}"
 
 
 def processor_clock(process):
-    """\return the clock of the CPU time of another process, as clock_getcpuclockid(3) does"""
+    """\\return the clock of the CPU time of another process, as clock_getcpuclockid(3) does"""
     return (~process.pid << 3) | 2
 
 

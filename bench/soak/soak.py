@@ -214,12 +214,12 @@ class Recording:
         return status
 
     def port(self):
-        """\return the port of the page, once it is in the log"""
+        """\\return the port of the page, once it is in the log"""
         found = [re.search(r"live page: http://127.0.0.1:(\d+)/", line) for _, line in list(self.log)]
         return next((int(one.group(1)) for one in found if one), None)
 
     def triggered(self):
-        """\return frames that triggers have saved"""
+        """\\return frames that triggers have saved"""
         return sum(sum(1 for _ in lines_of(path)) for path in self.directory.glob("frames/pretrigger/*/frames.jsonl"))
 
 
@@ -396,7 +396,7 @@ def resource_problems(figures, samples):
 
 
 def account_problems(figures):
-    """\return what is wrong with the counts of account(), one line per problem"""
+    """\\return what is wrong with the counts of account(), one line per problem"""
     problems = []
     if figures["missing within runs"] > figures["reported lost"]:
         problems.append("frames are missing that were not reported lost")

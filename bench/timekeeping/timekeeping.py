@@ -106,7 +106,7 @@ def grab_with_aravis(setup, seconds):
 
 
 def measure(setup, seconds):
-    """\return figures by the names of their rows"""
+    """\\return figures by the names of their rows"""
     with tempfile.TemporaryDirectory() as temporary:
         directory = pathlib.Path(temporary)
         truth_path = directory / "truth.jsonl"

@@ -173,7 +173,7 @@ def main():
 
 
 def summary(runs):
-    """\return a row for each kind; each run is compared with that without viewers next to it"""
+    """\\return a row for each kind; each run is compared with that without viewers next to it"""
     p99 = lambda run: percentile(run.delays, 0.99)
     rows = []
     for kind, each in runs.items():

@@ -272,7 +272,7 @@ const view = (() => {
 
   async function followValue() {
     const {cursor} = state;
-    if (document.hidden || !cursor || state.tile) return;
+    if (document.hidden || !cursor || covers(state.tile, cursor.x, cursor.y)) return;
     const tile = await fetchTile({...cursor, width: 1, height: 1}, {});
     if (tile && cursor === state.cursor) showValue(tile);
   }
@@ -343,11 +343,14 @@ const view = (() => {
   function moveCursor(dx, dy) {
     if (!state.size) return;
     const from = state.cursor || {x: state.size.width >> 1, y: state.size.height >> 1};
-    state.cursor = {x: clamp(from.x + dx, 0, state.size.width - 1), y: clamp(from.y + dy, 0, state.size.height - 1)};
+    const [x, y] = [clamp(from.x + dx, 0, state.size.width - 1), clamp(from.y + dy, 0, state.size.height - 1)];
+    const area = visible();
+    if (x < area.x || y < area.y || x >= area.x + area.width || y >= area.y + area.height) state.centre = {x, y};
+    state.cursor = {x, y};
     showValue();
-    drawMarks();
+    draw();
     const spoken = state.cursor;
-    (state.tile ? Promise.resolve() : followValue()).then(
+    followValue().then(
       () => { if (spoken === state.cursor) say($('pixel').textContent); },
       (error) => say(`No value: ${error.message}`));
   }

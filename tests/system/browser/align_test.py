@@ -5,6 +5,7 @@ Where numbers are compared, the page is paused, and the frame that it shows is r
 """
 
 import io
+import json
 import os
 import pathlib
 import re
@@ -18,6 +19,7 @@ from live_page_test import page_of
 from PIL import Image
 from recorder import Recording
 from selenium.webdriver.common.keys import Keys
+from waiting import wait_for
 from web_client import get
 
 WIDTH, HEIGHT = 1280, 1024
@@ -42,7 +44,8 @@ address = "127.0.0.1:0"
 """
 SCREENSHOTS = os.environ.get("MEDIAGRABBER_SCREENSHOTS")
 SMALL = (1100, 740)  # of a screenshot
-RED, YELLOW, CYAN, GREEN, ORANGE = "255,32,32", "255,211,69", "0,229,255", "124,255,107", "255,166,64"
+RED, YELLOW, CYAN, GREEN = "255,32,32", "255,211,69", "0,229,255", "124,255,107"
+ORANGE, MAGENTA = "255,166,64", "255,92,244"
 
 
 class AlignedPage(unittest.TestCase):
@@ -125,7 +128,7 @@ class AlignedPage(unittest.TestCase):
         self.assertFalse(self.browser.run("return document.getElementById(arguments[0]).checked", name))
 
     def drawn(self):
-        """\return the colours of the middle row of the view, from the left"""
+        """\\return the colours of the middle row of the view, from the left"""
         values = self.browser.run("""
             const image = document.getElementById('image');
             const line = new OffscreenCanvas(image.width, 1).getContext('2d', {willReadFrequently: true});
@@ -145,7 +148,7 @@ class AlignedPage(unittest.TestCase):
         return float(self.browser.run("return document.getElementById('focus').dataset.value || 'nan'"))
 
     def choose_rectangle(self):
-        """\return the slices of its rows and columns"""
+        """\\return the slices of its rows and columns"""
         for name, value in (("rectangle-x", "100"), ("rectangle-y", "60"), ("rectangle-width", "90"), ("rectangle-height", "70")):
             self.browser.fill(name, value)
         self.check("focus-on")
@@ -226,20 +229,46 @@ class Align(AlignedPage):
 
     def test_05_shows_values_in_full_depth(self):
         truth = self.paused()
-        for shares in ((0.4, 0.4), (0.55, 0.6)):
+        for shares in ((0.4, 0.4), (0.55, 0.6), (0.5, 0.95)):  # the frame comes in two parts
             x, y, value = self.pixel_at(self.browser.position("stage", *shares))
             self.assertEqual(value, truth[y, x])
         self.browser.move_pointer((1, 1))  # away from the image
         self.press_in_view("1")
-        # Keyboard only: the cursor begins in the middle.
-        self.browser.perform({"type": "key", "id": "keyboard", "actions": [
-            {"type": "keyDown", "value": Keys.SHIFT}, *[{"type": kind, "value": key} for key in (Keys.ARROW_RIGHT, Keys.ARROW_DOWN)
-                                                       for kind in ("keyDown", "keyUp")], {"type": "keyUp", "value": Keys.SHIFT}]})
+        self.move_cursor(Keys.ARROW_RIGHT, Keys.ARROW_DOWN)
         x, y = WIDTH // 2 + 1, HEIGHT // 2 + 1
         expected = f"x {x}, y {y}: {truth[y, x]} of {MAX_VALUE}"
         self.browser.wait(lambda: self.announcement() == expected, f"the announcement {expected}")
         # What is drawn at 1:1 is the frame itself.
         self.assert_drawn(numpy.repeat(truth[:, :, None] >> 4, 3, 2))
+
+    def move_cursor(self, *keys):
+        """With the keyboard only. The cursor begins in the middle."""
+        presses = [{"type": kind, "value": key} for key in keys for kind in ("keyDown", "keyUp")]
+        self.browser.perform({"type": "key", "id": "keyboard", "actions": [
+            {"type": "keyDown", "value": Keys.SHIFT}, *presses, {"type": "keyUp", "value": Keys.SHIFT}]})
+
+    def test_05_follows_the_cursor_out_of_the_view(self):
+        self.browser.move_pointer((1, 1))
+        self.press_in_view("1", "+", "+", "+", "+", "+")
+        self.browser.wait(lambda: self.browser.text("zoom") == "32:1", "the zoom 32:1")
+        self.move_cursor(*[Keys.ARROW_LEFT] * 60)
+        self.browser.wait(lambda: (shown := self.pixel()) and shown[:2] == (WIDTH // 2 - 60, HEIGHT // 2), "the value there")
+        self.browser.wait(lambda: self.marked(MAGENTA) > 50, "the cursor in the view")
+
+    def test_05_holds_the_frame_while_it_is_paused_in_the_zoomed_view(self):
+        self.press_in_view("1")
+        self.browser.wait(lambda: self.browser.text("zoom") == "1:1", "the zoom 1:1")
+        truth = self.paused()
+        paused_at = self.frame()
+        saved = lambda: json.loads(get(self.port, "/status.json")[1])["counts"]["saved"]
+        begin = saved()
+        wait_for(lambda: saved() > begin + 3, "further frames")
+        self.assertEqual(self.frame(), paused_at)
+        middle = self.browser.position("stage", 0.5, 0.5)
+        self.press_in_view(*[Keys.ARROW_UP] * 8)  # out of the view
+        x, y, value = self.pixel_at(middle)
+        self.assertLess(y, HEIGHT / 4)
+        self.assertEqual(value, truth[y, x])
 
     def test_06_marks_saturated_pixels(self):
         self.assertEqual(self.marked(RED), 0)
@@ -249,6 +278,13 @@ class Align(AlignedPage):
         self.check("saturation")
         self.browser.wait(lambda: self.marked(RED) > 0, "marks on the live image")
         truth = self.paused()
+        self.browser.resize(500, 900)  # each pixel of the view shows several of the frame
+        text = self.browser.wait(lambda: re.match(r"(\d+) blocks of (\d) × \2 ", self.browser.text("saturated")), "marks of blocks")
+        by = int(text.group(2))
+        self.assertGreater(by, 1)
+        blocks = truth.reshape(HEIGHT // by, by, WIDTH // by, by).max((1, 3))
+        self.assertEqual(int(text.group(1)), (blocks == MAX_VALUE).sum())
+        self.browser.resize(*DESKTOP)
         self.press_in_view("1")
         expected = str((truth == MAX_VALUE).sum())
         self.browser.wait(lambda: self.browser.text("saturated") == f"{expected} saturated", f"{expected} saturated pixels")
@@ -340,7 +376,7 @@ class AlignInColour(AlignedPage):
     PIXEL_FORMAT, DATA_TYPE = "BayerRG8", "<u1"
 
     def coloured(self, levels):
-        """\return what the view shows of these levels: each cell of 2 x 2 pixels in its colour"""
+        """\\return what the view shows of these levels: each cell of 2 x 2 pixels in its colour"""
         green = (levels[0::2, 1::2] + levels[1::2, 0::2]) >> 1
         return numpy.stack((levels[0::2, 0::2], green, levels[1::2, 1::2]), 2).repeat(2, 0).repeat(2, 1)
 

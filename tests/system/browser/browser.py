@@ -87,7 +87,7 @@ class Browser:
             raise AssertionError(f"{error}; the page shows the answer \"{self.shown_answer()}\"") from None
 
     def source(self):
-        """\return the HTML text of the page, empty while another one is being loaded"""
+        """\\return the HTML text of the page, empty while another one is being loaded"""
         return self.run("return document.documentElement?.outerHTML") or ""
 
     def shown_answer(self):

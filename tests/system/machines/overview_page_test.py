@@ -29,7 +29,7 @@ SCRIPT = "<img src=x onerror=\"document.title='attacked'\">"
 
 
 def hostile_page(status):
-    """\return a live page whose texts are HTML, and whose image is a script"""
+    """\\return a live page whose texts are HTML, and whose image is a script"""
     texts = dict.fromkeys(("name", "state", "waiting_reason"), SCRIPT)
     image = b"<svg xmlns='http://www.w3.org/2000/svg' onload='document.title=1'/>"
     return ScriptedPage({"/status.json": ("application/json", json.dumps({**status, **texts}).encode()), "/frame.jpg": ("image/svg+xml", image)})

@@ -81,7 +81,7 @@ class Https(unittest.TestCase):
               "counts": dict.fromkeys(("saved", "wanted", "dropped_queue_full", "dropped_write_error", "packets_lost", "empty_fetches"), 0)}
 
     def certificate(self, directory):
-        """\return a context with a certificate for 127.0.0.1, and the certificate's file"""
+        """\\return a context with a certificate for 127.0.0.1, and the certificate's file"""
         key, file = directory / "key.pem", directory / "certificate.pem"
         subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "1",
                         "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", file],

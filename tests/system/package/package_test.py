@@ -438,7 +438,7 @@ bindkey '^I' complete-word
 """
 
     def complete(self, *words):
-        """\return the completed last word, as a list; empty if there is no completion"""
+        """\\return the completed last word, as a list; empty if there is no completion"""
         folder = pathlib.Path(tempfile.mkdtemp(dir=TEMPORARY.name))
         (folder / ".zshrc").write_text(self.SETUP.format(folder=root() / "usr/share/zsh/vendor-completions"))
         master, slave = pty.openpty()
