@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::chrono::milliseconds min_interval{40};  ///< 25 images/s look continuous and bound the CPU time
 constexpr std::chrono::seconds max_age{2};             ///< an older image is not live
-constexpr std::uint32_t max_side = 1'600;              ///< pixels, about what a screen shows
 
 }  // namespace
 
@@ -60,7 +59,7 @@ std::shared_ptr<preview::image const> preview::encode(clock::time_point until) {
     made->record = frame->record();
     made->histogram = count_frame(frame->view());
     made->shown = window_ == window::stretched ? window_of(made->histogram) : value_window{};
-    auto const pixels = shown(frame->view(), made->shown, max_side);
+    auto const pixels = shown(frame->view(), made->shown, max_side_);
     made->width = pixels.width;
     made->height = pixels.height;
     made->jpeg = encoder_.encode(pixels);

@@ -34,8 +34,13 @@ public:
         clock::time_point made;
     };
 
-    /// \param frames  must outlive the preview
-    preview(latest_frame& frames, window chosen) : frames_(frames), window_(chosen) {}
+    static constexpr std::uint32_t screen_side = 1'600;  ///< pixels, about what a screen shows
+    static constexpr std::uint32_t small_side = 480;     ///< pixels, for a page with many images
+
+    /// \param frames    must outlive the preview
+    /// \param max_side  pixels; larger frames are downscaled by an integer factor
+    preview(latest_frame& frames, window chosen, std::uint32_t max_side)
+        : frames_(frames), window_(chosen), max_side_(max_side) {}
 
     /// Waits for an image.
     /// \param known  number of the frame that the client already has
@@ -53,6 +58,7 @@ private:
 
     latest_frame& frames_;
     window const window_;
+    std::uint32_t const max_side_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::shared_ptr<image const> last_;

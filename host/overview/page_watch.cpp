@@ -83,8 +83,8 @@ void page_watch::ask_status(std::stop_token const& stop) {
 
 void page_watch::ask_image(std::stop_token const& stop) {
     auto const known = latest().image != nullptr ? frame_ : 0;
-    auto answer =
-        get_page(fmt::format("{}frame.jpg?after={}", page_.url, known), page_.authorization, image_limits, stop);
+    auto answer = get_page(fmt::format("{}frame.jpg?size=small&after={}", page_.url, known), page_.authorization,
+                           image_limits, stop);
     if (answer.status == no_content) {
         std::lock_guard const lock(mutex_);
         latest_.image_error = latest_.image == nullptr ? "no frame yet" : "";

@@ -172,6 +172,7 @@ public:
         latest_.cancel();
         full_scale_.cancel();
         stretched_.cancel();
+        small_.cancel();
         snapshots_.cancel();
         full_scale_stream_.stop();
         stretched_stream_.stop();
@@ -221,8 +222,9 @@ private:
     std::string failure_;  ///< why the last attempt to listen failed; empty: it did not
     recording_view view_;
     latest_frame latest_;
-    preview full_scale_{latest_, preview::window::full_scale};
-    preview stretched_{latest_, preview::window::stretched};
+    preview full_scale_{latest_, preview::window::full_scale, preview::screen_side};
+    preview stretched_{latest_, preview::window::stretched, preview::screen_side};
+    preview small_{latest_, preview::window::full_scale, preview::small_side};
     frame_snapshots snapshots_{latest_};
     web_sessions sessions_;
     address_limiter images_{max_images, max_images_per_address};
@@ -471,7 +473,9 @@ void web_server::site::send_image(http_request const& request, http_response& re
     if (!known) {
         return answer(response, bad_request, "expected a frame number in \"after\"");
     }
-    auto& images = request.parameter("window") == "stretched" ? stretched_ : full_scale_;
+    auto& images = request.parameter("size") == "small"         ? small_
+                   : request.parameter("window") == "stretched" ? stretched_
+                                                                : full_scale_;
     auto const image = images.next(*known, clock::now() + max_image_wait);
     if (!image) {
         response.status = no_content;

@@ -73,13 +73,13 @@ class OverviewPage(unittest.TestCase):
         return self.section(link)
 
     def test_1_shows_image_state_and_losses_of_a_recording_and_links_to_its_page(self):
-        one = self.wait(self.link, lambda one: one["width"] == 640, "the image")
+        one = self.wait(self.link, lambda one: one["width"] == 320, "a small image")
         self.assertEqual((one["title"], one["state"], one["kind"]), ("left", "recording", "state good"))
         self.assertRegex(one["frames"], r"^[\d\s]+ frames saved")
         self.assertEqual(one["reason"], "")
         self.assertEqual(one["note"], "")
         source = one["source"]
-        self.wait(self.link, lambda one: one["source"] != source and one["width"] == 640, "another image")
+        self.wait(self.link, lambda one: one["source"] != source and one["width"] == 320, "another image")
 
     def test_2_shows_a_machine_that_does_not_respond_with_the_reason(self):
         one = self.wait(DEAD, lambda one: one["reason"], "the reason")

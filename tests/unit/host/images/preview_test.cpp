@@ -42,8 +42,8 @@ protected:
 
     std::shared_ptr<buffer_pool> memory = std::make_shared<buffer_pool>(64 * 32 * 2, 2, spares);
     latest_frame frames;
-    preview full{frames, preview::window::full_scale};
-    preview stretched{frames, preview::window::stretched};
+    preview full{frames, preview::window::full_scale, preview::screen_side};
+    preview stretched{frames, preview::window::stretched, preview::screen_side};
 };
 
 }  // namespace
@@ -91,6 +91,17 @@ TEST_F(Preview, CoversTheOccurringValuesWhenStretched) {
     EXPECT_EQ(image->shown.black, 1'001U / 16U);
     EXPECT_EQ(image->shown.white, (1'001U + 63U) / 16U + 1U);
     EXPECT_EQ(image->histogram.pixels, 64U * 32U);
+}
+
+TEST_F(Preview, HasNoLongerSideThanWanted) {
+    preview small{frames, preview::window::full_scale, 20};
+    auto wanted = std::async(std::launch::async, [&] { return small.next(0, later()); });
+    wait_until_wanted();
+    show(1);
+    auto const image = wanted.get();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width, 16U);  // a quarter of 64
+    EXPECT_EQ(image->height, 8U);
 }
 
 TEST_F(Preview, LeavesBuffersForTheRecording) {
