@@ -320,7 +320,6 @@ const view = (() => {
       state.centre = {x: fixed.x - dx * ratio() / zoom, y: fixed.y - dy * ratio() / zoom};
     }
     move(0, 0);
-    if (!zoom && !$('pause').checked) state.tile = null;
     shown.number = 0;  // the present frame again, in the other view
     showZoom();
     say(zoom ? `Zoom ${zoom} to 1` : 'Whole frame');
@@ -391,7 +390,7 @@ const view = (() => {
       state.drag = null;
     }
     if (event.type === 'pointermove' || event.type === 'pointerleave') {
-      state.cursor = event.type === 'pointerleave' ? null : pixel;
+      state.cursor = pixel;
       showValue();
     }
     drawMarks();

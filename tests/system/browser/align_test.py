@@ -191,6 +191,8 @@ class Align(AlignedPage):
             moved = self.pixel_at(middle)
             return moved[0] > x + 10 and moved[1] < y - 10
         self.browser.wait(has_moved, "the view to move to the right and up")
+        self.press_in_view(*[Keys.ARROW_LEFT] * 40, Keys.ARROW_RIGHT)  # it stops at the edge
+        self.browser.wait(lambda: 0 < self.pixel_at(middle)[0] < WIDTH / 4, "the left edge")
         self.press_in_view("-", "-", "-")
         self.browser.wait(lambda: self.browser.text("zoom") == "whole frame", "the whole frame")
 
