@@ -66,7 +66,7 @@ const align = (() => {
     focus.best = Math.max(focus.best, value);
     const share = focus.best ? Math.round(100 * value / focus.best) : 0;
     put('focus-now', `${short(value)}, ${share} % of the best ${short(focus.best)}`);
-    $('focus').dataset.value = String(value);
+    Object.assign($('focus').dataset, {value, points: focus.points.length});
     $('focus').setAttribute('aria-label', `Focus figure: ${$('focus-now').textContent}`);
     charts.lines($('focus'), focus.points,
       {from: now - seconds, to: now, high: focus.best, left: `${seconds} s ago`, middle: 'time', right: 'now', text: short});

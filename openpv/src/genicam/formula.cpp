@@ -668,10 +668,10 @@ private:
         }
     }
 
-    /// Rounds the left operand to as many decimals as the right one.
+    /// Rounds the left operand to as many decimals as the right one; a negative number rounds to tens, hundreds, ...
     static char const* round_digits(double& left, double right) {
         double const scale = std::pow(10.0, std::trunc(right));
-        double const rounded = std::round(left * scale) / scale;
+        double const rounded = scale == 0.0 ? 0.0 : std::round(left * scale) / scale;  // 0: too small for a double
         char const* const error = check(rounded);
         left = error == nullptr ? rounded : left;
         return error;

@@ -175,6 +175,20 @@ class Align(AlignedPage):
         self.browser.wait(lambda: self.browser.run("return window.pointed") == list(position), "the pointer")
         return self.browser.wait(self.pixel, "the value of the pixel")
 
+    def field(self, name):
+        return int(self.browser.run("return document.getElementById(arguments[0]).value", name))
+
+    def drawn_points(self, name):
+        """\\return the number of pixels of a chart that are not transparent"""
+        return self.browser.run("""
+            const chart = document.getElementById(arguments[0]);
+            const data = chart.getContext('2d').getImageData(0, 0, chart.width, chart.height).data;
+            return data.filter((value, i) => i % 4 === 3 && value).length;""", name)
+
+    def test_00_begins_with_a_line_across_the_middle(self):
+        line = [self.field(name) for name in ("line-x1", "line-y1", "line-x2", "line-y2")]
+        self.assertEqual(line, [0, HEIGHT // 2, WIDTH - 1, HEIGHT // 2])
+
     def test_01_zooms_and_moves_with_the_keyboard(self):
         middle = self.browser.position("stage", 0.5, 0.5)
         self.press_in_view("1")
@@ -211,9 +225,9 @@ class Align(AlignedPage):
     def test_03_moves_by_dragging(self):
         self.press_in_view("1", "+", "+")
         self.browser.wait(lambda: self.browser.text("zoom") == "4:1", "the zoom 4:1")
-        begin, end = self.browser.position("stage", 0.5, 0.5), self.browser.position("stage", 0.6, 0.7)
+        begin, between, end = (self.browser.position("stage", *shares) for shares in ((0.5, 0.5), (0.55, 0.65), (0.6, 0.7)))
         x, y, _ = self.pixel_at(begin)
-        self.browser.move_pointer(begin, end, pressed=True)
+        self.browser.move_pointer(begin, between, end, pressed=True)
         expected = x - (end[0] - begin[0]) / 4, y - (end[1] - begin[1]) / 4
 
         def has_moved():
@@ -305,6 +319,12 @@ class Align(AlignedPage):
         self.browser.wait(lambda: abs(self.focus_value() - expected) <= 1e-9 * expected, f"the figure {expected}")
         self.assertIn("100 % of the best", self.browser.text("focus-now"))
         self.assertGreater(self.marked(GREEN), 100)
+        self.assertGreater(self.drawn_points("focus"), 500)
+        for x in ("900", "100"):  # one of them has a lower figure
+            before = self.focus_value()
+            self.browser.fill("rectangle-x", x)
+            self.browser.wait(lambda: self.focus_value() != before, "the figure of another rectangle")
+            self.assertIn("100 % of the best", self.browser.text("focus-now"))
         self.assertIn("Focus figure: ", self.browser.attribute("focus", "aria-label"))
         self.check_off("pause")
         self.browser.wait(lambda: self.focus_value() != expected, "the figure of another frame")
@@ -312,6 +332,22 @@ class Align(AlignedPage):
         self.browser.wait(lambda: f"within the frame of {WIDTH} × {HEIGHT}" in self.browser.text("align-note"), "the error")
         self.browser.fill("rectangle-x", "100")
         self.browser.wait(lambda: self.browser.text("align-note") == "", "no error")
+
+    def test_07_forgets_the_figures_of_the_last_minute_and_the_best_one(self):
+        now_and_best = lambda: re.fullmatch(r"(\S+), \d+ % of the best (\S+)", self.browser.text("focus-now")).groups()
+        points = lambda: int(self.browser.run("return document.getElementById('focus').dataset.points"))
+        self.choose_rectangle()
+        self.browser.wait(lambda: self.browser.text("focus-now") and points() > 5, "some figures")
+        self.browser.run("const real = performance.now.bind(performance); performance.now = () => real() + 3.6e6;")
+        self.browser.wait(lambda: points() < 4, "the end of the old figures")
+        self.browser.wait(lambda: len(set(now_and_best())) == 2, "a figure below the best one")
+        best = now_and_best()[1]
+        self.check("pause")
+        self.browser.wait(lambda: "Paused at frame" in self.announcement(), "the paused frame")
+        self.browser.run("document.getElementById('focus-reset').click()")
+        self.browser.wait(lambda: self.browser.text("focus-now").count("100 % of the best"), "the only figure")
+        self.assertLessEqual(float(now_and_best()[1]), float(best))
+        self.assertEqual(*now_and_best())
 
     def test_08_shows_the_profile_along_a_line(self):
         truth = self.paused()
@@ -322,11 +358,16 @@ class Align(AlignedPage):
         expected = ",".join(str(value) for value in truth[20, 10:210])
         self.browser.wait(lambda: values() == expected, "the values of the row")
         self.assertGreater(self.marked(ORANGE), 50)
+        self.assertGreater(self.drawn_points("profile"), 500)
         self.assertIn(f"minimum {truth[20, 10:210].min()}, ", self.browser.text("profile-now"))
         for name, value in (("line-x2", "10"), ("line-y2", "99")):
             self.browser.fill(name, value)
         expected = ",".join(str(value) for value in truth[20:100, 10])
         self.browser.wait(lambda: values() == expected, "the values of the column")
+        self.browser.fill("line-x2", str(WIDTH))
+        self.browser.wait(lambda: f"within the frame of {WIDTH} × {HEIGHT}" in self.browser.text("profile-note"), "the error")
+        self.browser.fill("line-x2", "10")
+        self.browser.wait(lambda: self.browser.text("profile-note") == "", "no error")
 
     def test_09_sets_rectangle_and_line_with_the_mouse(self):
         begin, end = self.browser.position("stage", 0.45, 0.45), self.browser.position("stage", 0.55, 0.6)
@@ -338,8 +379,9 @@ class Align(AlignedPage):
             self.browser.run("document.getElementById('drag').value = arguments[0]", kind)
             self.browser.position("stage", 0, 0)
             self.browser.move_pointer(begin, end, pressed=True)
-            self.browser.wait(lambda: [int(self.browser.run("return document.getElementById(arguments[0]).value", name))
-                                       for name in fields] == expected, f"the {kind} {expected}")
+            self.browser.wait(lambda: [self.field(name) for name in fields] == expected, f"the {kind} {expected}")
+        for name in ("focus-on", "profile-on"):
+            self.assertTrue(self.browser.run("return document.getElementById(arguments[0]).checked", name))
         self.browser.wait(lambda: self.browser.text("focus-now") and self.browser.text("profile-now"), "figure and profile")
 
     def test_10_draws_crosshair_and_grid(self):

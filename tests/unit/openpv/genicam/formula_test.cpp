@@ -156,6 +156,8 @@ TEST(Formula, HasFunctions) {
     EXPECT_REAL("FLOOR(-2.2)", -3);
     EXPECT_REAL("CEIL(2.2)", 3);
     EXPECT_REAL("ROUND(2.345, 2)", 2.35);
+    EXPECT_REAL("ROUND(2345.6, -2)", 2300);
+    EXPECT_REAL("ROUND(2345.6, -400)", 0);
     EXPECT_REAL("ABS(-0.5)", 0.5);
     EXPECT_REAL("SGN(0.0)", 0);
     EXPECT_REAL("NEG(1.5)", -1.5);
