@@ -207,12 +207,13 @@ class BadVisitors:
                             client.sendto(packet, ("127.0.0.1", port))
 
     def second_controller(self, address, generator):
-        """Takes control of the camera that the recording controls."""
+        """Takes control of the camera that the recording controls. Between two runs of the plug-in it succeeds, and gives control back."""
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as client:
             client.settimeout(1)
             client.bind((address, 0))
             for command, payload in ((DISCOVERY, b""), (WRITE_REGISTER, struct.pack(">II", CONTROL_PRIVILEGE, 2)),
-                                     (WRITE_REGISTER, generator.randbytes(8 * generator.randint(1, 50)))):
+                                     (WRITE_REGISTER, generator.randbytes(8 * generator.randint(1, 50))),
+                                     (WRITE_REGISTER, struct.pack(">II", CONTROL_PRIVILEGE, 0))):
                 client.sendto(struct.pack(">BBHHH", 0x42, 1, command, len(payload), generator.randrange(1, 65536)) + payload,
                               ("127.0.0.1", GVCP_PORT))
                 client.recv(2048)

@@ -15,7 +15,7 @@ namespace mediagrabber {
 /// allocate; receiving frames does not.
 class memory_trimmer {
 public:
-    explicit memory_trimmer(std::chrono::milliseconds interval = std::chrono::minutes(1));
+    explicit memory_trimmer(std::chrono::milliseconds interval = std::chrono::seconds(10));
 
 private:
     std::mutex mutex_;  ///< guards nothing; the condition variable needs it
