@@ -77,12 +77,13 @@ class Stream:
 class Usage:
     """The resource usage of a program, and the part of it that it had used when the first frames had been sent."""
 
-    def __init__(self, total, start_seconds, started_us):
+    def __init__(self, total, start_seconds, start_switches, started_us):
         self.seconds = total.ru_utime + total.ru_stime
         self.kernel = total.ru_stime / self.seconds
         self.switches = total.ru_nvcsw + total.ru_nivcsw
-        self.start_seconds = start_seconds  # CPU time until then
-        self.started_us = started_us        # microseconds of UTC
+        self.start_seconds = start_seconds    # CPU time until then
+        self.start_switches = start_switches  # context switches until then
+        self.started_us = started_us          # microseconds of UTC
 
 
 class Run:
@@ -95,7 +96,7 @@ class Run:
         self.cpu = (usage.seconds - usage.start_seconds) / (late * frame)    # s/GB, while receiving
         self.start = usage.start_seconds
         self.kernel = usage.kernel
-        self.switches = usage.switches / received
+        self.switches = (usage.switches - usage.start_switches) / late       # while receiving
         self.delays = delays                # us from the last packet to the program; none if it does not print frames
         self.socket_buffer = socket_buffer  # KiB, as the kernel accounts for them; None if not observed
 
@@ -128,20 +129,29 @@ def processor_clock(process):
     return (~process.pid << 3) | 2
 
 
+def context_switches(process):
+    """\\return the number of context switches of the threads of another process"""
+    count = 0
+    for task in pathlib.Path(f"/proc/{process.pid}/task").iterdir():
+        with contextlib.suppress(OSError):  # the thread has ended
+            count += sum(map(int, re.findall(r"ctxt_switches:\s+(\d+)", (task / "status").read_text())))
+    return count
+
+
 def execute(command, directory, stream):
     """Runs a program. \return its output and resource usage"""
     truth = directory / "truth.jsonl"
     with open(directory / "output", "w+") as output:
         process = subprocess.Popen([str(word) for word in command], stdout=output, stderr=subprocess.STDOUT)
-        start, started = 0.0, float("inf")
+        start, switches, started = 0.0, 0, float("inf")
         while os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT) is None:
             if truth.read_bytes().count(b"\n") > START_FRACTION * stream.frames + 1:  # the first line is a header
-                start, started = time.clock_gettime(processor_clock(process)), time.time()
+                start, switches, started = time.clock_gettime(processor_clock(process)), context_switches(process), time.time()
                 break
             time.sleep(0.02)
         _, _, usage = os.wait4(process.pid, 0)
         output.seek(0)
-        return output.read(), Usage(usage, start, started * 1e6)
+        return output.read(), Usage(usage, start, switches, started * 1e6)
 
 
 def printed_frames(text):

@@ -48,7 +48,7 @@ microseconds receive_coalescing::sleep_time(stream_progress const& stream, std::
     learn(stream);
     slept_ = false;
     auto const elapsed = now - stream.start_time;
-    if (stream.bytes == 0 || stream.bytes >= stream.expected) {
+    if (stream.bytes >= stream.expected) {
         return microseconds{0};
     }
     seconds until_end{0};

@@ -66,7 +66,11 @@ TEST(ReceiveCoalescing, DoesNotSleepWithoutABlockOrItsSize) {
     EXPECT_EQ(first_sleep({}, large_buffer, start + 1ms), 0us);
     EXPECT_EQ(first_sleep({100'000, 0, start}, large_buffer, start + 1ms), 0us);
     EXPECT_EQ(first_sleep({megabyte, megabyte, start}, large_buffer, start + 9ms), 0us);
-    EXPECT_EQ(first_sleep(after_blocks(1, 0), large_buffer, start), 0us);
+}
+
+TEST(ReceiveCoalescing, SleepsFromTheLeaderIfTheDurationIsKnown) {
+    EXPECT_EQ(receive_coalescing().sleep_time(after_blocks(1, 0), large_buffer, start + 1ms), 7800us);
+    EXPECT_EQ(first_sleep({0, megabyte, start}, large_buffer, start + 1ms), 0us);
 }
 
 TEST(ReceiveCoalescing, BoundsTheTimeForAnImplausibleSize) {
