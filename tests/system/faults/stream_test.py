@@ -119,7 +119,7 @@ class Duplication(StreamFaults):
 class HeaderCorruption(StreamFaults):
     def test_damages_no_frame_and_no_counter(self):
         with FaultRecording(self) as run:
-            self.assertGreater(inject_for_frames(run, "header_corruption", probability=0.002), 10)
+            run.inject_until("header_corruption", hits=11, probability=0.002)
             run.recover()
             balance = run.finish()
         balance.check(self)
