@@ -7,7 +7,7 @@ const align = (() => {
   const rectangle = {x: 'rectangle-x', y: 'rectangle-y', width: 'rectangle-width', height: 'rectangle-height'};
   const line = {x1: 'line-x1', y1: 'line-y1', x2: 'line-x2', y2: 'line-y2'};
   const seconds = 60;
-  const focus = {points: [], best: 0, frame: 0};
+  const focus = {points: [], best: 0, frame: 0, resets: 0};
   const profile = {frame: 0};
 
   const read = (fields) => Object.fromEntries(Object.entries(fields).map(([name, id]) => [name, Math.round(Number($(id).value))]));
@@ -57,8 +57,9 @@ const align = (() => {
   async function followFocus() {
     if (document.hidden || !$('focus-on').checked) return;
     const chosen = area();
+    const resets = focus.resets;
     const tile = chosen && await view.pixels(chosen, focus.frame);
-    if (!tile || !$('focus-on').checked) return;
+    if (!tile || !$('focus-on').checked || focus.resets !== resets) return;
     focus.frame = tile.frame;
     const [now, value] = [performance.now() / 1000, sharpness(tile)];
     focus.points = focus.points.filter((point) => now - point.x < seconds);
@@ -73,7 +74,7 @@ const align = (() => {
   }
 
   function forget() {
-    Object.assign(focus, {points: [], best: 0, frame: 0});
+    Object.assign(focus, {points: [], best: 0, frame: 0, resets: focus.resets + 1});
     put('focus-now', '');
   }
 
