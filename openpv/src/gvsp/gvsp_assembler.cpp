@@ -123,8 +123,12 @@ void gvsp_assembler::add(std::span<std::byte const> datagram, time_point now) {
     }
     other_id_kind_seen_ = other_id_kind_seen_ && packet->extended != extended_;
     open_block* block = find(packet->block);
+    if (block == nullptr && confirms_restart(*packet, 0)) {
+        restart(now);
+        block = find(packet->block);
+    }
     if (block == nullptr && packet->status == gvsp::packet_status::present) {
-        block = open(*packet, now);
+        block = open(*packet, datagram, now);
     }
     if (block == nullptr) {
         return;
@@ -221,8 +225,26 @@ bool gvsp_assembler::is_overtaken(std::uint64_t id, std::uint64_t timestamp) con
     });
 }
 
-/// \return null if the packet's block has ended, or no buffer is queued for it
-gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, time_point now) {
+/// Whether the packet belongs to the block of the held leader, or to one of the next blocks, at most `max_step` later.
+/// Another copy of the leader proves nothing.
+bool gvsp_assembler::confirms_restart(gvsp::packet const& packet, std::int64_t max_step) const {
+    if (!restart_ || packet.extended != extended_ || packet.status != gvsp::packet_status::present) {
+        return false;
+    }
+    std::int64_t const step = gvsp::blocks_between(restart_->id, packet.block, extended_);
+    return step >= (packet.kind == gvsp::packet_kind::leader ? 1 : 0) && step <= max_step;
+}
+
+/// Begins anew with the block of the held leader.
+void gvsp_assembler::restart(time_point now) {
+    held_leader const first = *restart_;
+    reset();
+    add(std::span(first.packet).first(first.bytes), now);
+}
+
+/// \return null if the packet's block has ended, no buffer is queued for it, or the packet is held
+gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, std::span<std::byte const> datagram,
+                                                 time_point now) {
     if (packet.extended != extended_) {
         if (newest_ && !std::exchange(other_id_kind_seen_, true)) {
             ++counters_.packets_malformed;  // damaged, unless the next packet is of this kind too
@@ -235,8 +257,14 @@ gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, tim
         ++counters_.packets_late;
         return nullptr;
     }
-    if (restarted) {
-        reset();
+    if (restarted && confirms_restart(packet, max_finished_blocks)) {
+        restart(now);
+    } else if (restarted) {
+        held_leader& held = restart_.emplace();
+        held.id = packet.block;
+        held.bytes = std::min(datagram.size(), held.packet.size());
+        std::ranges::copy(datagram.first(held.bytes), held.packet.begin());
+        return nullptr;
     }
     extended_ = packet.extended;
     if (free_.empty()) {
@@ -660,6 +688,7 @@ void gvsp_assembler::record_finished(open_block const& block) {
         missing_before_last_ = step > 0 ? static_cast<std::uint64_t>(step - 1) : 0;
     }
     last_finished_ = block.id;
+    restart_.reset();  // the IDs go on
     update_newest(block.id);
     finished_blocks_[finished_next_] = {block.id, block.leader ? block.leader->timestamp : 0};
     finished_next_ = (finished_next_ + 1) % finished_blocks_.size();
@@ -672,6 +701,7 @@ void gvsp_assembler::reset() {
     }
     deliver_closed();
     missing_before_last_ = 0;
+    restart_.reset();
     other_id_kind_seen_ = false;
     finished_blocks_.fill({});
     newest_.reset();

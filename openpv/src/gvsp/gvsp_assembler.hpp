@@ -140,13 +140,21 @@ private:
         void mark_requested(std::uint32_t first, std::uint32_t last);
         bool clear_requested(std::uint32_t number);
     };
+    /// A leader whose ID was used: the camera has restarted its IDs, or the ID is damaged. The next packet decides.
+    struct held_leader {
+        std::uint64_t id = 0;
+        std::array<std::byte, 128> packet{};  ///< its begin, which has all fields that are read
+        std::size_t bytes = 0;
+    };
     struct finished_block {
         std::uint64_t id = 0;
         std::uint64_t timestamp = 0;  ///< 0 if its leader did not arrive
     };
 
     open_block* find(std::uint64_t id);
-    open_block* open(gvsp::packet const& packet, time_point now);
+    open_block* open(gvsp::packet const& packet, std::span<std::byte const> datagram, time_point now);
+    bool confirms_restart(gvsp::packet const& packet, std::int64_t max_step) const;
+    void restart(time_point now);
     bool is_finished(gvsp::packet const& packet, bool& restarted) const;
     bool is_passed(std::uint64_t id) const;
     bool is_overtaken(std::uint64_t id, std::uint64_t timestamp) const;
@@ -199,6 +207,7 @@ private:
     /// Number of IDs skipped between the last two finished blocks. Counted as missing only when the next block confirms
     /// the last ID, because a damaged ID also leaves a gap.
     std::uint64_t missing_before_last_ = 0;
+    std::optional<held_leader> restart_;  ///< of the first block after a restart, unless its ID is damaged
     bool extended_ = false;
     bool other_id_kind_seen_ = false;  ///< the previous packet had the other kind of IDs
 };

@@ -473,6 +473,53 @@ TEST_F(Assembler, CountsNoMissingBlocksBeforeADamagedBlockId) {
     EXPECT_EQ(assembler.counters().packets_malformed, 1U);
 }
 
+TEST_F(Assembler, CountsNoMissingBlocksAfterALeaderWithAnEarlierDamagedId) {
+    for (uint64_t const id : {299U, 300U}) {
+        add(block_writer(id).all());
+    }
+    auto packets = block_writer(301).all();
+    auto damaged = packets[0];
+    damaged[2] ^= std::byte{0x01};  // block 45
+    add({damaged, damaged});        // a duplicate does not prove that the camera has sent it
+    add(std::vector(packets.begin() + 1, packets.end()));
+    let_pass(3ms);
+    EXPECT_THAT(callbacks.requests, ElementsAre(request_range{301, 0, 0}));
+    add(packets[0]);
+    for (uint64_t const id : {302U, 303U}) {
+        add(block_writer(id).all());
+    }
+    assembler.stop();
+    EXPECT_THAT(callbacks.results(), ElementsAre(ok, ok, ok, ok, ok));
+    EXPECT_EQ(assembler.counters().blocks_missing, 0U);
+}
+
+TEST_F(Assembler, DoesNotRestartForALatePacketOfTheBlockThatADamagedIdNames) {
+    for (uint64_t id = 1; id <= 9; ++id) {
+        add(block_writer(id).all());
+    }
+    auto damaged = block_writer(10).leader();
+    damaged[3] = std::byte{8};  // block 8
+    add(damaged);
+    add(block_writer(10).all());
+    add(block_writer(8).payload(1));  // an earlier copy of it
+    add(block_writer(11).all());
+    EXPECT_EQ(callbacks.finished.size(), 11U);
+    EXPECT_EQ(assembler.counters().blocks_complete, 11U);
+    EXPECT_EQ(assembler.counters().packets_late, 1U);
+}
+
+TEST_F(Assembler, RestartsAfterALeaderWithoutItsBlock) {
+    for (uint64_t const id : {299U, 300U}) {
+        add(block_writer(id).all());
+    }
+    add(restarted(1).leader());
+    add(restarted(2).all());
+    add(restarted(3).all());
+    let_pass(300ms);
+    EXPECT_EQ(assembler.counters().blocks_complete, 4U);
+    EXPECT_EQ(assembler.counters().blocks_incomplete, 1U);
+}
+
 TEST_F(Assembler, CountsABlockWithOnePacketAsMissing) {
     add(block_writer(1).all());
     add(block_writer(3).payload(1));
