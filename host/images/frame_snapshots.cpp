@@ -17,7 +17,7 @@ std::shared_ptr<frame_snapshots::snapshot const> frame_snapshots::next(std::uint
     std::unique_lock lock(mutex_);
     while (!cancelled_) {
         auto last = held_.empty() ? nullptr : held_.back();
-        if (last && last->record.number != known && clock::now() - last->taken < min_interval) {
+        if (last && last->record.number != known && is_live(*last)) {
             return last;
         }
         if (copying_) {
@@ -53,6 +53,12 @@ std::shared_ptr<frame_snapshots::snapshot const> frame_snapshots::next(std::uint
         return made;
     }
     return nullptr;
+}
+
+/// Called with the mutex locked. \return whether a client may have this copy without waiting
+bool frame_snapshots::is_live(snapshot const& copy) const {
+    auto const age = clock::now() - copy.taken;
+    return age < min_interval || (age < max_age && frames_.is_latest(copy.record.number));
 }
 
 /// Called without the mutex by the thread that has set copying_.

@@ -45,6 +45,7 @@ public:
     void cancel();
 
 private:
+    bool is_live(snapshot const& copy) const;
     std::shared_ptr<snapshot const> found(std::uint64_t number) const;
     std::shared_ptr<snapshot const> copy_next(std::uint64_t known, clock::time_point until);
 

@@ -10,7 +10,7 @@ constexpr std::chrono::milliseconds wanted_for{500};  ///< after a client's wait
 }  // namespace
 
 bool latest_frame::needs_pixels() const {
-    return clock::now().time_since_epoch().count() < wanted_until_;
+    return waiting_ != 0 || clock::now().time_since_epoch().count() < wanted_until_;
 }
 
 void latest_frame::on_frame(frame_lease const& frame) noexcept {
@@ -29,15 +29,18 @@ void latest_frame::on_frame(frame_lease const& frame) noexcept {
 }
 
 std::optional<frame_lease> latest_frame::wait(std::uint64_t known, clock::time_point since, clock::time_point until) {
-    wanted_until_ = (until + wanted_for).time_since_epoch().count();
+    ++waiting_;
     std::unique_lock lock(mutex_);
     auto const there = [&] { return latest_ && latest_->record().number != known && arrived_at_ >= since; };
     arrived_.wait_until(lock, until, [&] { return cancelled_ || there(); });
-    if (cancelled_ || !there()) {
-        return std::nullopt;
-    }
     wanted_until_ = (clock::now() + wanted_for).time_since_epoch().count();
-    return latest_;
+    --waiting_;
+    return !cancelled_ && there() ? latest_ : std::nullopt;
+}
+
+bool latest_frame::is_latest(std::uint64_t number) const {
+    std::lock_guard const lock(mutex_);
+    return latest_ && latest_->record().number == number;
 }
 
 void latest_frame::cancel() {

@@ -22,9 +22,9 @@ public:
 
     void on_frame(frame_lease const& frame) noexcept override;
     bool needs_pixels() const override;
-    /// \return 4: the latest frame, one in each of the two previews (full scale, stretched), and one of which a
-    /// snapshot is being made
-    std::size_t max_frames_held() const override { return 4; }
+    /// \return 5: the latest frame, one in each of the three previews (full scale, stretched, small), and one of which
+    /// a snapshot is being made
+    std::size_t max_frames_held() const override { return 5; }
 
     /// Waits for a frame with pixels.
     /// \param known  number of the frame that the client already has
@@ -32,12 +32,15 @@ public:
     /// \param until  end of the wait
     /// \return nothing at the end of the wait or after cancel()
     std::optional<frame_lease> wait(std::uint64_t known, clock::time_point since, clock::time_point until);
+    /// \return whether no frame has arrived since the one with this number, while frames were wanted
+    bool is_latest(std::uint64_t number) const;
     /// Ends all current and future waits.
     void cancel();
 
 private:
+    std::atomic<std::size_t> waiting_{0};  ///< clients
     std::atomic<clock::rep> wanted_until_{0};
-    std::mutex mutex_;  ///< guards the members below
+    mutable std::mutex mutex_;  ///< guards the members below
     std::condition_variable arrived_;
     std::optional<frame_lease> latest_;
     clock::time_point arrived_at_;

@@ -75,10 +75,40 @@ TEST_F(FrameSnapshots, AreSharedByClients) {
     EXPECT_EQ(again, first);
 }
 
+TEST_F(FrameSnapshots, OfTheLatestFrameAreAvailableWhileAnotherClientWaitsForTheNext) {
+    auto const first = taken(1);
+    auto other = std::async(std::launch::async, [this] { return snapshots.next(1, later()); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));  // a copy is shared for 40 ms in any case
+    EXPECT_EQ(snapshots.next(0, clock_type::now() + std::chrono::milliseconds(20)), first);
+    show(2);
+    ASSERT_TRUE(other.get());
+    show(3);  // nobody has copied it
+    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    auto const third = snapshots.next(0, later());
+    ASSERT_TRUE(third);
+    EXPECT_EQ(third->record.number, 3U);
+}
+
 TEST_F(FrameSnapshots, AreNotRequestedWithoutClients) {
     EXPECT_FALSE(frames.needs_pixels());
     show(1);
     EXPECT_FALSE(snapshots.held(1));
+}
+
+TEST(LatestFrame, IsWantedWhileAnyClientWaits) {
+    latest_frame frames;
+    auto const later = clock_type::now() + std::chrono::seconds(20);
+    auto slow = std::async(std::launch::async, [&] { return frames.wait(0, clock_type::now(), later); });
+    while (!frames.needs_pixels()) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(frames.wait(0, clock_type::now(), clock_type::now()));  // a client that does not wait
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));         // clients have half a second to wait again
+    EXPECT_TRUE(frames.needs_pixels());
+    frames.cancel();
+    EXPECT_FALSE(slow.get());
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_FALSE(frames.needs_pixels());
 }
 
 TEST_F(FrameSnapshots, EndWaitsWhenCancelled) {

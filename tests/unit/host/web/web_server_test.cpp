@@ -414,7 +414,7 @@ TEST_F(WebServer, HoldsNoFrameWithoutViewers) {
     for (std::uint64_t number = 1; number <= 20; ++number) {
         show(number, 1);  // six spares would be used up
     }
-    EXPECT_EQ(server->observer().max_frames_held(), 4U);
+    EXPECT_EQ(server->observer().max_frames_held(), 5U);
 }
 
 TEST_F(WebServer, ReturnsNoContentWithoutAnImage) {
