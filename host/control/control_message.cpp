@@ -63,7 +63,8 @@ change_request read_status(json const& value) {
 }  // namespace
 
 bool is_event(std::string const& text) {
-    static std::regex const form(R"(\d{8}T\d{6}(\.\d{3})?Z-[A-Za-z0-9][A-Za-z0-9._-]{0,99})");
+    static std::regex const form(R"(\d{4}(0[1-9]|1[0-2])(0[1-9]|[12]\d|3[01])T([01]\d|2[0-3])[0-5]\d([0-5]\d|60))"
+                                 R"((\.\d{3})?Z-[A-Za-z0-9][A-Za-z0-9._-]{0,99})");
     constexpr std::size_t max_event = 150;  // std::regex needs stack for each character
     return text.size() <= max_event && std::regex_match(text, form);
 }

@@ -35,7 +35,7 @@ struct change_answer {
 
 /// The maximum length of a line, bytes.
 inline constexpr std::size_t max_message = 65'536;
-/// The maximum of `timeout_s`, an hour: a request keeps the server's only thread busy.
+/// The maximum of `timeout_s`, an hour: it keeps the thread busy that carries requests out.
 inline constexpr double max_timeout_s = 3'600.0;
 
 /// Whether the text is the time and the name of an event, TIME-NAME as in 20261121T173318.123Z-door. Several recordings

@@ -122,12 +122,12 @@ void pretrigger_recorder::trigger_if_lost() {
     }
 }
 
-void pretrigger_recorder::trigger(std::string const& why, std::string const& name) {
+std::optional<std::filesystem::path> pretrigger_recorder::trigger(std::string const& why, std::string const& name) {
     std::lock_guard const lock(mutex_);
     std::uint64_t const begin = buffer_ == nullptr ? next_ : first_within_time();
     if (begin == next_) {
         log_info(why + ": no recording, because no frame has arrived since the last trigger");
-        return;
+        return std::nullopt;
     }
     double const us = static_cast<double>(buffer_->record(next_ - 1).timestamp_us) -
                       static_cast<double>(buffer_->record(begin).timestamp_us);
@@ -136,6 +136,7 @@ void pretrigger_recorder::trigger(std::string const& why, std::string const& nam
     log_info(why + ": writing " + std::to_string(next_ - begin) + " frames, " + decimal(us / 1e6, 3) + " s, to " +
              jobs_.back().directory.string());
     changed_.notify_all();
+    return jobs_.back().directory;
 }
 
 /// Called with the mutex locked.

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -63,7 +64,8 @@ public:
     /// writing. Does not wait.
     /// \param why   the cause, for the log
     /// \param name  of the recording's directory; empty: the present time
-    void trigger(std::string const& why, std::string const& name = {});
+    /// \return the recording's directory; nothing if no frame has arrived since the last trigger
+    std::optional<std::filesystem::path> trigger(std::string const& why, std::string const& name = {});
 
     /// Waits until all selected frames have been written. Further calls return the same figures.
     /// \return totals over all triggers

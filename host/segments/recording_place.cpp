@@ -88,7 +88,9 @@ recording_places::recording_places(std::string const& configured) {
         if (parts_.empty() && !has_placeholder(name)) {
             root_ /= *part;
         } else {
-            parts_.emplace_back(expression_for(name) + (std::next(part) == whole.end() ? R"((-\d+)?)" : ""));
+            parts_.push_back(
+                {.names = std::regex(expression_for(name) + (std::next(part) == whole.end() ? R"((-\d+)?)" : "")),
+                 .has_event = name.find("{event}") != std::string::npos});
         }
     }
     if (root_.empty()) {
@@ -106,17 +108,19 @@ bool recording_places::visit_below(fs::path const& directory, std::size_t part,
     if (part == parts_.size()) {
         return visit(directory);
     }
-    std::vector<std::string> names;
+    std::vector<std::pair<fs::file_time_type, std::string>> found;
     std::error_code error;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         std::string name = entry->path().filename().string();
         std::error_code unknown;
-        if (std::regex_match(name, parts_[part]) && entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
-            names.push_back(std::move(name));
+        if (std::regex_match(name, parts_[part].names) && entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
+            found.emplace_back(parts_[part].has_event ? entry->last_write_time(unknown) : fs::file_time_type(),
+                               std::move(name));
         }
     }
-    std::ranges::sort(names);
-    return std::ranges::all_of(names, [&](auto const& name) { return visit_below(directory / name, part + 1, visit); });
+    std::ranges::sort(found);
+    return std::ranges::all_of(found,
+                               [&](auto const& one) { return visit_below(directory / one.second, part + 1, visit); });
 }
 
 }  // namespace mediagrabber

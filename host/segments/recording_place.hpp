@@ -35,16 +35,22 @@ public:
     /// The directory above all recordings, which has no placeholder.
     std::filesystem::path const& root() const { return root_; }
 
-    /// Calls `visit` for each directory in the order of the names, which is that of the times, until it returns false.
+    /// Calls `visit` for each directory, oldest first, until it returns false: in the order of the names, which is that
+    /// of the times; with `{event}` in the order of the last change, because the time in the name is the client's.
     /// Directories that cannot be read are left out.
     void visit_each(std::function<bool(std::filesystem::path const&)> const& visit) const;
 
 private:
+    struct part {
+        std::regex names;
+        bool has_event = false;
+    };
+
     bool visit_below(std::filesystem::path const& directory, std::size_t part,
                      std::function<bool(std::filesystem::path const&)> const& visit) const;
 
     std::filesystem::path root_;
-    std::vector<std::regex> parts_;  ///< names below the root, from the top
+    std::vector<part> parts_;  ///< below the root, from the top
 };
 
 }  // namespace mediagrabber

@@ -244,8 +244,12 @@ change_answer recording_session::trigger_with_name(std::string const& event) {
         return {.status = exit_status::not_changeable,
                 .lines = {"trigger refused: pretrigger.seconds is 0, so frames are not buffered"}};
     }
-    pretrigger_->trigger("event " + event, event);
-    return {.status = exit_status::success, .lines = {}};
+    auto const directory = pretrigger_->trigger("event " + event, event);
+    if (!directory) {
+        return {.status = exit_status::not_changeable,
+                .lines = {"nothing is saved, because no frame has arrived since the last trigger"}};
+    }
+    return {.status = exit_status::success, .lines = {"saving " + directory->string()}};
 }
 
 /// A request of `mediagrabber signal` takes the way of a signal, so that both have the same effect.

@@ -62,8 +62,10 @@ TEST(ControlMessage, EventsAreNamesOfOneDirectory) {
          {std::string(), std::string("door"), std::string("20261121T173318Z"), std::string("20261121T173318Z-"),
           std::string("20261121T173318Z-../door"), std::string("20261121T173318Z-a/b"),
           std::string("20261121T173318Z-.."), std::string("20261121T173318Z-a b"), std::string("20261121T173318Z-a\n"),
-          std::string("2026-11-21T17:33:18Z-a"), "20261121T173318Z-" + std::string(101, 'x'),
-          "20261121T173318Z-" + std::string(1'000'000, 'x')}) {
+          std::string("2026-11-21T17:33:18Z-a"), std::string("20261321T173318Z-a"), std::string("20260021T173318Z-a"),
+          std::string("20261132T173318Z-a"), std::string("20261100T173318Z-a"), std::string("20261121T243318Z-a"),
+          std::string("20261121T176018Z-a"), std::string("20261121T173361Z-a"),
+          "20261121T173318Z-" + std::string(101, 'x'), "20261121T173318Z-" + std::string(1'000'000, 'x')}) {
         EXPECT_FALSE(is_event(text)) << text.substr(0, 40);
     }
 }

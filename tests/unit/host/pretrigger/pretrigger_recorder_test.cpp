@@ -84,11 +84,12 @@ protected:
 TEST_F(PretriggerRecorder, NamesTheRecordingOfAnEvent) {
     auto const ring = make();
     hold(*ring, 1, 3);
-    ring->trigger("test", "20261121T173318.123Z-door");
-    hold(*ring, 4, 5);
-    ring->trigger("test", "20261121T173318.123Z-door");
-    EXPECT_EQ(ring->finish().recordings, 2U);
     auto const parent = directory.path() / "out" / "pretrigger";
+    EXPECT_EQ(ring->trigger("test", "20261121T173318.123Z-door"), parent / "20261121T173318.123Z-door");
+    EXPECT_EQ(ring->trigger("test", "20261121T173318.123Z-window"), std::nullopt) << "no frame since the last trigger";
+    hold(*ring, 4, 5);
+    EXPECT_EQ(ring->trigger("test", "20261121T173318.123Z-door"), parent / "20261121T173318.123Z-door-2");
+    EXPECT_EQ(ring->finish().recordings, 2U);
     EXPECT_EQ(read_index(parent / "20261121T173318.123Z-door").size(), 3U);
     EXPECT_EQ(read_index(parent / "20261121T173318.123Z-door-2").size(), 2U);
 }

@@ -74,6 +74,24 @@ TEST(RecordingPlaces, AreFoundInTheOrderOfTheirTimes) {
     EXPECT_EQ(found.size(), 2U);
 }
 
+TEST(RecordingPlaces, OfEventsAreFoundInTheOrderOfTheirLastChange) {
+    temporary_directory const root;
+    auto const now = std::filesystem::file_time_type::clock::now();
+    int age = 4;
+    for (char const* const name : {"20261121T000000Z-first", "20000101T000000Z-wrong-clock", "20261121T000000.500Z",
+                                   "20991231T000000Z-another-clock"}) {
+        std::filesystem::create_directories(root.path() / name);
+        std::filesystem::last_write_time(root.path() / name, now - std::chrono::minutes(age--));
+    }
+    std::vector<std::string> found;
+    recording_places((root.path() / "{time}{event}").string()).visit_each([&](std::filesystem::path const& place) {
+        found.push_back(place.filename().string());
+        return true;
+    });
+    EXPECT_THAT(found, testing::ElementsAre("20261121T000000Z-first", "20000101T000000Z-wrong-clock",
+                                            "20261121T000000.500Z", "20991231T000000Z-another-clock"));
+}
+
 TEST(RecordingPlaces, TakeOtherCharactersAsTheyAre) {
     temporary_directory const root;
     for (char const* const name : {"a+b.20261121T173318Z", "aab.20261121T173318Z", "a+bx20261121T173318Z"}) {
