@@ -74,9 +74,21 @@ overview::overview(std::vector<watched_page> const& machines, std::function<std:
 }
 
 overview::~overview() {
+    search_ = std::jthread();  // requests its stop and joins it
     for (auto const& one : machines_) {
-        one.watch->request_stop();  // all end at the same time
+        one.watch->request_stop();
     }
+    end_together(local_);
+}
+
+/// A watch ends within a second, and all of them at the same time.
+void overview::end_together(std::map<std::string, local>& some) {
+    for (auto const& [place, one] : some) {
+        if (one.watch != nullptr) {
+            one.watch->request_stop();
+        }
+    }
+    some.clear();
 }
 
 void overview::follow_local(std::stop_token const& stop) {
@@ -133,7 +145,8 @@ void overview::take(std::vector<local_recording> found) {
         }
     }
     local_.swap(next);
-    lock.unlock();  // the threads of earlier recordings end without the mutex
+    lock.unlock();
+    end_together(next);  // those of earlier recordings
 }
 
 std::string overview::response() {

@@ -57,6 +57,7 @@ private:
         std::unique_ptr<page_watch> watch;  ///< null: no live page, or no access to it
     };
 
+    static void end_together(std::map<std::string, local>& some);
     void follow_local(std::stop_token const& stop);
     void take(std::vector<local_recording> found);
     local made(std::uint64_t id, local_recording found);

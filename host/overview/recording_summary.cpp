@@ -12,9 +12,19 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t max_text = 200;  ///< bytes
+constexpr char not_a_status[] = "the answer is not the status of a recording";
 
 std::string text_or_nothing(json const& value) {
     return value.is_null() ? std::string() : shown_text(value.get<std::string>());
+}
+
+/// The page of another machine may send any number.
+std::uint64_t count_in(json const& counts, char const* name) {
+    auto const& value = counts.at(name);
+    if (!value.is_number_unsigned()) {
+        throw std::runtime_error(not_a_status);
+    }
+    return value.get<std::uint64_t>();
 }
 
 recording_summary summary_of(json const& status) {
@@ -23,12 +33,12 @@ recording_summary summary_of(json const& status) {
     return {.name = shown_text(status.at("name").get<std::string>()),
             .state = shown_text(status.at("state").get<std::string>()),
             .waiting_reason = text_or_nothing(status.at("waiting_reason")),
-            .saved = counts.at("saved").get<std::uint64_t>(),
-            .wanted = counts.at("wanted").get<std::uint64_t>(),
-            .dropped_queue_full = counts.at("dropped_queue_full").get<std::uint64_t>(),
-            .dropped_write_error = counts.at("dropped_write_error").get<std::uint64_t>(),
-            .packets_lost = counts.at("packets_lost").get<std::uint64_t>(),
-            .empty_fetches = counts.at("empty_fetches").get<std::uint64_t>(),
+            .saved = count_in(counts, "saved"),
+            .wanted = count_in(counts, "wanted"),
+            .dropped_queue_full = count_in(counts, "dropped_queue_full"),
+            .dropped_write_error = count_in(counts, "dropped_write_error"),
+            .packets_lost = count_in(counts, "packets_lost"),
+            .empty_fetches = count_in(counts, "empty_fetches"),
             .frames_per_s = rate.is_null() ? std::nullopt : std::optional(rate.get<double>()),
             .uptime_s = status.at("uptime_s").get<double>()};
 }
@@ -49,7 +59,7 @@ recording_summary read_summary(std::string_view text) {
     try {
         return summary_of(json::parse(text));
     } catch (json::exception const&) {
-        throw std::runtime_error("the answer is not the status of a recording");
+        throw std::runtime_error(not_a_status);
     }
 }
 

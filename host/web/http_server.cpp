@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <microhttpd.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -352,11 +353,11 @@ void http_server::add(file_handle connection, std::string const& remote) {
     }
 }
 
-/// The library does not notice that the client of a suspended connection has disconnected.
+/// The library does not notice that the client of a suspended connection has disconnected. It may have sent more
+/// before.
 bool http_server::is_gone(client const& one) {
-    char next = 0;
-    auto const got = recv(one.connection.get(), &next, 1, MSG_PEEK | MSG_DONTWAIT);
-    return got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR);
+    pollfd state{.fd = one.connection.get(), .events = POLLRDHUP, .revents = 0};
+    return poll(&state, 1, 0) > 0;
 }
 
 /// Reads and discards what has arrived. \return whether the connection can be closed

@@ -174,12 +174,12 @@ public:
         stretched_.cancel();
         small_.cancel();
         snapshots_.cancel();
-        full_scale_stream_.stop();
-        stretched_stream_.stop();
         if (listener_ != nullptr) {
             listener_->stop();
         }
         server_.stop();
+        full_scale_stream_.stop();  // no thread of the server opens a stream any more
+        stretched_stream_.stop();
     }
 
 private:

@@ -138,6 +138,13 @@ page_answer get(std::string const& url, request_limits const& limits = {}, std::
     return get_page(url, authorization, limits, {});
 }
 
+/// A status with another value of `saved`.
+std::string with_saved(json const& value) {
+    auto status = sample_status("left");
+    status["counts"]["saved"] = value;
+    return status.dump();
+}
+
 class Overview : public testing::Test {
 protected:
     void open(std::vector<watched_page> const& machines) {
@@ -341,9 +348,20 @@ TEST_F(Overview, AcceptsOnlyTheStatusOfARecordingAndJpegImages) {
     other_type.image_type = "text/html";
     other_machine large;
     large.image = jpeg('x') + std::string(5U << 20U, 'x');
-    open({{.url = no_status.url()}, {.url = no_image.url()}, {.url = other_type.url()}, {.url = large.url()}});
+    other_machine huge_count;
+    huge_count.status = with_saved(1e300);
+    other_machine negative_count;
+    negative_count.status = with_saved(-1);
+    open({{.url = no_status.url()},
+          {.url = no_image.url()},
+          {.url = other_type.url()},
+          {.url = large.url()},
+          {.url = huge_count.url()},
+          {.url = negative_count.url()}});
     auto const has_image_error = [](json const& one) { return one.at("image_error") != ""; };
     EXPECT_EQ(wait(0, has_error).at("error"), "the answer is not the status of a recording");
+    EXPECT_EQ(wait(4, has_error).at("error"), "the answer is not the status of a recording");
+    EXPECT_EQ(wait(5, has_error).at("error"), "the answer is not the status of a recording");
     EXPECT_EQ(wait(1, has_image_error).at("image_error"), "the answer is not a JPEG image");
     EXPECT_EQ(wait(2, has_image_error).at("image_error"), "the answer is not a JPEG image");
     EXPECT_EQ(wait(3, has_image_error).at("image_error"), "the answer's body is larger than 4194304 bytes");
@@ -438,6 +456,23 @@ TEST_F(Overview, EndsPromptlyAlthoughItHasAViewerAndAMachineDoesNotRespond) {
     auto const begun = std::chrono::steady_clock::now();
     shown.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(2'800));  // below all time limits
+}
+
+TEST_F(Overview, EndsPromptlyAlthoughPagesOfThisMachineDoNotRespond) {
+    std::vector<std::unique_ptr<silent_machine>> silent;
+    std::vector<local_recording> recordings;
+    for (int i = 0; i < 12; ++i) {
+        silent.push_back(std::make_unique<silent_machine>());
+        recordings.push_back(
+            {.place = std::to_string(i), .status = sample_status("left").dump(), .page = silent.back()->url()});
+    }
+    find(recordings);
+    open({});
+    wait(11, [](json const&) { return true; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the requests have been sent
+    auto const begun = std::chrono::steady_clock::now();
+    shown.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(2'800));  // each takes half a second
 }
 
 TEST_F(Overview, ReportsThatTheSearchFailed) {
