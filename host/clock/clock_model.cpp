@@ -371,7 +371,7 @@ clock_model::line clock_model::fit(std::size_t first, std::size_t end) const {
     double const newest = points.back().camera_us;
     double const usual = std::max(usual_drift, frequency_error_);
     std::fill(weights.begin(), weights.end(), 1.0);
-    line found{.scatter_us = scatter_us_};
+    line found{.oldest_us = points.front().camera_us, .scatter_us = scatter_us_};
     for (int pass = 0; pass < fit_passes; ++pass) {
         double sum = 0.0;
         double mean_x = 0.0;
@@ -467,19 +467,24 @@ void clock_model::set_reference(std::optional<clock_reference> const& reference)
     }
 }
 
-/// The line has errors at the time of the reference: that of its slope, which grows with the time since then, and that
-/// of a changing drift, at most 1 ppm. The best comparison is kept.
+/// The line has errors at the time of the reference: that of its slope, which grows with the time from its points to
+/// the reference, and that of a changing drift, at most 1 ppm; a parabola deviates from a line through it by a twelfth.
+/// Of comparisons that are nearly as good as the best one, the newest is kept: delays that are longer at the start of a
+/// recording affect it least.
 void clock_model::apply_reference(line const& best, double newest) {
     if (!reference_) {
         return;
     }
     constexpr double slow_change = 1e-6;
-    double const oldest = points_[point_count_ - std::min(point_count_, windows[0])].camera_us;
+    constexpr double nearly = 2.0;
     double const at = camera_us(reference_->ticks);
-    double const outside = std::max({0.0, oldest - at, at - newest});
+    double const outside = std::max({0.0, best.oldest_us - at, at - newest});
+    double const inside = std::max(0.0, newest - std::max(at, best.oldest_us));
     double const error = reference_->uncertainty_us + uncertainty_us_ +
-                         outside * (wide * std::min(best.scatter_us / best.spread_us, usual_drift) + slow_change);
-    if (constant_us_ && error >= constant_error_us_) {
+                         outside * (wide * std::min(best.scatter_us / best.spread_us, usual_drift) + slow_change) +
+                         inside * slow_change / 12.0;
+    least_error_us_ = constant_us_ ? std::min(least_error_us_, error) : error;
+    if (error > nearly * least_error_us_) {
         return;
     }
     double const delay = at < newest ? best.delay_us + shift_us_ + (at - newest) * best.slope : delay_at(at);

@@ -73,6 +73,7 @@ private:
     /// A line of delays: `delay_us` at the newest of its points, which changes by `slope`.
     struct line {
         double delay_us = 0.0;
+        double oldest_us = 0.0;  ///< time of the oldest of its points
         double spread_us = 0.0;  ///< root of the sum of squares of the points' times about their mean
         double slope = 0.0;
         double free_slope = 0.0;       ///< without what is known of clocks
@@ -135,6 +136,7 @@ private:
     std::optional<clock_reference> reference_;
     std::optional<double> constant_us_;  ///< delay that the reference has shown
     double constant_error_us_ = 0.0;
+    double least_error_us_ = 0.0;  ///< of all comparisons with the reference
 
     std::uint64_t restarts_ = 0;
     std::uint64_t path_changes_ = 0;

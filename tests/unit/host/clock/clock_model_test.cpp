@@ -379,6 +379,26 @@ TEST(ClockModel, KnowsTheConstantDelayFromAReference) {
     }
 }
 
+TEST(ClockModel, KnowsTheConstantDelayAlthoughTheMachineIsBusyAtFirst) {
+    std::vector<std::function<double(double)>> const paths{
+        [](double time) { return time < 8.0 * second ? 100.0 : 0.0; },
+        [](double time) { return 150.0 * std::exp(-time / (8.0 * second)); }};
+    for (std::size_t path = 0; path < paths.size(); ++path) {
+        for (unsigned seed = 30; seed < 35; ++seed) {
+            camera const source{.path = paths[path]};
+            auto all = frames(source, networks[0], seed);
+            clock_model model(source.hz);
+            model.add(all.front().ticks, all.front().arrival_us);
+            model.set_reference(
+                clock_reference{.ticks = ticks_at(source, -second), .host_us = -second, .uncertainty_us = 7.0});
+            all.erase(all.begin());
+            follow(model, all);
+            std::vector<frame> const later(all.begin() + 60, all.end());
+            EXPECT_GE(coverage(later, true), 0.95) << "path " << path << ", seed " << seed;
+        }
+    }
+}
+
 TEST(ClockModel, DropsTheReferenceWhenAClockIsSet) {
     camera const source{.minutes = 1.0};
     auto all = frames(source, networks[0], 18);
