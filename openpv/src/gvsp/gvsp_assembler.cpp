@@ -260,10 +260,10 @@ gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, std
     if (restarted && confirms_restart(packet, max_finished_blocks)) {
         restart(now);
     } else if (restarted) {
-        held_leader& held = restart_.emplace();
-        held.id = packet.block;
+        held_leader held{.id = packet.block, .packet = {}, .bytes = 0};
         held.bytes = std::min(datagram.size(), held.packet.size());
         std::ranges::copy(datagram.first(held.bytes), held.packet.begin());
+        restart_ = held;
         return nullptr;
     }
     extended_ = packet.extended;

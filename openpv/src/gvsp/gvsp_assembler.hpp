@@ -142,9 +142,9 @@ private:
     };
     /// A leader whose ID was used: the camera has restarted its IDs, or the ID is damaged. The next packet decides.
     struct held_leader {
-        std::uint64_t id = 0;
-        std::array<std::byte, 128> packet{};  ///< its begin, which has all fields that are read
-        std::size_t bytes = 0;
+        std::uint64_t id;
+        std::array<std::byte, 128> packet;  ///< its begin, which has all fields that are read
+        std::size_t bytes;
     };
     struct finished_block {
         std::uint64_t id = 0;
