@@ -80,7 +80,7 @@ double inflation(std::span<double const> distances, double scatter) {
 }  // namespace
 
 clock_model::clock_model(double tick_hz) : given_hz_(tick_hz) {
-    begin_anew();
+    reset();
 }
 
 double clock_model::camera_us(std::uint64_t ticks) const {
@@ -131,7 +131,7 @@ exposure_start clock_model::estimate(std::uint64_t ticks, double arrival_us) con
 
 void clock_model::add(std::uint64_t ticks, double arrival_us) {
     if (begun_ && clock_was_set(ticks, arrival_us)) {
-        begin_anew();
+        reset();
         ++restarts_;
     }
     if (!begun_) {
@@ -172,7 +172,7 @@ bool clock_model::clock_was_set(std::uint64_t ticks, double arrival_us) {
     return late_in_sequence_ >= late_frames;
 }
 
-void clock_model::begin_anew() {
+void clock_model::reset() {
     begun_ = false;
     has_line_ = false;
     us_per_tick_ = given_hz_ == 0.0 ? us_per_tick_ : 1e6 / given_hz_;  // a found frequency remains

@@ -91,7 +91,7 @@ private:
     double delay_at(double camera_us) const;
     double provisional_delay() const;
     bool clock_was_set(std::uint64_t ticks, double arrival_us);
-    void begin_anew();
+    void reset();
     void find_frequency();
     void end_second();
     void correct_frequency(double slope, double slope_error);

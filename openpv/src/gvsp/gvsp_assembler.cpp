@@ -235,7 +235,7 @@ bool gvsp_assembler::confirms_restart(gvsp::packet const& packet, std::int64_t m
     return step >= (packet.kind == gvsp::packet_kind::leader ? 1 : 0) && step <= max_step;
 }
 
-/// Begins anew with the block of the held leader.
+/// Restarts with the block of the held leader.
 void gvsp_assembler::restart(time_point now) {
     held_leader const first = *restart_;
     reset();
