@@ -125,9 +125,26 @@ def table(head, rows):
     return "\n".join(lines + ["| " + " | ".join(str(cell) for cell in row) + " |" for row in rows]) + "\n"
 
 
-def plot(script):
-    """Runs gnuplot."""
-    subprocess.run(["gnuplot"], input=script, text=True, check=True)
+class Goals:
+    """The bounds that the figures are compared with."""
+
+    def __init__(self):
+        self.rows = []
+
+    def add(self, figure, values, low=None, high=None, digits=2):
+        """Compares the median of `values` with the bounds."""
+        bound = f"at least {low:g}" if high is None else f"at most {high:g}"
+        middle = statistics.median(values) if values else None
+        met = middle is not None and (low is None or middle >= low) and (high is None or middle <= high)
+        self.rows.append([figure, spread(values, digits), bound, "yes" if met else "**no**" if values else "not measured"])
+
+    def table(self):
+        return table(["figure", "median (range)", "wanted", "reached"], self.rows)
+
+
+def plot(chart, size, script):
+    """Runs gnuplot, which writes `chart`.png of `size`, "WIDTH,HEIGHT" in pixels."""
+    subprocess.run(["gnuplot"], input=f"set terminal pngcairo size {size}\nset output '{chart}.png'\n{script}", text=True, check=True)
 
 
 def processor():

@@ -17,7 +17,7 @@ import tempfile
 import threading
 import time
 
-from bench_tools import (BUILD, CALIBRATION_FRAMES, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth,
+from bench_tools import (BUILD, CALIBRATION_FRAMES, Goals, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth,
                          report_problems, set_features, spread, table, utc_us)
 from frame_account import FrameAccount
 
@@ -66,10 +66,10 @@ class Path:
 class Stream:
     """What the camera sends, and how many frames a program is to receive."""
 
-    def __init__(self, rate, seconds, size=(WIDTH, HEIGHT), pacing="118", more=(), inject_loss=False):
+    def __init__(self, rate, seconds, size=(WIDTH, HEIGHT), pacing="118", camera_options=(), inject_loss=False):
         self.rate, self.frames, self.seconds = rate, round(rate * seconds), seconds
         self.width, self.height = size
-        self.options = ["--pacing", pacing, *more]
+        self.options = ["--pacing", pacing, *camera_options]
         self.inject_loss = inject_loss
         # Bytes, as openpv requests them: 0.1 s of data, at least 8 MB. The kernel would limit them to RMEM_MAX anyway.
         self.socket_buffer = min(RMEM_MAX, max(8 << 20, rate * self.width * self.height // 10))
@@ -350,23 +350,6 @@ def feature_reads(measurement, placement, repetitions, count):
     return [measurement.steady(once) for _ in range(repetitions)]
 
 
-class Goals:
-    """The bounds that the figures are compared with."""
-
-    def __init__(self):
-        self.rows = []
-
-    def add(self, figure, values, low=None, high=None, digits=2):
-        """Compares the median of `values` with the bounds."""
-        bound = f"at least {low:g}" if high is None else f"at most {high:g}"
-        middle = statistics.median(values) if values else None
-        met = middle is not None and (low is None or middle >= low) and (high is None or middle <= high)
-        self.rows.append([figure, spread(values, digits), bound, "yes" if met else "**no**" if values else "not measured"])
-
-    def table(self):
-        return table(["figure", "median (range)", "wanted", "reached"], self.rows)
-
-
 def ratios(runs, other, key=lambda run: run.cpu):
     """The ratios of neighbouring runs."""
     return [key(one) / key(two) for one, two in zip(runs, other)]
@@ -429,7 +412,7 @@ def cost_table(found):
                   "us from the last packet to the program: p50", "p99", "socket buffer, KiB"], rows)
 
 
-def draw(path, found):
+def draw(chart, found):
     """Plots the median CPU time of each program."""
     programs = list(dict.fromkeys(name for runs in found.values() for name in runs))
     with tempfile.NamedTemporaryFile("w", suffix=".dat") as data:
@@ -438,11 +421,9 @@ def draw(path, found):
             cells = (f"{statistics.median(run.cpu for run in runs[each]):.3f}" if each in runs else "NaN" for each in programs)
             data.write(f'"{name}, {size}" ' + " ".join(cells) + "\n")
         data.flush()
-        for terminal, suffix in (("pngcairo size 1000,500", "png"), ("svg size 1000,500 dynamic background '#ffffff'", "svg")):
-            plot(f"set terminal {terminal}\nset output '{path}.{suffix}'\nset style data histogram\n"
-                 "set style histogram clustered gap 1\nset style fill solid\nset yrange [0:*]\nset grid ytics\n"
-                 "set ylabel 'CPU seconds per gigabyte'\nset key top right\n"
-                 f"plot for [i=2:{len(programs) + 1}] '{data.name}' using i:xtic(1) title columnheader(i)\n")
+        plot(chart, "1000,500", "set style data histogram\nset style histogram clustered gap 1\nset style fill solid\nset yrange [0:*]\n"
+             "set grid ytics\nset ylabel 'CPU seconds per gigabyte'\nset key top right\n"
+             f"plot for [i=2:{len(programs) + 1}] '{data.name}' using i:xtic(1) title columnheader(i)\n")
 
 
 def main():
@@ -487,7 +468,7 @@ def main():
 
     # The camera sends at the rate of Gigabit Ethernet and can store half a second: at the data rate itself, it could never catch up.
     minute = measurement.steady(grab_surely, Mediagrabber(run_as=UNPRIVILEGED), loopback(SIZES[0]),
-                                Stream(minute_rate, chosen.minute_seconds, pacing="125", more=("--frame-buffers", "64"),
+                                Stream(minute_rate, chosen.minute_seconds, pacing="125", camera_options=("--frame-buffers", "64"),
                                        inject_loss=chosen.inject_loss), watch=False)
     goals.add(f"frames missing in {chosen.minute_seconds:g} s at {minute_rate * WIDTH * HEIGHT / 1e6:.0f} MB/s without privileges, of "
               f"{minute.received + minute.missing} ({minute.left_out} of them left out by the camera)", [minute.missing], high=0, digits=0)

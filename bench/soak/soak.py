@@ -307,10 +307,7 @@ def account(truth, ticks, log, stopped):
 
 
 def draw(chart, data):
-    for terminal, suffix in (("pngcairo size 1000,700", "png"), ("svg size 1000,700 dynamic background '#ffffff'", "svg")):
-        plot(f"""set terminal {terminal}
-set output '{chart}.{suffix}'
-set multiplot layout 3,1
+    plot(chart, "1000,700", f"""set multiplot layout 3,1
 set xlabel 'minutes'
 set grid
 set key bottom right

@@ -14,7 +14,7 @@ import subprocess
 import sys
 import tempfile
 
-from bench_tools import BUILD, Measurement, camera, parser, percentile, plot, read_truth, set_features, table, utc_us
+from bench_tools import BUILD, Goals, Measurement, camera, parser, percentile, plot, read_truth, set_features, table, utc_us
 
 DRIFT_PPM = 40
 FRAME_RATE = 30
@@ -204,22 +204,30 @@ def offsets_of_starts(delay, correction, starts):
 
 
 def draw(chart, figures):
-    """Plots the errors over time, one panel per recording. The SVG file has every eighth point only, to limit its size."""
+    """Plots the errors over time, one panel per recording."""
     with tempfile.TemporaryDirectory() as temporary:
-        files = []
+        panels = []
         for number, (name, each) in enumerate(figures.items()):
             path = pathlib.Path(temporary) / f"{number}.dat"
             path.write_text("\n".join(f"{time} {(error - each.offset) / 1000}" for time, error in each.errors))
-            files.append((name, path))
-        for terminal, suffix, step in (("pngcairo size 1100,900", "png", 1),
-                                       ("svg size 1100,900 dynamic background '#ffffff'", "svg", 8)):
-            panels = []
-            for name, path in files:
-                panels.append(f"set title '{name}'\nplot '{path}' every {step} using 1:2 with points pt 7 ps 0.25 lc rgb '#1f5fa8' notitle\n")
-            script = (f"set terminal {terminal}\nset output '{chart}.{suffix}'\n"
-                      f"set multiplot layout {(len(files) + 1) // 2},2 title 'Timestamp error less its median'\n"
-                      "set xlabel 'time, s'\nset ylabel 'error, ms'\nset grid\n" + "".join(panels) + "unset multiplot\n")
-            plot(script)
+            panels.append(f"set title '{name}'\nplot '{path}' using 1:2 with points pt 7 ps 0.25 lc rgb '#1f5fa8' notitle\n")
+        plot(chart, "1100,1800", f"set multiplot layout {(len(panels) + 1) // 2},2 title 'Timestamp error less its median'\n"
+             "set xlabel 'time, s'\nset ylabel 'error, ms'\nset grid\n" + "".join(panels))
+
+
+def goals_of(figures, first):
+    goals = Goals()
+    for way in ("calm", "jitter"):
+        host, exposure = figures[f"host time, {way}"], figures[f"exposure time, {way}"]
+        referenced = figures[f"exposure time with a reference, {way}"]
+        goals.add(f"p99 of host time / exposure time, {way}, in the first {first} s", [host.first / exposure.first], low=20, digits=0)
+        goals.add(f"p99 of host time / exposure time, {way}, later", [host.later / exposure.later], low=40, digits=0)
+        if way == "calm":
+            goals.add("p99 of exposure time, calm, later, us", [exposure.later], high=20, digits=0)
+        goals.add(f"p99 of intervals across gaps, exposure time, {way}, us", [percentile(exposure.gaps, 0.99)], high=20, digits=0)
+        goals.add(f"% of frames within the stated uncertainty, absolutely, exposure time with a reference, {way}",
+                  [100 * referenced.within[1]], low=95, digits=1)
+    return goals
 
 
 def indented(text):
@@ -262,14 +270,12 @@ def main():
         starts = list(pool.map(lambda delay: offsets_of_starts(delay, correction, chosen.starts), (NO_JITTER, JITTER)))
 
     first = first_seconds(chosen.seconds)
-    text = table(["times", "frames", "offset (median error)", "error around it: median", f"p99 in the first {first} s",
-                  "p99 later", "error of intervals: p99", "p99 across gaps", "offset drift"],
-                 [[name, *each.row()] for name, each in figures.items()])
+    text = goals_of(figures, first).table()
+    text += "\n" + table(["times", "frames", "offset (median error)", "error around it: median", f"p99 in the first {first} s",
+                         "p99 later", "error of intervals: p99", "p99 across gaps", "offset drift"],
+                        [[name, *each.row()] for name, each in figures.items()])
     text += "\n" + table(["times", "stated uncertainty, median", "frames within it about the offset", "absolutely"],
                          [[name, *each.stated_row()] for name, each in figures.items() if each.uncertainties])
-    text += "\n" + table(["host time's p99 relative to that of exposure time", f"first {first} s", "later"], [
-        [way, *(f"{getattr(figures[f'host time, {way}'], part) / getattr(figures[f'exposure time, {way}'], part):,.0f}"
-                for part in ("first", "later"))] for way in ("calm", "jitter")])
     text += "\n" + table(["offset over starts, camera time", "starts", "median", "minimum", "maximum", "standard deviation"],
                          [["calm", *describe_starts(starts[0])], ["jitter", *describe_starts(starts[1])]])
     text += f"\nCalibration, {chosen.calibration_seconds} s, calm:\n\n{indented(steady)}"

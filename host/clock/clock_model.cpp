@@ -468,23 +468,26 @@ void clock_model::set_reference(std::optional<clock_reference> const& reference)
 }
 
 /// The line has errors at the time of the reference: that of its slope, which grows with the time from its points to
-/// the reference, and that of a changing drift, at most 1 ppm; a parabola deviates from a line through it by a twelfth.
-/// Of comparisons that are nearly as good as the best one, the newest is kept: delays that are longer at the start of a
-/// recording affect it least.
+/// the reference, and that of a changing drift, at most 1 ppm. If the drift changes steadily while the points are
+/// taken, the ends of the line are off by a twelfth of the change times this duration.
+///
+/// Early comparisons include delays that are longer only at the start of a recording. Therefore the newest one is used,
+/// unless it is much less certain than the best one.
 void clock_model::apply_reference(line const& best, double newest) {
     if (!reference_) {
         return;
     }
     constexpr double slow_change = 1e-6;
-    constexpr double nearly = 2.0;
+    constexpr double curvature = 1.0 / 12.0;
+    constexpr double much = 2.0;
     double const at = camera_us(reference_->ticks);
     double const outside = std::max({0.0, best.oldest_us - at, at - newest});
     double const inside = std::max(0.0, newest - std::max(at, best.oldest_us));
     double const error = reference_->uncertainty_us + uncertainty_us_ +
                          outside * (wide * std::min(best.scatter_us / best.spread_us, usual_drift) + slow_change) +
-                         inside * slow_change / 12.0;
-    least_error_us_ = constant_us_ ? std::min(least_error_us_, error) : error;
-    if (error > nearly * least_error_us_) {
+                         inside * slow_change * curvature;
+    min_constant_error_us_ = constant_us_ ? std::min(min_constant_error_us_, error) : error;
+    if (error > much * min_constant_error_us_) {
         return;
     }
     double const delay = at < newest ? best.delay_us + shift_us_ + (at - newest) * best.slope : delay_at(at);

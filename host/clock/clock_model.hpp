@@ -136,7 +136,7 @@ private:
     std::optional<clock_reference> reference_;
     std::optional<double> constant_us_;  ///< delay that the reference has shown
     double constant_error_us_ = 0.0;
-    double least_error_us_ = 0.0;  ///< of all comparisons with the reference
+    double min_constant_error_us_ = 0.0;  ///< of all comparisons with the reference
 
     std::uint64_t restarts_ = 0;
     std::uint64_t path_changes_ = 0;

@@ -33,7 +33,7 @@ public:
     };
 
     /// \param frames  must outlive the object
-    explicit frame_snapshots(latest_frame& frames) : frames_(frames) {}
+    explicit frame_snapshots(latest_frame& frames) : frames_(frames) { frames.add_user(); }
 
     /// Waits for a frame.
     /// \param known  number of the frame that the client already has

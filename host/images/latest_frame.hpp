@@ -22,9 +22,10 @@ public:
 
     void on_frame(frame_lease const& frame) noexcept override;
     bool needs_pixels() const override;
-    /// \return 5: the latest frame, one in each of the three previews (full scale, stretched, small), and one of which
-    /// a snapshot is being made
-    std::size_t max_frames_held() const override { return 5; }
+    /// \return 1 for the latest frame, and 1 for each user
+    std::size_t max_frames_held() const override { return 1 + users_; }
+    /// Adds a user, which holds at most one frame that wait() has returned. Call it before the recording starts.
+    void add_user() { ++users_; }
 
     /// Waits for a frame with pixels.
     /// \param known  number of the frame that the client already has
@@ -32,12 +33,13 @@ public:
     /// \param until  end of the wait
     /// \return nothing at the end of the wait or after cancel()
     std::optional<frame_lease> wait(std::uint64_t known, clock::time_point since, clock::time_point until);
-    /// \return whether no frame has arrived since the one with this number, while frames were wanted
+    /// \return whether the frame with this number is the latest; false if no frames are wanted
     bool is_latest(std::uint64_t number) const;
     /// Ends all current and future waits.
     void cancel();
 
 private:
+    std::size_t users_ = 0;
     std::atomic<std::size_t> waiting_{0};  ///< clients
     std::atomic<clock::rep> wanted_until_{0};
     mutable std::mutex mutex_;  ///< guards the members below

@@ -40,7 +40,9 @@ public:
     /// \param frames    must outlive the preview
     /// \param max_side  pixels; larger frames are downscaled by an integer factor
     preview(latest_frame& frames, window chosen, std::uint32_t max_side)
-        : frames_(frames), window_(chosen), max_side_(max_side) {}
+        : frames_(frames), window_(chosen), max_side_(max_side) {
+        frames.add_user();
+    }
 
     /// Waits for an image.
     /// \param known  number of the frame that the client already has

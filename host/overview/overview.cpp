@@ -81,7 +81,7 @@ overview::~overview() {
     end_together(local_);
 }
 
-/// A watch ends within a second, and all of them at the same time.
+/// Each watch takes up to a second to end, all of them at the same time.
 void overview::end_together(std::map<std::string, local>& some) {
     for (auto const& [place, one] : some) {
         if (one.watch != nullptr) {

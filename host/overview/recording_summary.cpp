@@ -12,19 +12,14 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t max_text = 200;  ///< bytes
-constexpr char not_a_status[] = "the answer is not the status of a recording";
 
 std::string text_or_nothing(json const& value) {
     return value.is_null() ? std::string() : shown_text(value.get<std::string>());
 }
 
-/// The page of another machine may send any number.
+/// \throws json::type_error for a negative number or one with a fraction
 std::uint64_t count_in(json const& counts, char const* name) {
-    auto const& value = counts.at(name);
-    if (!value.is_number_unsigned()) {
-        throw std::runtime_error(not_a_status);
-    }
-    return value.get<std::uint64_t>();
+    return counts.at(name).get_ref<json::number_unsigned_t const&>();
 }
 
 recording_summary summary_of(json const& status) {
@@ -59,7 +54,7 @@ recording_summary read_summary(std::string_view text) {
     try {
         return summary_of(json::parse(text));
     } catch (json::exception const&) {
-        throw std::runtime_error(not_a_status);
+        throw std::runtime_error("the answer is not the status of a recording");
     }
 }
 

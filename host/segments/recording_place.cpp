@@ -85,10 +85,10 @@ recording_places::recording_places(std::string const& configured) {
     fs::path const whole(configured);
     for (auto part = whole.begin(); part != whole.end(); ++part) {
         std::string const name = part->string();
-        if (parts_.empty() && !has_placeholder(name)) {
+        if (levels_.empty() && !has_placeholder(name)) {
             root_ /= *part;
         } else {
-            parts_.push_back(
+            levels_.push_back(
                 {.names = std::regex(expression_for(name) + (std::next(part) == whole.end() ? R"((-\d+)?)" : "")),
                  .has_event = name.find("{event}") != std::string::npos});
         }
@@ -103,9 +103,9 @@ void recording_places::visit_each(std::function<bool(fs::path const&)> const& vi
 }
 
 /// \return false to end the visits
-bool recording_places::visit_below(fs::path const& directory, std::size_t part,
+bool recording_places::visit_below(fs::path const& directory, std::size_t depth,
                                    std::function<bool(fs::path const&)> const& visit) const {
-    if (part == parts_.size()) {
+    if (depth == levels_.size()) {
         return visit(directory);
     }
     std::vector<std::pair<fs::file_time_type, std::string>> found;
@@ -113,14 +113,15 @@ bool recording_places::visit_below(fs::path const& directory, std::size_t part,
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         std::string name = entry->path().filename().string();
         std::error_code unknown;
-        if (std::regex_match(name, parts_[part].names) && entry->is_directory(unknown) && !entry->is_symlink(unknown)) {
-            found.emplace_back(parts_[part].has_event ? entry->last_write_time(unknown) : fs::file_time_type(),
+        if (std::regex_match(name, levels_[depth].names) && entry->is_directory(unknown) &&
+            !entry->is_symlink(unknown)) {
+            found.emplace_back(levels_[depth].has_event ? entry->last_write_time(unknown) : fs::file_time_type(),
                                std::move(name));
         }
     }
     std::ranges::sort(found);
     return std::ranges::all_of(found,
-                               [&](auto const& one) { return visit_below(directory / one.second, part + 1, visit); });
+                               [&](auto const& one) { return visit_below(directory / one.second, depth + 1, visit); });
 }
 
 }  // namespace mediagrabber

@@ -41,16 +41,16 @@ public:
     void visit_each(std::function<bool(std::filesystem::path const&)> const& visit) const;
 
 private:
-    struct part {
+    struct level {
         std::regex names;
         bool has_event = false;
     };
 
-    bool visit_below(std::filesystem::path const& directory, std::size_t part,
+    bool visit_below(std::filesystem::path const& directory, std::size_t depth,
                      std::function<bool(std::filesystem::path const&)> const& visit) const;
 
     std::filesystem::path root_;
-    std::vector<part> parts_;  ///< below the root, from the top
+    std::vector<level> levels_;  ///< of directories below the root, from the top
 };
 
 }  // namespace mediagrabber

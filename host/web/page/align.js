@@ -59,7 +59,7 @@ const align = (() => {
     const chosen = area();
     const resets = focus.resets;
     const tile = chosen && await view.pixels(chosen, focus.frame);
-    if (!tile || !$('focus-on').checked || focus.resets !== resets) return;
+    if (!tile || !$('focus-on').checked || focus.resets !== resets) return;  // after a reset, of another rectangle
     focus.frame = tile.frame;
     const [now, value] = [performance.now() / 1000, sharpness(tile)];
     focus.points = focus.points.filter((point) => now - point.x < seconds);

@@ -225,19 +225,19 @@ bool gvsp_assembler::is_overtaken(std::uint64_t id, std::uint64_t timestamp) con
     });
 }
 
-/// Whether the packet belongs to the block of the held leader, or to one of the next blocks, at most `max_step` later.
-/// Another copy of the leader proves nothing.
+/// Whether the packet belongs to the block of the held leader, or to a block at most `max_step` later. A copy of the
+/// leader does not count.
 bool gvsp_assembler::confirms_restart(gvsp::packet const& packet, std::int64_t max_step) const {
-    if (!restart_ || packet.extended != extended_ || packet.status != gvsp::packet_status::present) {
+    if (!held_leader_ || packet.extended != extended_ || packet.status != gvsp::packet_status::present) {
         return false;
     }
-    std::int64_t const step = gvsp::blocks_between(restart_->id, packet.block, extended_);
+    std::int64_t const step = gvsp::blocks_between(held_leader_->id, packet.block, extended_);
     return step >= (packet.kind == gvsp::packet_kind::leader ? 1 : 0) && step <= max_step;
 }
 
 /// Restarts with the block of the held leader.
 void gvsp_assembler::restart(time_point now) {
-    held_leader const first = *restart_;
+    held_leader const first = *held_leader_;
     reset();
     add(std::span(first.packet).first(first.bytes), now);
 }
@@ -263,7 +263,7 @@ gvsp_assembler::open_block* gvsp_assembler::open(gvsp::packet const& packet, std
         held_leader held{.id = packet.block, .packet = {}, .bytes = 0};
         held.bytes = std::min(datagram.size(), held.packet.size());
         std::ranges::copy(datagram.first(held.bytes), held.packet.begin());
-        restart_ = held;
+        held_leader_ = held;
         return nullptr;
     }
     extended_ = packet.extended;
@@ -688,7 +688,7 @@ void gvsp_assembler::record_finished(open_block const& block) {
         missing_before_last_ = step > 0 ? static_cast<std::uint64_t>(step - 1) : 0;
     }
     last_finished_ = block.id;
-    restart_.reset();  // the IDs go on
+    held_leader_.reset();  // the IDs go on
     update_newest(block.id);
     finished_blocks_[finished_next_] = {block.id, block.leader ? block.leader->timestamp : 0};
     finished_next_ = (finished_next_ + 1) % finished_blocks_.size();
@@ -701,7 +701,7 @@ void gvsp_assembler::reset() {
     }
     deliver_closed();
     missing_before_last_ = 0;
-    restart_.reset();
+    held_leader_.reset();
     other_id_kind_seen_ = false;
     finished_blocks_.fill({});
     newest_.reset();

@@ -140,10 +140,10 @@ private:
         void mark_requested(std::uint32_t first, std::uint32_t last);
         bool clear_requested(std::uint32_t number);
     };
-    /// A leader whose ID was used: the camera has restarted its IDs, or the ID is damaged. The next packet decides.
+    /// A leader with an ID that was used before: the camera has restarted its IDs, or the ID is damaged.
     struct held_leader {
         std::uint64_t id;
-        std::array<std::byte, 128> packet;  ///< its begin, which has all fields that are read
+        std::array<std::byte, 128> packet;  ///< its first bytes, which contain all fields that are read
         std::size_t bytes;
     };
     struct finished_block {
@@ -207,7 +207,7 @@ private:
     /// Number of IDs skipped between the last two finished blocks. Counted as missing only when the next block confirms
     /// the last ID, because a damaged ID also leaves a gap.
     std::uint64_t missing_before_last_ = 0;
-    std::optional<held_leader> restart_;  ///< of the first block after a restart, unless its ID is damaged
+    std::optional<held_leader> held_leader_;  ///< until another packet shows whether the camera has restarted its IDs
     bool extended_ = false;
     bool other_id_kind_seen_ = false;  ///< the previous packet had the other kind of IDs
 };

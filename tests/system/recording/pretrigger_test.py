@@ -142,6 +142,21 @@ class Pretrigger(unittest.TestCase):
                 self.assertIn(f"event {name}: writing {len(frames)} frames", recording.log)
                 self.expect_identical(directory, camera)
 
+    def test_says_if_nothing_is_saved(self):
+        with FaultyCamera() as camera, Recording(configuration()) as recording:
+            wait_for(lambda: len(camera.frames_so_far()) > RATE, "a second of frames")
+            camera.start_fault("freeze")
+            answers = []
+
+            def is_without_new_frames():
+                answers.append(self.event(recording, "20261121T173318.123Z-door"))
+                return answers[-1].returncode != 0
+            wait_for(is_without_new_frames, "a trigger without new frames")
+            self.assertIn("saving ", answers[0].stdout)
+            self.assertEqual(answers[-1].returncode, 7)
+            self.assertIn("nothing is saved, because no frame has arrived since the last trigger", answers[-1].stderr)
+            recording.wait_for_log("no recording, because no frame has arrived since the last trigger")
+
     def test_is_refused_if_the_buffer_is_disabled(self):
         text = configuration().replace(f"seconds = {BUFFER_S}", "seconds = 0")
         with Camera(), Recording(text) as recording:

@@ -37,6 +37,10 @@ protected:
         return wanted.get();
     }
 
+    /// A younger copy is given to any client that has not seen it.
+    static void wait_until_shared_only_if_latest(frame_snapshots::snapshot const& copy) {
+        std::this_thread::sleep_until(copy.taken + std::chrono::milliseconds(41));
+    }
     static clock_type::time_point later() { return clock_type::now() + std::chrono::seconds(20); }
 
     std::shared_ptr<buffer_pool> memory = std::make_shared<buffer_pool>(100, 2, 2);
@@ -78,12 +82,13 @@ TEST_F(FrameSnapshots, AreSharedByClients) {
 TEST_F(FrameSnapshots, OfTheLatestFrameAreAvailableWhileAnotherClientWaitsForTheNext) {
     auto const first = taken(1);
     auto other = std::async(std::launch::async, [this] { return snapshots.next(1, later()); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));  // a copy is shared for 40 ms in any case
+    wait_until_shared_only_if_latest(*first);
     EXPECT_EQ(snapshots.next(0, clock_type::now() + std::chrono::milliseconds(20)), first);
     show(2);
-    ASSERT_TRUE(other.get());
+    auto const second = other.get();
+    ASSERT_TRUE(second);
     show(3);  // nobody has copied it
-    std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    wait_until_shared_only_if_latest(*second);
     auto const third = snapshots.next(0, later());
     ASSERT_TRUE(third);
     EXPECT_EQ(third->record.number, 3U);
@@ -107,8 +112,9 @@ TEST(LatestFrame, IsWantedWhileAnyClientWaits) {
     EXPECT_TRUE(frames.needs_pixels());
     frames.cancel();
     EXPECT_FALSE(slow.get());
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    EXPECT_FALSE(frames.needs_pixels());
+    while (frames.needs_pixels()) {
+        std::this_thread::yield();
+    }
 }
 
 TEST_F(FrameSnapshots, EndWaitsWhenCancelled) {

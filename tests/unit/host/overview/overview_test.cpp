@@ -6,6 +6,7 @@
 #include <httplib.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <fstream>
@@ -106,6 +107,7 @@ public:
                 if (!connection) {
                     return;
                 }
+                ++connections_;
                 while (!bytes.empty() && send(connection.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
                 }
                 char unread = 0;
@@ -122,10 +124,13 @@ public:
     silent_machine& operator=(silent_machine const&) = delete;
 
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+    /// \return the number of connections that it has accepted so far
+    int connections() const { return connections_; }
 
 private:
     mediagrabber::file_handle listening_;
     int port_ = 0;
+    std::atomic<int> connections_{0};
     std::thread thread_;
 };
 
@@ -468,8 +473,9 @@ TEST_F(Overview, EndsPromptlyAlthoughPagesOfThisMachineDoNotRespond) {
     }
     find(recordings);
     open({});
-    wait(11, [](json const&) { return true; });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the requests have been sent
+    wait(11, [&](json const&) {
+        return std::ranges::all_of(silent, [](auto const& one) { return one->connections() > 0; });
+    });
     auto const begun = std::chrono::steady_clock::now();
     shown.reset();
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(2'800));  // each takes half a second

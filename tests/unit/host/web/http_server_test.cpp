@@ -3,13 +3,11 @@
 
 #include <gmock/gmock.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
-#include <array>
 #include <memory>
 #include <mutex>
 
+#include "web/raw_client.hpp"
 #include "web/web_listener.hpp"
 
 using namespace mediagrabber;
@@ -151,22 +149,10 @@ TEST_F(HttpServer, ReleasesAStreamThatWaitsWhenItsClientDisconnects) {
 TEST_F(HttpServer, ReleasesAStreamThatWaitsWhenItsClientHasSentMoreBeforeItDisconnects) {
     add_part("one");
     {
-        mediagrabber::file_handle const connection(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(static_cast<std::uint16_t>(listener.at().port));
-        ASSERT_EQ(connect(connection.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        std::string const request = "GET /stream HTTP/1.1\r\nHost: x\r\n\r\n";
-        ASSERT_EQ(send(connection.get(), request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
-        std::string received;
-        while (received.find("one") == std::string::npos) {
-            std::array<char, 4096> block{};
-            auto const got = recv(connection.get(), block.data(), block.size(), 0);
-            ASSERT_GT(got, 0);
-            received.append(block.data(), static_cast<std::size_t>(got));
-        }
-        ASSERT_EQ(send(connection.get(), "more", 4, 0), 4);
+        raw_client const connection(static_cast<std::uint16_t>(listener.at().port));
+        connection.send_text("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
+        connection.receive_some();
+        connection.send_text("more");
     }
     while (is_held()) {  // without another part
         std::this_thread::yield();
