@@ -94,6 +94,12 @@ TEST_F(FrameSnapshots, OfTheLatestFrameAreAvailableWhileAnotherClientWaitsForThe
     EXPECT_EQ(third->record.number, 3U);
 }
 
+TEST_F(FrameSnapshots, AreNotTakenForLiveWhenTheyAreOld) {
+    auto const first = taken(1);
+    std::this_thread::sleep_until(first->taken + std::chrono::milliseconds(2'001));
+    EXPECT_FALSE(snapshots.next(0, clock_type::now() + std::chrono::milliseconds(20)));
+}
+
 TEST_F(FrameSnapshots, AreNotRequestedWithoutClients) {
     EXPECT_FALSE(frames.needs_pixels());
     show(1);

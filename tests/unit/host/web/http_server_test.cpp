@@ -148,12 +148,11 @@ TEST_F(HttpServer, ReleasesAStreamThatWaitsWhenItsClientDisconnects) {
 
 TEST_F(HttpServer, ReleasesAStreamThatWaitsWhenItsClientHasSentMoreBeforeItDisconnects) {
     add_part("one");
-    {
-        raw_client const connection(static_cast<std::uint16_t>(listener.at().port));
-        connection.send_text("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
-        connection.receive_some();
-        connection.send_text("more");
-    }
+    raw_client const connection(static_cast<std::uint16_t>(listener.at().port));
+    connection.send_text("GET /stream HTTP/1.1\r\nHost: x\r\n\r\n");
+    connection.receive_some();
+    connection.send_text("more");
+    connection.end();
     while (is_held()) {  // without another part
         std::this_thread::yield();
     }
