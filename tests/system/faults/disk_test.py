@@ -16,7 +16,7 @@ class FullDisk(unittest.TestCase):
     def test_costs_only_the_frames_that_do_not_fit(self):
         with file_system("size=6m") as disk, FaultRecording(self, output=disk / "frames") as run:
             run.recording.wait_for_log("No space left on device")
-            run.wait_for_exposures(FRAMES_WITHOUT_DISK)
+            run.wait_for_sent(FRAMES_WITHOUT_DISK)
             remount(disk, "size=600m")
             run.recover()
             balance = run.finish()
@@ -30,7 +30,7 @@ class ReadOnlyDisk(unittest.TestCase):
         with FaultRecording(self, troubles=troubles) as run:
             troubles.write_error = errno.EROFS
             run.recording.wait_for_log("Read-only file system")
-            run.wait_for_exposures(FRAMES_WITHOUT_DISK)
+            run.wait_for_sent(FRAMES_WITHOUT_DISK)
             troubles.write_error = 0
             run.recover()
             balance = run.finish()
@@ -42,8 +42,8 @@ class SlowDisk(unittest.TestCase):
     def test_costs_only_the_frames_that_the_full_queue_rejects(self):
         troubles = HostTroubles()
         with FaultRecording(self, troubles=troubles, export_buffers=4) as run:
-            troubles.write_delay_us = 100_000  # 5 frame periods
-            run.wait_for_exposures(FRAMES_WITHOUT_DISK)
+            troubles.write_delay_us = 500_000  # 25 frame periods; fewer if the camera leaves out exposures
+            run.wait_for_sent(FRAMES_WITHOUT_DISK)
             troubles.write_delay_us = 0
             run.recover()
             balance = run.finish()

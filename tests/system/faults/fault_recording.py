@@ -184,10 +184,11 @@ class FaultRecording:
             truth.seek(max(0, self.camera.truth_path.stat().st_size - 4096))
             return json.loads(truth.read().split(b"\n")[-2])["frame"] + 1
 
-    def wait_for_exposures(self, count):
-        """Waits for this many more exposures."""
-        end = self.exposures() + count
-        self.recording.wait_while_running(lambda: time.sleep(0.05) or self.exposures() >= end, f"{count} exposures")
+    def wait_for_sent(self, count):
+        """Waits until the camera has sent this many more frames. On a busy machine it leaves out exposures."""
+        sent = lambda: sum(frame["outcome"] == "sent" for frame in self.camera.frames_so_far())
+        end = sent() + count
+        self.recording.wait_while_running(lambda: time.sleep(0.05) or sent() >= end, f"{count} frames of the camera")
 
     def inject_until(self, kind, hits=None, until=None, seconds=DEADLINE_SECONDS, **parameters):
         """Keeps a fault active until it has had this many hits, or until() is true. \\return the number of hits"""
