@@ -5,7 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "base/failures.hpp"
 #include "base/host_log.hpp"
 #include "pipeline/frame_caps.hpp"
 #include "pipeline/pipeline_text.hpp"
@@ -28,9 +27,10 @@ void refuse_to_overwrite(running_pipeline const& pipeline) {
     for (auto const& file : pipeline.files()) {
         std::error_code error;
         if (std::filesystem::is_regular_file(file, error) && std::filesystem::file_size(file, error) > 0) {
-            throw usage_error(file.string() +
-                              " exists and the pipeline would overwrite it; use another directory, or {n} in the name,"
-                              " which counts the starts of the pipeline");
+            throw std::runtime_error(
+                file.string() +
+                " exists and the pipeline would overwrite it; use another directory, or {n} in the name,"
+                " which counts the starts of the pipeline");
         }
     }
 }

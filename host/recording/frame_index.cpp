@@ -58,7 +58,7 @@ std::string index_line(frame_record const& record, frame_place const& place) {
     return line.dump() + "\n";
 }
 
-frame_index::frame_index(int directory) {
+frame_index::frame_index(int directory) : directory_(directory) {
     file_ = uninterrupted([&] { return openat(directory, file_name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666); });
     if (file_ < 0) {
         throw std::system_error(errno, std::generic_category(), file_name);
@@ -67,6 +67,9 @@ frame_index::frame_index(int directory) {
 }
 
 frame_index::~frame_index() {
+    if (size_ == 0) {
+        unlinkat(directory_, file_name, 0);
+    }
     close(file_);
 }
 

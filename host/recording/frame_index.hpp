@@ -17,11 +17,12 @@ std::string index_line(frame_record const& record, frame_place const& place);
 ///
 /// A line is written by a single `pwrite` and removed again if the disk took only a part of it, so readers may follow
 /// the file while it grows: a last line without a line end is incomplete. The file is locked (flock) while the
-/// recording goes on, so that other processes do not take it for finished. Used by one thread at a time.
+/// recording goes on, so that other processes do not take it for finished. Without any line it is removed at the end.
+/// Used by one thread at a time.
 class frame_index {
 public:
     /// Creates the file.
-    /// \param directory  descriptor of the recording's directory, needed only for the call
+    /// \param directory  descriptor of the recording's directory, which must outlive the object
     /// \throws std::system_error  with EEXIST if the file exists
     explicit frame_index(int directory);
     ~frame_index();
@@ -35,6 +36,7 @@ public:
     static constexpr char file_name[] = "frames.jsonl";
 
 private:
+    int const directory_;
     int file_ = -1;
     off_t size_ = 0;  ///< bytes
 };

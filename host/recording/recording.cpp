@@ -9,7 +9,6 @@
 #include <system_error>
 #include <utility>
 
-#include "base/failures.hpp"
 #include "base/host_log.hpp"
 #include "recording/bigtiff_file.hpp"
 #include "recording/hdf5_file.hpp"
@@ -80,11 +79,10 @@ recording::recording(std::filesystem::path directory, recording_format const& fo
       directory_(open_directory(path_)),
       writer_(writer_for(directory_.get(), format)),
       index_(directory_.get()) {
-    made_.keep();
 } catch (std::system_error const& error) {
     if (error.code() == std::errc::file_exists) {
-        throw usage_error("the output directory already contains a recording (" + name_in(error) +
-                          "); choose another directory");
+        throw std::runtime_error("the output directory already contains a recording (" + name_in(error) +
+                                 "); choose another directory");
     }
     throw std::runtime_error(std::string("cannot write to the output directory: ") + error.what());
 }
@@ -94,6 +92,7 @@ std::size_t recording::write(frame_view const& frame) {
     try {
         std::string const line = index_line(frame.record, written.place);
         index_.append(line);
+        made_.keep();
         return written.bytes + line.size();
     } catch (...) {
         std::exception_ptr const reason = std::current_exception();

@@ -43,6 +43,11 @@ void replace_all(std::string& text, std::string_view from, std::string_view by) 
     }
 }
 
+/// \return whether the last part of a configured directory has {time}
+bool has_time_at_end(std::string const& configured) {
+    return fs::path(configured).filename().string().find(placeholders[0].text) != std::string::npos;
+}
+
 bool has_placeholder(std::string const& name) {
     return std::ranges::any_of(placeholders, [&](auto const& one) { return name.find(one.text) != std::string::npos; });
 }
@@ -64,16 +69,21 @@ std::string expression_for(std::string const& part) {
 
 }  // namespace
 
-fs::path recording_place(std::string configured, std::chrono::system_clock::time_point start) {
+fs::path recording_place(std::string const& configured, std::chrono::system_clock::time_point start) {
+    std::string place = configured;
     for (auto const& one : placeholders) {
-        replace_all(configured, one.text, utc_text(start, one.format));
+        replace_all(place, one.text, utc_text(start, one.format));
     }
-    return configured;
+    fs::path unused = place;
+    std::error_code unknown;
+    for (int number = 2; has_time_at_end(configured) && fs::exists(unused, unknown); ++number) {
+        unused = place + "-" + std::to_string(number);
+    }
+    return unused;
 }
 
 void check_directory_of_segments(output_configuration const& values) {
-    std::string const last = fs::path(values.directory).filename().string();
-    if ((values.has_segments() || values.has_retention()) && last.find(placeholders[0].text) == std::string::npos) {
+    if ((values.has_segments() || values.has_retention()) && !has_time_at_end(values.directory)) {
         throw usage_error(
             "output.directory: \"" + values.directory +
             "\" must have {time} in its last part, for example \"recordings/{date}/{time}\": output.segment_s,"

@@ -54,14 +54,8 @@ bool segmented_recording::is_full(frame_record const& next) const {
            interval_of(next.timestamp_us) != contents_.interval;
 }
 
-/// Several segments may begin in the same second: a number makes their names unique.
 std::unique_ptr<recording> segmented_recording::make_segment(std::chrono::system_clock::time_point start) const {
-    fs::path const place = recording_place(chosen_.directory, start);
-    fs::path unused = place;
-    for (int number = 2; has_limits() && fs::exists(unused); ++number) {
-        unused = place.string() + "-" + std::to_string(number);
-    }
-    return std::make_unique<recording>(unused, chosen_.format);
+    return std::make_unique<recording>(recording_place(chosen_.directory, start), chosen_.format);
 }
 
 void segmented_recording::begin_segment(frame_record const& first) {
@@ -91,9 +85,7 @@ void segmented_recording::finish(fs::path const& segment) {
     if (!has_limits()) {
         return;
     }
-    if (contents_.summary.frames == 0) {
-        remove_recording(segment);
-    } else {
+    if (contents_.summary.frames != 0) {
         write_summary(segment, contents_.summary);
     }
     finished_();

@@ -22,7 +22,7 @@ from .errors import RecorderError
 EXIT_STATUSES = {
     0: "everything requested was recorded",
     1: "frames were lost: the plug-in exported frames that were not saved, or fewer frames than requested",
-    2: "could not start: the command line or the configuration is invalid, or the output directory already contains a recording",
+    2: "could not start: the command line or the configuration is invalid",
     3: "the plug-in found no camera, or not the configured one",
     4: "the plug-in failed",
     5: "the plug-in did not return in time after a stop; the frames received until then are on disk",

@@ -147,13 +147,21 @@ class OutputDirectory(unittest.TestCase):
                 self.assertEqual(status, UNAVAILABLE, log)
                 self.assertIn(file.name, log)
 
+    def test_without_a_frame_is_not_left_behind(self):
+        with tempfile.TemporaryDirectory() as directory:
+            output = pathlib.Path(directory) / "frames"
+            for _ in range(2):  # the second start finds nothing in its way
+                with Recording("exit 2", output=output) as recording:
+                    self.assertEqual(recording.finish(), NO_CAMERA, recording.log)
+                self.assertFalse(output.exists())
+
     def test_with_a_recording_is_refused_and_unchanged(self):
         with tempfile.TemporaryDirectory() as directory:
             output = pathlib.Path(directory)
             self.assertEqual(self.run_into(output)[0], SUCCESS)
             before = {path: path.read_bytes() for path in output.iterdir()}
             status, log = self.run_into(output)
-            self.assertEqual(status, USAGE, log)
+            self.assertEqual(status, UNAVAILABLE, log)
             self.assertIn("already contains a recording", log)
             self.assertEqual({path: path.read_bytes() for path in output.iterdir()}, before)
 

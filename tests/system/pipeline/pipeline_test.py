@@ -193,9 +193,9 @@ class Streaming(Pipelines):
 
 
 class Errors(Pipelines):
-    def expect_error(self, pipeline, *messages):
+    def expect_error(self, pipeline, *messages, status=2):
         with Recording(configuration(), "--pipeline", pipeline) as recording:
-            self.assertEqual(recording.finish(), 2, recording.log)
+            self.assertEqual(recording.finish(), status, recording.log)
             for message in messages:
                 self.assertIn(message, recording.log)
             self.assertFalse(recording.output.exists(), "the output directory exists")
@@ -209,7 +209,7 @@ class Errors(Pipelines):
     def test_an_existing_file_is_an_error_at_startup(self):
         file = self.directory / "precious"
         file.write_text("precious")
-        self.expect_error(f"filesink location={file}", f"{file} exists and the pipeline would overwrite it")
+        self.expect_error(f"filesink location={file}", f"{file} exists and the pipeline would overwrite it", status=11)
         self.assertEqual(file.read_text(), "precious")
 
     def test_a_full_disk_of_the_pipeline_costs_no_saved_frame(self):

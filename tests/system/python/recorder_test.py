@@ -202,7 +202,7 @@ class Start(RecorderTest):
         camera = self.camera()
         with self.recorder(camera, frames=1) as recorder:
             recorder.wait(DEADLINE_SECONDS)
-        self.check(self.recorder(camera), "status 2", "already contains a recording", status=2)
+        self.check(self.recorder(camera), "status 11", "already contains a recording", status=11)
 
     def test_without_the_program_raises(self):
         self.check(Recorder({}, program="/nowhere/mediagrabber"), "/nowhere/mediagrabber cannot be run: No such file", "install",

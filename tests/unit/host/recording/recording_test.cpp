@@ -88,6 +88,18 @@ TEST(Recording, HasAFileAndALinePerFrame) {
     EXPECT_EQ(first, std::filesystem::file_size(directory / name) + lines[0].size() + 1);
 }
 
+TEST(Recording, WithoutFramesLeavesNothingBehind) {
+    temporary_directory const parent;
+    std::ofstream(parent.path() / "other") << "precious\n";
+    for (auto const kind : {output_format::none, output_format::tiff, output_format::bigtiff, output_format::raw,
+                            output_format::hdf5}) {
+        recording(parent.path() / "new", as(kind));
+        EXPECT_THAT(names_in(parent.path()), ElementsAre("other"));
+        recording(parent.path(), as(kind));
+        EXPECT_THAT(names_in(parent.path()), ElementsAre("other"));
+    }
+}
+
 TEST(Recording, DoesNotTouchAnExistingRecording) {
     temporary_directory const directory;
     std::ofstream(directory.path() / "frames.jsonl") << "precious\n";

@@ -30,6 +30,18 @@ TEST(RecordingPlace, ReplacesThePlaceholderByTheStartTime) {
     EXPECT_EQ(recording_place("/data/{date}/{time}", moment), "/data/20261121/20261121T173318Z");
 }
 
+TEST(RecordingPlace, WithATimeIsOneThatDoesNotExist) {
+    temporary_directory const root;
+    auto const configured = (root.path() / "{date}" / "{time}").string();
+    auto const first = root.path() / "20261121" / "20261121T173318Z";
+    for (auto const& expected : {first.string(), first.string() + "-2", first.string() + "-3"}) {
+        EXPECT_EQ(recording_place(configured, moment), expected);
+        std::filesystem::create_directories(expected);
+    }
+    EXPECT_EQ(recording_place(root.path().string(), moment), root.path());
+    EXPECT_EQ(recording_place((root.path() / "{date}").string(), moment), root.path() / "20261121");
+}
+
 TEST(RecordingPlace, NeedsATimeForSegmentsAndForWhatIsDeleted) {
     for (auto const& choose : std::vector<std::function<void(output_configuration&)>>{
              [](auto& output) { output.segment_frames = 1; }, [](auto& output) { output.segment_s = 1; },
