@@ -17,8 +17,14 @@ using namespace Vorn::Support::MediaGrabber::Jai;
 
 constexpr uint32_t width = 1280;
 constexpr uint32_t height = 1024;
-constexpr format_code formats[] = {format_code::Mono8, format_code::Mono12Packed, format_code::Mono12,
-                                   format_code::BayerRG8};
+struct named_format {
+    char const* name;  ///< of the PFNC
+    format_code code;
+};
+constexpr named_format formats[] = {{"Mono8", format_code::Mono8},
+                                    {"Mono12Packed", format_code::Mono12Packed},
+                                    {"Mono12", format_code::Mono12},
+                                    {"BayerRG8", format_code::BayerRG8}};
 
 std::vector<uint8_t> noisy_frame(pixel_format const& format) {
     std::vector<uint8_t> frame(format.frameBytes(width, height));
@@ -65,15 +71,15 @@ void convert(benchmark::State& state, pixel_format const* from, pixel_format con
 }
 
 void register_all() {
-    for (format_code const code : formats) {
+    for (auto const& [from_name, code] : formats) {
         auto const* const format = PixelFormat__Find(code);
-        std::string const name = format->name;
+        std::string const name = from_name;
         benchmark::RegisterBenchmark(("memcpy/" + name).c_str(), copy, format)->Unit(benchmark::kMillisecond);
         benchmark::RegisterBenchmark(("rotate/" + name).c_str(), rotate, format)->Unit(benchmark::kMillisecond);
-        for (format_code const target : formats) {
+        for (auto const& [to_name, target] : formats) {
             auto const* const to = PixelFormat__Find(target);
             if (code != target && PixelConversion__IsPossible(*format, *to)) {
-                benchmark::RegisterBenchmark(("convert/" + name + "/" + to->name).c_str(), convert, format, to)
+                benchmark::RegisterBenchmark(("convert/" + name + "/" + to_name).c_str(), convert, format, to)
                     ->Unit(benchmark::kMillisecond);
             }
         }

@@ -27,7 +27,8 @@ struct recording_format {
 ///
 /// A frame's pixels are complete in their file before its line appears in the index: every line of the index names a
 /// frame that can be read, also while the recording runs and after a crash. A frame whose line cannot be written is
-/// removed from its file again. A recording without frames leaves nothing behind, so that the next one can take its place.
+/// removed from its file again. A recording without frames leaves nothing behind, so that the next one can take its
+/// place.
 ///
 /// Used by one thread at a time, usually the exporter's. Output failures are exceptions of write(); the recording stays
 /// usable, so writing resumes when, for example, space on the disk has been freed.

@@ -17,7 +17,8 @@ namespace mediagrabber {
 /// \param configured  output.directory; every `{time}` in it stands for the start time, as in 20261121T173318Z, every
 ///                    `{date}` for its date, as in 20261121 (both UTC)
 /// \param start       of the recording
-/// \return the recording's directory. If its last part has a time and the directory exists, "-2" is appended, or the next
+/// \return the recording's directory. If its last part has a time and the directory exists, "-2" is appended, or the
+/// next
 ///         number: several recordings may start in the same second, for example after the clock was set back
 std::filesystem::path recording_place(std::string const& configured, std::chrono::system_clock::time_point start);
 

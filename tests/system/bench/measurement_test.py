@@ -104,6 +104,9 @@ class PluginWork(Measurement):
         output = self.measure("plugin-work").stdout
         self.expect_header(output)
         self.assertRegex(output, r"(?m)^\| one loop iteration .* \| \d+\.\d \|$")
+        cell = r" \d+\.\d\d \|"
+        for row in (rf"Mono8 \|{cell}{cell} - \|{cell}{cell}", rf"Mono12Packed \|{cell}{cell}{cell} - \|{cell}"):
+            self.assertRegex(output, rf"(?m)^\| {row}$")
 
 
 class Soak(Measurement):

@@ -1,10 +1,14 @@
 # SPDX-License-Identifier: MIT
 """The exposure times of frames, compared with those in the truth file of a camera whose clock is 40 ppm fast."""
 
+import os
 import pathlib
+import re
 import statistics
+import subprocess
 import tempfile
 import unittest
+import unittest.mock
 
 from camera_process import Camera
 from gevctl import gevctl
@@ -33,6 +37,7 @@ probability = 0.02
 """
 CAMERA = ("--clock-drift-ppm", "40", "--timestamp", "running")
 SETTLED = 10 * RATE  # frames
+MANUAL = pathlib.Path(__file__).parents[3] / "docs/manual/gevctl.md"
 
 
 class Frame:
@@ -43,13 +48,14 @@ class Frame:
         self.time = truth["exposure_start_us"]
 
 
-def recorded(test, camera_options=CAMERA, more=lambda: "", frames=FRAMES):
+def recorded(test, camera_options=CAMERA, more=lambda: "", frames=FRAMES, meanwhile=lambda recording: None):
     """Records with 2 % of the frames lost. \\return the frames in the truth file that were saved"""
     with tempfile.TemporaryDirectory() as directory:
         faults = pathlib.Path(directory) / "faults.toml"
         faults.write_text(LOSES_FRAMES)
         with Camera(*camera_options, "--faults", faults) as camera:
             with Recording(CONFIGURATION.format(more=more()), "--frames", frames) as recording:
+                meanwhile(recording)
                 test.assertEqual(recording.finish(), 0, recording.log)
                 wait_for_truth(recording.output, camera.truth_path)
                 truth = {one["ticks"]: one for one in camera.frames_so_far()}
@@ -87,6 +93,23 @@ class ExposureTimes(unittest.TestCase):
         print(f"errors {settled[0].error} to {settled[-1].error} us, stated {settled[-1].uncertainty} us")
         self.assertEqual({one.source for one in settled}, {"reference"})
         self.assertGreaterEqual(coverage(settled, 0), 0.95)
+
+    def test_become_absolute_with_the_loop_of_the_manual(self):
+        def measure(recording):
+            recording.wait_for_frames(SETTLED)
+            socket = re.search(r"control socket for `mediagrabber set`: (\S+)", recording.log)[1]
+            loop = re.search(r"^    gevctl clock .*?^    done$", MANUAL.read_text(), re.MULTILINE | re.DOTALL)[0]
+            programs = f"""gevctl() {{ "$GEVCTL" "$@"; }}\nmediagrabber() {{ "$MEDIAGRABBER" "$1" --socket "{socket}" "${{@:2}}"; }}\n"""
+            done = subprocess.run(["bash", "-e", "-o", "pipefail", "-c", programs + loop.replace("--watch --seconds 60", "--seconds 1")],
+                                  capture_output=True, text=True, timeout=60)
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+
+        with tempfile.TemporaryDirectory() as runtime, unittest.mock.patch.dict(os.environ, XDG_RUNTIME_DIR=runtime):
+            frames = recorded(self, meanwhile=measure)
+        referenced = [one for one in frames if one.source == "reference"]
+        self.assertEqual(frames[0].source, "arrivals")
+        self.assertGreater(len(referenced), RATE)
+        self.assertGreaterEqual(coverage(referenced, 0), 0.95)
 
 
 class ExposureTimesOfPtp(unittest.TestCase):

@@ -91,8 +91,8 @@ TEST(Recording, HasAFileAndALinePerFrame) {
 TEST(Recording, WithoutFramesLeavesNothingBehind) {
     temporary_directory const parent;
     std::ofstream(parent.path() / "other") << "precious\n";
-    for (auto const kind : {output_format::none, output_format::tiff, output_format::bigtiff, output_format::raw,
-                            output_format::hdf5}) {
+    for (auto const kind :
+         {output_format::none, output_format::tiff, output_format::bigtiff, output_format::raw, output_format::hdf5}) {
         recording(parent.path() / "new", as(kind));
         EXPECT_THAT(names_in(parent.path()), ElementsAre("other"));
         recording(parent.path(), as(kind));
