@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """A recording from a camera that gevctl has configured, as the service does it."""
 
+import os
 import pathlib
 import subprocess
 import tempfile
@@ -75,7 +76,7 @@ class ServiceUnit(unittest.TestCase):
         line, = (line for line in unit.read_text().splitlines() if line.startswith("ExecStartPre="))
         command = line.removeprefix("ExecStartPre=").replace("/etc/mediagrabber/%i", f"{directory}/left")
         return subprocess.run(command, shell=True, capture_output=True, text=True, timeout=60,
-                              env={"PATH": f"{pathlib.Path(GEVCTL).parent}:/usr/bin:/bin"})
+                              env=os.environ | {"PATH": f"{pathlib.Path(GEVCTL).parent}:/usr/bin:/bin"})
 
     def test_applies_the_file_of_the_instance_if_it_exists(self):
         with tempfile.TemporaryDirectory() as directory:

@@ -43,6 +43,7 @@ class Demo(unittest.TestCase):
                               timeout=DEMO_SECONDS, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.assertEqual(done.returncode, 0, done.stdout + self.logs())
         wait_for(lambda: not processes_with(f"DEMO={self.output}"), "the end of all processes of the demo", 5)
+        self.assertNotRegex(self.logs(), "Sanitizer:|runtime error:")  # the demo does not look at the exit statuses
         return done.stdout
 
     def expect_identical(self, number, directory):
