@@ -16,10 +16,10 @@ TOLERATED = int(os.environ.get("FAULT_FRAMES_TOLERATED", "0"))  # frames that ma
 
 
 def inject_for_frames(run, kind, count=FRAMES, **parameters):
-    """Keeps a fault active for this many exposures. \\return the number of hits"""
-    end = run.exposures() + count
+    """Keeps a fault active for this many frames that the camera sends. \\return the number of hits"""
+    end = run.sent() + count
     seconds = DEADLINE_SECONDS + 2 * count / RATE
-    return run.inject_until(kind, until=lambda: run.exposures() >= end, seconds=seconds, **parameters)
+    return run.inject_until(kind, until=lambda: run.sent() >= end, seconds=seconds, **parameters)
 
 
 DESCRIBES_IMAGES = ("--chunk-payload", "extended")  # a leader of chunk data has no size and format of the image
@@ -63,7 +63,9 @@ class PacketLoss(StreamFaults):
         balance.check(self)
         self.assertLessEqual(balance.missing, TOLERATED + balance.sent / 100)
 
-    def test_of_most_packets_is_reported(self):
+
+class LossOfMostPackets(StreamFaults):
+    def test_is_reported(self):
         self.expect_reported_loss("packet_loss", probability=0.6)
 
 
@@ -101,7 +103,9 @@ class LossBurst(StreamFaults):
     def test_costs_no_frame(self):
         self.expect_no_loss("loss_burst", probability=1, packets=30)
 
-    def test_of_half_a_frame_is_reported(self):
+
+class LossOfHalfAFrame(StreamFaults):
+    def test_is_reported(self):
         # A burst that begins late in a frame is short, and its packets are resent.
         self.expect_reported_loss("loss_burst", probability=1, packets=PACKETS // 2)
 
@@ -144,7 +148,9 @@ class LeaderLoss(StreamFaults):
     def test_once_costs_no_frame(self):
         self.expect_no_loss("leader_loss")
 
-    def test_including_resends_costs_every_frame(self):
+
+class LeaderLossIncludingResends(StreamFaults):
+    def test_costs_every_frame(self):
         balance = self.expect_reported_loss("leader_loss", including_resends=True)
         self.assertGreaterEqual(balance.missing, FRAMES - 1)
 
@@ -153,7 +159,9 @@ class TrailerLoss(StreamFaults):
     def test_once_costs_no_frame(self):
         self.expect_no_loss("trailer_loss")
 
-    def test_including_resends_costs_every_frame(self):
+
+class TrailerLossIncludingResends(StreamFaults):
+    def test_costs_every_frame(self):
         balance = self.expect_reported_loss("trailer_loss", including_resends=True)
         self.assertGreaterEqual(balance.missing, FRAMES - 1)
 

@@ -297,7 +297,7 @@ TEST_F(Hdf5File, RemainsAsItIsWhenItIsClosed) {
     H5Fclose(writer);
 }
 
-TEST_F(Hdf5File, WritesAsMuchForTheLastFrameAsForTheFirst) {
+TEST_F(Hdf5File, WritesMoreForAFrameOnlyWithTheLevelsOfTheIndex) {
     auto made = files();
     std::uint64_t number = 0;
     auto const cost_of = [&](std::uint64_t frames) {
