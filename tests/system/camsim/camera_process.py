@@ -34,7 +34,7 @@ class Camera:
     limits_options = ("--limits", "independent")
 
     def __init__(self, *arguments, end_signal=signal.SIGTERM, prefix=()):
-        """\param prefix  of the command, for example one that enters another network namespace"""
+        """\\param prefix  of the command, for example one that enters another network namespace"""
         self.prefix = prefix
         self.arguments = (*self.limits_options, *arguments)
         self.end_signal = end_signal

@@ -72,7 +72,7 @@ def verified_recording(test, configuration, frames, *arguments, verify_options=(
     """Records from a camera and checks that each saved frame is identical to the frame that the camera sent.
 
     Yields the finished recording, whose files exist until the context is left, and the output of verify_recording.
-    \param camera_options of camsim
+    \\param camera_options of camsim
     """
     with Recording(configuration, "--frames", frames, *arguments) as recording:
         with Camera(*camera_options) as camera:

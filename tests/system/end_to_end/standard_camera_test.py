@@ -156,7 +156,9 @@ class Ptp(StandardCameraTest):
             self.assertEqual(feature("PtpStatus"), "Slave")
             with self.recording(camera=camera, text=configuration(correction=1)):
                 pass
-        for frame in camera.truth_frames:
+        sent = [frame for frame in camera.truth_frames if frame["outcome"] == "sent"]  # a busy camera leaves out exposures
+        self.assertTrue(sent)
+        for frame in sent:
             age_ns = frame["send_end_ns"] + frame["utc_offset_ns"] - frame["ticks"]
             self.assertTrue(0 < age_ns < 10_000_000_000, frame)
 

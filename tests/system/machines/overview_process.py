@@ -52,8 +52,8 @@ class Overview(MediagrabberProcess):
 class ScriptedPage:
     """An HTTP server at 127.0.0.1 instead of a live page.
 
-    \param answers  pairs of type and body by path, without the query
-    \param tls      context of an HTTPS server; null: HTTP
+    \\param answers  pairs of type and body by path, without the query
+    \\param tls      context of an HTTPS server; null: HTTP
     """
 
     def __init__(self, answers, tls=None):
