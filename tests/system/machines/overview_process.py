@@ -62,6 +62,7 @@ class ScriptedPage:
                 kind, body = answers[self.path.split("?")[0]]
                 self.send_response(200)
                 self.send_header("Content-Type", kind)
+                self.send_header("Content-Length", str(len(body)))
                 self.end_headers()
                 self.wfile.write(body)
 

@@ -102,7 +102,9 @@ class Https(unittest.TestCase):
             subprocess.run(["mount", "--bind", file, authorities], check=True)
             self.addCleanup(subprocess.run, ["umount", authorities], check=True)
             with Overview(directory, page.url) as overview:
-                wait_for(lambda: overview.images_of() == {"cell"}, "the image")
+                complete = lambda: overview.images_of() == {"cell"} or overview.recordings()[0]["error"]
+                wait_for(complete, "an image or an error")
+                self.assertEqual(overview.recordings()[0]["error"], "")
 
 
 class CommandLine(unittest.TestCase):
