@@ -8,7 +8,9 @@ namespace mediagrabber {
 
 namespace {
 
-constexpr char sysctl_file[] = "sysctl.d/60-mediagrabber.conf";
+// A file in /etc replaces the one of the same name in /usr/lib, so it must not have the name of the package's file.
+// The name sorts after that, so that its values win.
+constexpr char sysctl_file[] = "sysctl.d/61-mediagrabber-local.conf";
 constexpr char unit_file[] = "systemd/system/mediagrabber-settings.service";
 constexpr std::string_view sysctl_command = "sysctl -w ";
 

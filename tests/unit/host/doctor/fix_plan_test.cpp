@@ -3,6 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
+#include <regex>
 #include <vector>
 
 using namespace mediagrabber;
@@ -32,10 +35,20 @@ TEST(FixPlan, IsEmptyWithoutASettingThatEndsWithTheNextBoot) {
 TEST(FixPlan, CollectsTheSettingsOfSysctl) {
     auto const files =
         fix_plan(std::vector{advice("sysctl -w net.core.rmem_max=10000"), advice("sysctl -w net.a.b=2 net.c.d=3")});
-    ASSERT_THAT(files, ElementsAre(Key("sysctl.d/60-mediagrabber.conf")));
+    ASSERT_THAT(files, ElementsAre(Key("sysctl.d/61-mediagrabber-local.conf")));
     EXPECT_EQ(files.begin()->second,
               "# subject was: state\n# wanted: another\nnet.core.rmem_max=10000\n"
               "# subject was: state\n# wanted: another\nnet.a.b=2\nnet.c.d=3\n");
+}
+
+TEST(FixPlan, NeitherReplacesNorPrecedesTheSettingsOfThePackage) {
+    std::ifstream file(PACKAGING);
+    std::string const rules{std::istreambuf_iterator<char>(file), {}};
+    std::smatch packaged;
+    ASSERT_TRUE(std::regex_search(rules, packaged, std::regex(R"(DESTINATION lib/(sysctl\.d) RENAME ([^ )]+)\))")));
+    auto const files = fix_plan(std::vector{advice("sysctl -w net.a.b=2")});
+    ASSERT_EQ(files.size(), 1U);
+    EXPECT_GT(files.begin()->first, packaged[1].str() + "/" + packaged[2].str());
 }
 
 TEST(FixPlan, RunsOtherCommandsInAUnit) {
