@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "base/unix_listener.hpp"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -66,13 +67,20 @@ unix_listener::unix_listener(std::string name, std::filesystem::path path, int t
     unix_socket(path_);  // reports a path that is too long
     remove_dead_socket();
     // The socket listens before it appears at its path, so that clients can connect as soon as the path exists.
-    std::filesystem::path const hidden(fmt::format("{}.{}", path_.string(), getpid()));
-    sockaddr_un const address = unix_socket(hidden);
-    unlink(hidden.c_str());  // left behind by a process that was killed here and had the same number
+    // Until then it has another path, which fits into an address however long path_ is, because it names the directory
+    // by its descriptor. No other socket of this machine has the same number.
+    auto const parent = path_.has_parent_path() ? path_.parent_path() : std::filesystem::path(".");
+    file_handle const directory(open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     socket_ = file_handle(socket(AF_UNIX, type_ | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     struct stat made {};
+    if (!directory || !socket_ || fstat(socket_.get(), &made) != 0) {
+        fail();
+    }
+    std::filesystem::path const hidden(fmt::format("/proc/self/fd/{}/.mediagrabber.{}", directory.get(), made.st_ino));
+    sockaddr_un const address = unix_socket(hidden);
+    unlink(hidden.c_str());  // left behind by a process that was killed here before the machine started again
     // bind() gives the path the mode of the socket, so that other users cannot connect at any time.
-    if (!socket_ || fchmod(socket_.get(), S_IRUSR | S_IWUSR) != 0 ||
+    if (fchmod(socket_.get(), S_IRUSR | S_IWUSR) != 0 ||
         bind(socket_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
         fail();
     }

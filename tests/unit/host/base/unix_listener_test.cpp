@@ -78,6 +78,25 @@ TEST_F(UnixListener, HasOneFileForThisUser) {
     EXPECT_EQ(files(), 0);
 }
 
+TEST_F(UnixListener, HasAPathOfAnyLengthThatIsAnAddress) {
+    constexpr std::size_t longest = sizeof sockaddr_un::sun_path - 1;
+    std::size_t const left = longest - directory_.path().native().size() - 1;
+    auto const deep = directory_.path() / std::string(left - 2, 'd');
+    std::filesystem::create_directory(deep);
+    for (auto const& path : {directory_.path() / std::string(left, 'f'), deep / "s"}) {
+        ASSERT_EQ(path.native().size(), longest);
+        for (int const type : {SOCK_STREAM, SOCK_SEQPACKET}) {
+            unix_listener listener("test socket", path, type, getegid());
+            EXPECT_TRUE(connect_to(path, type));
+            EXPECT_TRUE(listener.accept());
+        }
+    }
+    EXPECT_EQ(files(), 1U);
+    EXPECT_TRUE(std::filesystem::is_empty(deep));
+    EXPECT_THROW(unix_listener("test socket", directory_.path() / std::string(left + 1, 'f'), SOCK_STREAM),
+                 std::runtime_error);
+}
+
 TEST_F(UnixListener, ReplacesASocketThatADeadProcessHasLeft) {
     {
         unix_listener const listener("test socket", path_, SOCK_STREAM);
