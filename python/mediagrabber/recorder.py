@@ -131,7 +131,8 @@ class Recorder:
         return self
 
     def stop(self, timeout: float = 60.0) -> Summary:
-        """Stops the recording: the camera is restored, and frames that wait are written. Does nothing if it has ended.
+        """Stops the recording: the camera's chunk settings are restored, and frames that wait are written. Does nothing if it has
+        ended.
 
         \\param timeout  seconds, after which the process is killed and RecorderError is raised
         """
