@@ -215,7 +215,8 @@ std::vector<definition> state_definitions() {
          {{"", "", [](status s) { return of_newest(s, &frame_record::exposure_us, 1 / us_per_s); }}}},
         {"mediagrabber_time_uncertainty_seconds",
          MetricType::Gauge,
-         "How far off the exposure time of the latest frame may be; absent if the camera sends no timestamps.",
+         "How far off the exposure time of the latest frame may be, without a reference or PTP about a constant delay;"
+         " absent if the camera sends no timestamps.",
          {{"", "", [](status s) { return time_uncertainty(s); }}}},
         {"mediagrabber_camera_clock_drift_ppm",
          MetricType::Gauge,

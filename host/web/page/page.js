@@ -206,7 +206,9 @@ function showNewest(newest) {
   put('exposure-now', known(newest?.exposure_us, span));
   put('temperature', known(newest?.temperature_c, (value) => `${value.toFixed(1)} °C`));
   const clock = newest?.time;
-  put('clock-now', known(clock?.uncertainty_us, (value) => `Exposure times are known to ${span(Math.ceil(value))} (${clock.source}).`));
+  // Arrivals do not show the constant part of the delay; see "Exposure times" in the manual.
+  const about = clock?.source === 'arrivals' ? ' about a constant delay' : '';
+  put('clock-now', known(clock?.uncertainty_us, (value) => `Exposure times are known to ${span(Math.ceil(value))}${about} (${clock.source}).`));
   put('clock-drift', known(clock?.clock_drift_ppm, (value) => `Camera clock: ${value > 0 ? '+' : '−'}${Math.abs(value).toFixed(2)} ppm.`));
   if (newest) put('image-format', `${newest.width} × ${newest.height} ${newest.pixel_format}`);
 }

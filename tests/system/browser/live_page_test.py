@@ -10,6 +10,7 @@ import unittest
 
 from browser import DESKTOP, PHONE, start_browser
 from camera_process import Camera
+from gevctl import gevctl
 from recorder import Recording
 from selenium.webdriver.common.keys import Keys
 
@@ -81,6 +82,7 @@ class LivePage(unittest.TestCase):
         self.browser.wait(lambda: self.browser.text("state") == "recording", "the state")
         self.browser.wait(lambda: re.match(r"[1-9]\d*\.\d$", self.browser.text("rate")), "the frame rate")
         for element, pattern in (("camera-name", "GO-5100M-PGE"), ("gain-now", r"^0\.0 dB$"), ("exposure-now", r"^1\.00 ms$"),
+                                 ("clock-now", r"^Exposure times are known to \S+ \S+ about a constant delay \(arrivals\)\.$"),
                                  ("temperature", r"^\d+\.\d °C$"), ("dropped-queue-full", "^0$")):
             self.browser.wait(lambda: re.search(pattern, self.browser.text(element)), f"{pattern} in {element}")
         self.browser.wait(lambda: self.page in self.browser.run("return document.getElementById('log').textContent"),
@@ -206,7 +208,9 @@ class LivePage(unittest.TestCase):
 
 class TokenAndStop(unittest.TestCase):
     def test_a_token_gives_access_and_a_confirmed_stop_ends_the_recording(self):
-        with Camera(), Recording(CONFIGURATION, "--web-token", self.token_file()) as recording, start_browser() as browser:
+        self.enterContext(Camera("--ptp"))
+        gevctl("set", "127.0.0.1", "PtpEnable=true")
+        with Recording(CONFIGURATION, "--web-token", self.token_file()) as recording, start_browser() as browser:
             recording.wait_for_frames(1)
             browser.resize(*DESKTOP)
             browser.open(page_of(recording))
@@ -219,10 +223,14 @@ class TokenAndStop(unittest.TestCase):
             browser.press(TOKEN, Keys.ENTER)
             browser.wait(lambda: browser.run("return document.getElementById('image')?.dataset.frame"), "an image")
             self.assertEqual(browser.run("return document.cookie"), "")
+            browser.wait(lambda: re.search(r"^Exposure times are known to \S+ \S+ \(ptp\)\.$", browser.text("clock-now")),
+                         "exposure times without an unknown delay")
 
             browser.tab_to("stop")
             browser.press(Keys.ENTER)
             browser.wait(lambda: browser.is_displayed("stop-dialog"), "the confirmation dialog")
+            self.assertIn("The chunk settings of the camera are restored, its other settings stay as they are.",
+                          browser.text("stop-dialog"))
             browser.press(Keys.ESCAPE)
             browser.wait(lambda: not browser.is_displayed("stop-dialog"), "the dialog to close")
             self.assertIsNone(recording.process.poll())
