@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <system_error>
 
 #include "config/configuration_file.hpp"
@@ -85,6 +86,12 @@ void print(std::ostream& out, finding const& one) {
     if (one.level != severity::good) {
         out << "         wanted: " << one.wanted << "\n         " << one.command
             << (one.until_reboot ? "    # until the next boot\n" : "\n");
+        if (auto const lasting = persistent_form(one)) {
+            std::istringstream lines(lasting->lines);
+            for (std::string line; std::getline(lines, line);) {
+                out << "         " << line << "    # at each boot, in /etc/" << lasting->file << '\n';
+            }
+        }
     }
 }
 
@@ -122,7 +129,7 @@ exit_status doctor_command(doctor_options const& options, std::ostream& out) {
     if (!options.plan.empty()) {
         write_plan(out, options.plan, findings);
     } else if (std::ranges::any_of(findings, &finding::until_reboot)) {
-        out << "`mediagrabber doctor --fix-plan DIRECTORY` writes files that make these settings at each boot.\n";
+        out << "`mediagrabber doctor --fix-plan DIRECTORY` writes these files of /etc.\n";
     }
     out << (bad == 0 ? "No setting of this machine causes frame loss.\n"
                      : fmt::format("{} settings cause frame loss or wrong timestamps.\n", bad));

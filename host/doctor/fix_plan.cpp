@@ -27,35 +27,44 @@ std::string quoted(std::string const& command) {
     return made + "\"";
 }
 
+/// The lines of sysctl.d or of the unit that have the effect of a command.
+std::string lines_for(std::string const& command) {
+    if (!command.starts_with(sysctl_command)) {
+        // After "-", a command that fails does not stop the others.
+        return "ExecStart=-/bin/sh -c " + quoted(command) + "\n";
+    }
+    std::string lines;
+    std::istringstream settings(command.substr(sysctl_command.size()));
+    for (std::string setting; settings >> setting;) {
+        lines += setting + "\n";
+    }
+    return lines;
+}
+
 }  // namespace
 
+std::optional<persistent_setting> persistent_form(finding const& one) {
+    if (!one.until_reboot) {
+        return std::nullopt;
+    }
+    return persistent_setting{.file = one.command.starts_with(sysctl_command) ? sysctl_file : unit_file,
+                              .lines = lines_for(one.command)};
+}
+
 std::map<std::string, std::string> fix_plan(std::span<finding const> findings) {
-    std::string sysctl;
-    std::string unit;
-    for (finding const& one : findings) {
-        if (!one.until_reboot) {
-            continue;
-        }
-        if (one.command.starts_with(sysctl_command)) {
-            sysctl += comment_on(one);
-            std::istringstream settings(one.command.substr(sysctl_command.size()));
-            for (std::string setting; settings >> setting;) {
-                sysctl += setting + "\n";
-            }
-        } else {
-            unit += comment_on(one) + "ExecStart=/bin/sh -c " + quoted(one.command) + "\n";
-        }
-    }
     std::map<std::string, std::string> files;
-    if (!sysctl.empty()) {
-        files[sysctl_file] = sysctl;
+    for (finding const& one : findings) {
+        if (auto const setting = persistent_form(one)) {
+            files[setting->file] += comment_on(one) + setting->lines;
+        }
     }
-    if (!unit.empty()) {
-        files[unit_file] =
-            "[Unit]\nDescription=Settings of this machine for cameras\nAfter=network-pre.target "
-            "systemd-udev-settle.service\n"
+    if (auto const unit = files.find(unit_file); unit != files.end()) {
+        // Interfaces exist once udev has settled. Nothing else starts that service.
+        unit->second =
+            "[Unit]\nDescription=Settings of this machine for cameras\nWants=systemd-udev-settle.service\n"
+            "After=network-pre.target systemd-udev-settle.service\n"
             "Before=network-online.target\n\n[Service]\nType=oneshot\nRemainAfterExit=yes\n" +
-            unit + "\n[Install]\nWantedBy=multi-user.target\n";
+            unit->second + "\n[Install]\nWantedBy=multi-user.target\n";
     }
     return files;
 }

@@ -2,12 +2,22 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "doctor/diagnosis.hpp"
 
 namespace mediagrabber {
+
+/// A setting that is made at each boot.
+struct persistent_setting {
+    std::string file;   ///< relative to /etc
+    std::string lines;  ///< for that file, each with its line end
+};
+
+/// \return the setting that makes the effect of a finding's command last; empty if it lasts, or there is no command
+std::optional<persistent_setting> persistent_form(finding const& one);
 
 /// Files for /etc that make the recommended settings at each boot: a drop-in of sysctl.d, and a systemd unit for all
 /// other commands. Nothing is written; the operator reviews and installs them.

@@ -225,7 +225,10 @@ class Doctor(unittest.TestCase):
             found = command("doctor", "--config", file, "--output", pathlib.Path(place) / "frames")
             self.assertEqual(found.returncode, UNFIT, found.stdout + found.stderr)
             self.assertIn("BAD      lo: MTU: 1000 bytes\n", found.stdout)
-            self.assertIn("         ip link set dev lo mtu 1400    # until the next boot\n", found.stdout)
+            self.assertIn('         ip link set dev lo mtu 1400    # until the next boot\n'
+                          '         ExecStart=-/bin/sh -c "ip link set dev lo mtu 1400"    # at each boot, in'
+                          ' /etc/systemd/system/mediagrabber-settings.service\n', found.stdout)
+            self.assertIn("`mediagrabber doctor --fix-plan DIRECTORY` writes these files of /etc.\n", found.stdout)
             self.assertRegex(found.stdout, rf"write speed of {place}: \d+ MB/s")
             self.assertEqual(list(pathlib.Path(place).iterdir()), [file])
 
@@ -251,7 +254,7 @@ class Doctor(unittest.TestCase):
             self.assertIn("systemctl enable --now mediagrabber-settings", planned.stdout)
             shown = subprocess.run(["ip", "link", "show", "lo"], capture_output=True, text=True, check=True).stdout
             self.assertIn(" mtu 1000 ", shown, "nothing has changed so far")
-            commands = [line.removeprefix("ExecStart=") for line in unit.read_text().splitlines() if line.startswith("ExecStart=")]
+            commands = [line.removeprefix("ExecStart=-") for line in unit.read_text().splitlines() if line.startswith("ExecStart=-")]
             subprocess.run(shlex.split(next(line for line in commands if "mtu" in line)), check=True)
             again = command("doctor", "--config", file, "--interface", "lo")
             self.assertIn("good     lo: MTU: 1400 bytes\n", again.stdout)

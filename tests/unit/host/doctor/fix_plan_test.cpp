@@ -56,8 +56,9 @@ TEST(FixPlan, RunsOtherCommandsInAUnit) {
                                             advice("sudo nft list ruleset", false)});
     ASSERT_THAT(files, ElementsAre(Key("systemd/system/mediagrabber-settings.service")));
     auto const& unit = files.begin()->second;
-    EXPECT_THAT(unit, HasSubstr("\nExecStart=/bin/sh -c \"ethtool -C eth0 rx-usecs 50\"\n"));
-    EXPECT_THAT(unit, HasSubstr(R"(ExecStart=/bin/sh -c "echo \"50%%\" \\ > /sys/x")"));
+    EXPECT_THAT(unit, HasSubstr("\nExecStart=-/bin/sh -c \"ethtool -C eth0 rx-usecs 50\"\n"));
+    EXPECT_THAT(unit, HasSubstr(R"(ExecStart=-/bin/sh -c "echo \"50%%\" \\ > /sys/x")"));
+    EXPECT_THAT(unit, HasSubstr("\nWants=systemd-udev-settle.service\nAfter=network-pre.target systemd-udev-settle"));
     EXPECT_THAT(unit, HasSubstr("WantedBy=multi-user.target"));
     EXPECT_THAT(unit, Not(HasSubstr("nft")));
 }
