@@ -76,8 +76,8 @@ extern "C" {
 /// \name Exported by the plug-in
 /// @{
 
-/// Makes one grabbing run: finds the configured camera, grabs until the run ends, restores the camera. Blocks for the
-/// length of the run. Set the three log variables first. Not re-entrant.
+/// Makes one grabbing run: finds the configured camera, grabs until the run ends, restores its chunk settings. Blocks
+/// for the length of the run. Set the three log variables first. Not re-entrant.
 /// \return an `mg_host_api::exit_code`: 0 orderly end, 1 a reload failed and the host ended the run for it, 2 no device
 ///         found, 3 target device not found, -1 host buffers unusable, -2 camera configuration failed, -5 camera could
 ///         not be opened, -10 sustained frame loss or an exception
