@@ -109,6 +109,23 @@ TEST(Formula, CalculatesIntegers) {
     EXPECT_INTEGER("+5", 5);
     EXPECT_INTEGER("~0", -1);
     EXPECT_INTEGER("~5 & 0xF", 10);
+    EXPECT_INTEGER("1 ** -3", 1);
+    EXPECT_INTEGER("1 +\n\t\v\f\r 2", 3);
+}
+
+TEST(Formula, HasThePrecedencesOfItsOperators) {
+    EXPECT_INTEGER("1 || 0 && 0", 1);
+    EXPECT_INTEGER("3 | 1 ^ 2", 3);
+    EXPECT_INTEGER("1 ^ 3 & 2", 3);
+    EXPECT_INTEGER("2 & 2 = 2", 0);
+    EXPECT_INTEGER("2 = 1 < 2", 0);
+    EXPECT_INTEGER("2 = 1 <= 1", 0);
+    EXPECT_INTEGER("2 = 2 > 1", 0);
+    EXPECT_INTEGER("2 = 2 >= 1", 0);
+    EXPECT_INTEGER("1 < 1 << 1", 1);
+    EXPECT_INTEGER("32 >> 1 + 1", 8);
+    EXPECT_INTEGER("10 + 7 % 4", 13);
+    EXPECT_INTEGER("2 * 3 ** 2", 18);
 }
 
 TEST(Formula, ComparesAndChooses) {
@@ -158,6 +175,7 @@ TEST(Formula, HasFunctions) {
     EXPECT_REAL("ROUND(2.345, 2)", 2.35);
     EXPECT_REAL("ROUND(2345.6, -2)", 2300);
     EXPECT_REAL("ROUND(2345.6, -400)", 0);
+    EXPECT_REAL("ROUND(2.345, 1.9)", 2.3) << "half a decimal does not exist";
     EXPECT_REAL("ABS(-0.5)", 0.5);
     EXPECT_REAL("SGN(0.0)", 0);
     EXPECT_REAL("NEG(1.5)", -1.5);
@@ -171,6 +189,28 @@ TEST(Formula, HasFunctions) {
     EXPECT_REAL("ASIN(1) * 2 - PI", 0);
     EXPECT_REAL("ACOS(1)", 0);
     EXPECT_REAL("ATAN(1) * 4 - PI", 0);
+}
+
+TEST(Formula, CalculatesFunctionsOfDoublesForAnIntegerResult) {
+    EXPECT_INTEGER("SIN(1) * 10", 8);
+    EXPECT_INTEGER("COS(1) * 10", 5);
+    EXPECT_INTEGER("TAN(1) * 10", 15);
+    EXPECT_INTEGER("ASIN(1) * 10", 15);
+    EXPECT_INTEGER("ACOS(0) * 10", 15);
+    EXPECT_INTEGER("ATAN(1) * 10", 7);
+    EXPECT_INTEGER("EXP(2)", 7);
+    EXPECT_INTEGER("LN(8) * 10", 20);
+    EXPECT_INTEGER("LG(50) * 10", 16);
+    EXPECT_INTEGER("SQRT(3) * 10", 17);
+}
+
+TEST(Formula, ReadsNumbersOfEachForm) {
+    EXPECT_INTEGER("0XFF", 255);
+    EXPECT_INTEGER("-0x10", -16);
+    EXPECT_REAL("0xFFFFFFFFFFFFFFFF", -1);
+    EXPECT_REAL("-1.5", -1.5);
+    EXPECT_FAILURE(integer("9223372036854775808"), "out of range");
+    EXPECT_REAL("9223372036854775808", 9223372036854775808.0);
 }
 
 TEST(Formula, CalculatesDoubles) {
@@ -267,26 +307,61 @@ TEST(Formula, UsesConstantsAndSubExpressions) {
     EXPECT_EQ(evaluate<std::int64_t>(compile("X.Max - X", symbols), variables), outcome<std::int64_t>(89));
     EXPECT_EQ(evaluate<std::int64_t>(compile("E", symbols), variables), outcome<std::int64_t>(4))
         << "a variable hides a constant";
+    EXPECT_EQ(evaluate<std::int64_t>(compile("_Gain_Raw", {{"_Gain_Raw"}, {}}), variables), outcome<std::int64_t>(10));
 }
 
 TEST(Formula, RefusesTextsThatAreNotFormulas) {
     for (char const* const text :
          {"",      "1 +",       "* 2", "(1", "1)",   "1 2",   "1 ? 2", "1 ? : 2", "X",  "FOO(1)", "SIN 1",
-          "SIN()", "ABS(1, 2)", "0x",  "1a", "0x1g", "1e999", "$",     "1 = = 2", "&&", "1..2"}) {
+          "SIN()", "ABS(1, 2)", "0x",  "1a", "0x1g", "1e999", "$",     "1 = = 2", "&&", "1..2",   "1 ? 2 3"}) {
         EXPECT_NE(compile_error(text), "") << text;
     }
     EXPECT_THAT(compile_error("1 + Missing"), HasSubstr("it uses \"Missing\", which is not defined"));
 }
 
+TEST(Formula, WithAnErrorHasNoResult) {
+    std::string error;
+    values none;
+    formula const made = formula::compile("1 2", {}, error);
+    EXPECT_NE(error, "");
+    EXPECT_FAILURE(evaluate<std::int64_t>(made, none), "not valid");
+}
+
+namespace {
+
+constexpr char const* too_deep = "too long or too deeply nested";
+
+std::string repeat(std::string const& text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+}  // namespace
+
+TEST(Formula, MayReachEachBound) {
+    EXPECT_INTEGER(repeat("1 ** ", 63) + "1", 1) << "64 operands wait for their operators";
+    EXPECT_THAT(compile_error(repeat("1 ** ", 64) + "1"), HasSubstr(too_deep));
+    EXPECT_INTEGER(repeat("(", 64) + "1" + repeat(")", 64), 1);
+    EXPECT_THAT(compile_error(repeat("(", 65) + "1" + repeat(")", 65)), HasSubstr(too_deep));
+    EXPECT_INTEGER(repeat("1+", 8191) + "1", 8192) << "16383 instructions";
+    EXPECT_THAT(compile_error(repeat("1+", 8192) + "1"), HasSubstr(too_deep));
+    formula_symbols many;
+    many.variables.resize(127, "Y");
+    many.variables.emplace_back("X");
+    values variables;
+    variables.integers.resize(128, 7);
+    EXPECT_EQ(evaluate<std::int64_t>(compile("X", many), variables), outcome<std::int64_t>(7));
+}
+
+TEST(Formula, ThatContainsItselfTwiceIsRefusedAtOnce) {
+    EXPECT_THAT(compile_error("A", {{}, {{"A", "ROUND(A, A)"}}}), HasSubstr(too_deep));
+    EXPECT_THAT(compile_error("A", {{}, {{"A", "A ? A : A"}}}), HasSubstr(too_deep));
+}
+
 TEST(Formula, HasABoundedSize) {
-    auto const repeat = [](std::string const& text, int count) {
-        std::string all;
-        for (int i = 0; i < count; ++i) {
-            all += text;
-        }
-        return all;
-    };
-    constexpr char const* too_deep = "too long or too deeply nested";
     EXPECT_THAT(compile_error(repeat("(", 1'000'000) + "1"), HasSubstr(too_deep));
     EXPECT_THAT(compile_error(repeat("-", 1'000'000) + "(1)"), HasSubstr(too_deep));
     EXPECT_THAT(compile_error(repeat("1+", 1'000'000) + "1"), HasSubstr(too_deep));

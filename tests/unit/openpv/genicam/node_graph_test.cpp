@@ -2,6 +2,7 @@
 #include "genicam/node_graph.hpp"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <chrono>
 #include <condition_variable>
@@ -150,6 +151,34 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     int missing_;
+};
+
+/// Registers of 64 bits in all, which other threads may use between each read and the use of what was read.
+class shared_registers final : public openpv::register_port {
+public:
+    openpv::register_result read(std::uint64_t address, std::span<std::byte> into) override {
+        {
+            std::lock_guard const lock(mutex_);
+            std::ranges::copy(std::span(memory_).subspan(address, into.size()), into.begin());
+        }
+        std::this_thread::yield();
+        return {};
+    }
+    openpv::register_result write(std::uint64_t address, std::span<std::byte const> from) override {
+        std::lock_guard const lock(mutex_);
+        std::ranges::copy(from, memory_.begin() + static_cast<std::ptrdiff_t>(address));
+        return {};
+    }
+    openpv::register_result read_register(std::uint64_t /*address*/, std::uint32_t& /*value*/) override {
+        return {register_outcome::invalid, 0, "not used"};
+    }
+    openpv::register_result write_register(std::uint64_t /*address*/, std::uint32_t /*value*/) override {
+        return {register_outcome::invalid, 0, "not used"};
+    }
+
+private:
+    std::mutex mutex_;
+    std::array<std::byte, 8> memory_{};
 };
 
 void expect_limits(node::integer_limits const& got, std::int64_t minimum, std::int64_t maximum,
@@ -749,4 +778,182 @@ TEST_F(NodeGraph, WritesATextThroughANodeThatLinksToIt) {
 TEST_F(NodeGraph, RefusesATextForANumber) {
     load(element("IntReg", "Width", register_parts("0x100")));
     EXPECT_EQ(write_failure("Width", std::string("1")), "Width is not a text");
+}
+
+// Boundaries and defaults of values.
+
+TEST_F(NodeGraph, IntegerFitsIfItIsSignedOrUnsignedInItsRegister) {
+    load(integer_register("Reg", "0x100") +
+         element("MaskedIntReg", "Eight", register_parts("0x104") + "<LSB>31</LSB><MSB>24</MSB>") +
+         element("MaskedIntReg", "Most", register_parts("0x108", 8) + "<LSB>63</LSB><MSB>1</MSB>"));
+    write("Reg", std::int64_t{0xFFFFFFFF});
+    EXPECT_EQ(camera.get(0x100), 0xFFFFFFFFU);
+    write("Reg", -(std::int64_t{1} << 31));
+    EXPECT_EQ(camera.get(0x100), 0x80000000U);
+    EXPECT_THAT(write_failure("Reg", -(std::int64_t{1} << 31) - 1), HasSubstr("does not fit"));
+    write("Eight", std::int64_t{255});
+    write("Eight", std::int64_t{-128});
+    EXPECT_EQ(camera.get(0x104), 0x80U);
+    EXPECT_THAT(write_failure("Eight", std::int64_t{-129}), HasSubstr("does not fit"));
+    EXPECT_THAT(write_failure("Eight", std::int64_t{256}), HasSubstr("does not fit"));
+    camera.put(0x108, 0xFFFFFFFFFFFFFFFF, 8);
+    EXPECT_EQ(integer("Most"), highest);
+    write("Most", std::int64_t{0});
+    EXPECT_EQ(camera.get(0x108, 8), std::uint64_t{1} << 63);
+}
+
+TEST_F(NodeGraph, NegativeValueChangesNoBitsBesidesItsOwn) {
+    load(element("MaskedIntReg", "Middle", register_parts("0x100") + "<LSB>19</LSB><MSB>12</MSB>"));
+    write("Middle", std::int64_t{-1});
+    EXPECT_EQ(camera.get(0x100), 0x000FF000U);
+}
+
+TEST_F(NodeGraph, MaskedIntegerIsItsRegisterOrFails) {
+    load(element("MaskedIntReg", "All", register_parts("0x100")) +
+         element("MaskedIntReg", "Below", register_parts("0x100") + "<Bit>-1</Bit>"));
+    camera.put(0x100, 0x01020304);
+    EXPECT_EQ(integer("All"), 0x01020304);
+    EXPECT_THAT(failure("Below"), HasSubstr("outside its register"));
+}
+
+TEST_F(NodeGraph, BitsOfAWriteOnlyRegisterAreWrittenWithoutReadingIt) {
+    load(element("MaskedIntReg", "Bits",
+                 "<Address>0x100</Address><Length>4</Length><AccessMode>WO</AccessMode><pPort>Device</pPort>"
+                 "<Endianess>BigEndian</Endianess><LSB>31</LSB><MSB>24</MSB>"));
+    camera.put(0x100, 0xFFFFFFFF);
+    write("Bits", std::int64_t{5});
+    EXPECT_EQ(camera.get(0x100), 5U);
+    EXPECT_EQ(camera.reads(), 0U);
+}
+
+TEST(NodeGraphThreads, DoNotUndoEachOthersBitsOfARegister) {
+    shared_registers camera;
+    std::string error;
+    auto const graph =
+        node_graph::load(whole_xml("<StructReg Comment=\"S\">" + register_parts("0") +
+                                   "<StructEntry Name=\"Low\"><LSB>31</LSB><MSB>16</MSB></StructEntry>"
+                                   "<StructEntry Name=\"High\"><LSB>15</LSB><MSB>0</MSB></StructEntry></StructReg>"),
+                         camera, error);
+    ASSERT_TRUE(graph) << error;
+    auto const write_and_read = [&graph](char const* name) {
+        node& one = *graph->find(name);
+        for (std::int64_t written = 1; written <= 2000; ++written) {
+            evaluation state;
+            state.uncached = true;
+            std::int64_t value = 0;
+            ASSERT_TRUE(one.write(state, written) && one.read(state, value)) << state.reason;
+            ASSERT_EQ(value, written) << name;
+        }
+    };
+    std::jthread const other(write_and_read, "Low");
+    write_and_read("High");
+}
+
+TEST_F(NodeGraph, StructureAndRegisterHaveTheAccessModeOfTheirElement) {
+    std::string const read_only =
+        "<Address>0x100</Address><Length>4</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>";
+    load(element("Register", "Raw", read_only) + "<StructReg Comment=\"S\">" + read_only +
+         "<StructEntry Name=\"Entry\"><Bit>0</Bit></StructEntry></StructReg>");
+    EXPECT_THAT(refusal("Raw", direction::write), HasSubstr("read-only"));
+    EXPECT_EQ(refusal("Raw", direction::read), "");
+    EXPECT_THAT(refusal("Entry", direction::write), HasSubstr("read-only"));
+}
+
+TEST_F(NodeGraph, FloatIsNotBelowTheRangeOfItsRegister) {
+    load(element("FloatReg", "Single", register_parts("0x100")));
+    EXPECT_EQ(float_limits("Single").minimum, std::numeric_limits<float>::lowest());
+    EXPECT_THAT(write_failure("Single", -1e300), HasSubstr("does not fit"));
+}
+
+TEST_F(NodeGraph, TextMayFillItsRegister) {
+    load(element("StringReg", "Name", register_parts("0x100", 8)) +
+         element("StringReg", "Longest", register_parts("0x1000", 4096)));
+    write("Name", std::string("12345678"));
+    EXPECT_EQ(text("Name"), "12345678");
+    std::string const longest(4096, 'x');
+    write("Longest", longest);
+    EXPECT_EQ(text("Longest"), longest);
+}
+
+TEST_F(NodeGraph, TextHasTheAccessModeOfItsRegister) {
+    load(element("StringReg", "Reg",
+                 "<Address>0</Address><Length>8</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>") +
+         element("String", "Linked", "<pValue>Reg</pValue>") + element("String", "Fixed", "<Value>text</Value>"));
+    EXPECT_THAT(refusal("Linked", direction::write), HasSubstr("read-only"));
+    EXPECT_EQ(write_failure("Fixed", std::string("other")), "Fixed is not writable");
+    EXPECT_EQ(text("Fixed"), "text");
+}
+
+TEST_F(NodeGraph, IndexThatCannotBeReadSelectsNoValue) {
+    load(integer_register("Index", "0x100") +
+         element("Integer", "Table",
+                 "<pIndex>Index</pIndex><ValueIndexed>10</ValueIndexed><ValueDefault>99</ValueDefault>"));
+    EXPECT_EQ(integer("Table"), 10) << "the index is 0 if its attribute is missing";
+    camera.failures[0x100] = {register_outcome::timeout, 0, "no acknowledge"};
+    load(integer_register("Index", "0x100") +
+         element("Integer", "Table", "<pIndex>Index</pIndex><ValueDefault>99</ValueDefault>"));
+    EXPECT_EQ(failure("Table"), "no acknowledge");
+    EXPECT_EQ(last_code, code::TIMEOUT);
+}
+
+TEST_F(NodeGraph, LimitsComeFromTheSourceOnlyIfTheyAreMissing) {
+    camera.failures[0x100] = {register_outcome::timeout, 0, "no acknowledge"};
+    load(integer_register("Away", "0x100") +
+         element("Integer", "Source", "<Value>8</Value><Min>4</Min><Max>40</Max><Inc>4</Inc>") +
+         element("Integer", "Stepped", "<pValue>Source</pValue><Min>8</Min><Max>16</Max>") +
+         element("Integer", "Unlimited", "<Value>1</Value><pMin>Away</pMin>") +
+         element("Integer", "Complete", "<pValue>Unlimited</pValue><Min>1</Min><Max>9</Max><Inc>2</Inc>") +
+         element("Float", "Lower", "<pValue>Source</pValue><Min>6.5</Min>") +
+         element("Float", "Upper", "<pValue>Source</pValue><Max>7.5</Max>") +
+         element("Float", "Both", "<pValue>Unlimited</pValue><Min>0.5</Min><Max>2.5</Max>"));
+    expect_limits(limits("Stepped"), 8, 16, 4);
+    expect_limits(limits("Complete"), 1, 9, 2);
+    EXPECT_EQ(float_limits("Lower").minimum, 6.5);
+    EXPECT_EQ(float_limits("Lower").maximum, 40);
+    EXPECT_EQ(float_limits("Upper").minimum, 4);
+    EXPECT_EQ(float_limits("Upper").maximum, 7.5);
+    EXPECT_EQ(float_limits("Both").minimum, 0.5);
+    EXPECT_EQ(float_limits("Both").maximum, 2.5);
+    evaluation state;
+    node::integer_limits got;
+    EXPECT_FALSE(find("Unlimited").get_limits(state, got));
+    EXPECT_EQ(state.reason, "no acknowledge");
+}
+
+TEST_F(NodeGraph, BooleanIsOneOrZeroByDefault) {
+    load(integer_register("Reg", "0x100") + element("Boolean", "B", "<pValue>Reg</pValue>") +
+         element("Boolean", "Inverse", "<Value>false</Value><OnValue>0</OnValue><OffValue>1</OffValue>"));
+    write("B", std::int64_t{2});
+    EXPECT_EQ(camera.get(0x100), 1U);
+    EXPECT_EQ(integer("B"), 1);
+    write("B", std::int64_t{0});
+    EXPECT_EQ(camera.get(0x100), 0U);
+    EXPECT_EQ(integer("Inverse"), 0);
+}
+
+TEST_F(NodeGraph, EnumerationHasTheEntriesOfItsXml) {
+    load(
+        constant("No", "0") +
+        element(
+            "Enumeration", "E",
+            "<EnumEntry Name=\"Two\"><Value>2</Value></EnumEntry>"
+            "<EnumEntry Name=\"One\"><pIsImplemented>No</pIsImplemented><Value>1</Value></EnumEntry><Value>2</Value>"));
+    auto const& entries = dynamic_cast<openpv::enumeration_node&>(find("E")).entries();
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(entries[0]->entry_name(), "Two");
+    EXPECT_EQ(entries[0]->value(), 2);
+    EXPECT_EQ(entries[1]->value(), 1);
+    evaluation state;
+    bool implemented = false;
+    EXPECT_TRUE(entries[0]->is_implemented(state, implemented));
+    EXPECT_TRUE(implemented);
+    EXPECT_TRUE(entries[1]->is_implemented(state, implemented));
+    EXPECT_FALSE(implemented);
+}
+
+TEST_F(NodeGraph, CategoryAndPortAreFound) {
+    load(element("Category", "Root", ""));
+    for (char const* const name : {"Root", "Device"}) {
+        EXPECT_EQ(find(name).type(), std::nullopt);
+    }
 }

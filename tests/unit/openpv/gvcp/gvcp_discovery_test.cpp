@@ -42,3 +42,28 @@ TEST(GvcpDiscovery, ListsTwoCamerasWithTheSameAddress) {
     }
     EXPECT_EQ(found.cameras.size(), 2U);
 }
+
+TEST(GvcpDiscovery, ListsACameraOncePerAddress) {
+    discovered_interface found;
+    for (std::uint32_t const sender : {0x0A000005U, 0x0A000006U, 0x0A000005U}) {
+        add_acknowledge(found, acknowledge(1), {sender}, {0x0A000001}, request);
+    }
+    ASSERT_EQ(found.cameras.size(), 2U);
+    EXPECT_EQ(found.cameras[0].camera.value, 0x0A000005U);
+    EXPECT_EQ(found.cameras[0].host.value, 0x0A000001U);
+    EXPECT_EQ(found.cameras[1].camera.value, 0x0A000006U);
+}
+
+TEST(GvcpDiscovery, LimitsTheCamerasOfAnInterface) {
+    discovered_interface found;
+    for (std::uint32_t sender = 1; sender <= openpv::max_cameras + 10; ++sender) {
+        add_acknowledge(found, acknowledge(1), {sender}, {}, request);
+    }
+    EXPECT_EQ(found.cameras.size(), openpv::max_cameras);
+}
+
+TEST(GvcpDiscovery, IgnoresAcknowledgesOfOtherRequests) {
+    discovered_interface found;
+    add_acknowledge(found, acknowledge(1), {1}, {}, request + 1);
+    EXPECT_TRUE(found.cameras.empty());
+}

@@ -85,6 +85,11 @@ TEST(GvcpForceIp, NamesTheCameraAndItsAddressesAtTheOffsetsOfTheStandard) {
     EXPECT_EQ(message, expected);
 }
 
+TEST(GvcpForceIp, HasAllBytesOfTheMacAddress) {
+    auto const message = gvcp::make_force_ip(1, 0xa1b2c3d4e5f6, {});
+    EXPECT_EQ(bytes(message.begin() + 8, message.begin() + 16), make_bytes({0, 0, 0xa1, 0xb2, 0xc3, 0xd4, 0xe5, 0xf6}));
+}
+
 TEST(GvcpAction, HasThreeKeys) {
     EXPECT_EQ(gvcp::make_action(7, {1, 2, 3}, std::nullopt),
               make_bytes({0x42, 0x01, 0x01, 0x00, 0, 12, 0, 7, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 3}));
@@ -110,7 +115,18 @@ TEST(GvcpDiscovery, ReadsACamerasIdentity) {
 TEST(GvcpDiscovery, AcceptsTextThatFillsItsField) {
     auto message = discovery_ack();
     put_text(message, 8 + 0xD8, "0123456789abcdef");
-    EXPECT_EQ(gvcp::parse_discovery_ack(message, 0x1234)->serial, "0123456789abcdef");
+    put_text(message, 8 + 0xE8, "ABCDEFGHIJKLMNOP");
+    std::string const longest(32, 'x');
+    put_text(message, 8 + 0x48, longest);
+    put_text(message, 8 + 0x68, "y" + longest.substr(1));
+    put_text(message, 8 + 0x88, "z" + longest.substr(1));
+    auto const identity = gvcp::parse_discovery_ack(message, 0x1234);
+    ASSERT_TRUE(identity);
+    EXPECT_EQ(identity->serial, "0123456789abcdef");
+    EXPECT_EQ(identity->user_name, "ABCDEFGHIJKLMNOP");
+    EXPECT_EQ(identity->vendor, longest);
+    EXPECT_EQ(identity->model, "y" + longest.substr(1));
+    EXPECT_EQ(identity->version, "z" + longest.substr(1));
 }
 
 TEST(GvcpDiscovery, ReplacesUnprintableCharacters) {
@@ -121,6 +137,12 @@ TEST(GvcpDiscovery, ReplacesUnprintableCharacters) {
 
 TEST(GvcpDiscovery, IgnoresTheAcknowledgeOfAnotherRequest) {
     EXPECT_FALSE(gvcp::parse_discovery_ack(discovery_ack(), 0x1235));
+}
+
+TEST(GvcpDiscovery, IgnoresTheAcknowledgeOfAnotherCommand) {
+    auto message = discovery_ack();
+    message[3] = std::byte{0x85};
+    EXPECT_FALSE(gvcp::parse_discovery_ack(message, 0x1234));
 }
 
 TEST(GvcpDiscovery, IgnoresARefusal) {
@@ -181,6 +203,20 @@ TEST(GvcpAcknowledge, IsParsed) {
     EXPECT_EQ(gvcp::parse_register(ack->payload), 0x12345678U);
 }
 
+TEST(GvcpAcknowledge, MayBeOnlyAHeader) {
+    auto const message = make_bytes({0, 0, 0, 0x83, 0, 0, 0, 7});
+    auto const ack = gvcp::parse_acknowledge(message);
+    ASSERT_TRUE(ack);
+    EXPECT_TRUE(ack->payload.empty());
+}
+
+TEST(GvcpAcknowledge, EndsWhereItsHeaderSpecifies) {
+    auto const message = make_bytes({0, 0, 0, 0x81, 0, 4, 0, 7, 0, 0, 0, 1, 0xFF, 0xFF});
+    auto const ack = gvcp::parse_acknowledge(message);
+    ASSERT_TRUE(ack);
+    EXPECT_EQ(gvcp::parse_register(ack->payload), 1U);
+}
+
 TEST(GvcpAcknowledge, IsInvalidIfItIsShorterThanItsHeaderSpecifies) {
     EXPECT_FALSE(gvcp::parse_acknowledge(make_bytes({0, 0, 0, 0x81, 0, 4, 0, 7, 0, 0, 1})));
     EXPECT_FALSE(gvcp::parse_acknowledge(make_bytes({0, 0, 0, 0x81, 0, 0, 0})));
@@ -209,6 +245,7 @@ TEST(GvcpAcknowledge, HasAPendingTimeInMilliseconds) {
 TEST(GvcpStatus, IsNamedAndNumbered) {
     EXPECT_EQ(gvcp::status_text(0x8006), "access is denied (status 0x8006)");
     EXPECT_EQ(gvcp::status_text(0x8FFF), "status 0x8FFF");
+    EXPECT_EQ(gvcp::status_text(0x12), "status 0x0012");
 }
 
 RC_GTEST_PROP(GvcpMessage, AnyBytesAreParsedSafely, (std::vector<uint8_t> raw)) {
@@ -220,5 +257,6 @@ RC_GTEST_PROP(GvcpMessage, AnyBytesAreParsedSafely, (std::vector<uint8_t> raw)) 
 TEST(GvcpRequestId, WrapsToOne) {
     EXPECT_EQ(gvcp::next_request_id(0), 1);
     EXPECT_EQ(gvcp::next_request_id(0x1234), 0x1235);
+    EXPECT_EQ(gvcp::next_request_id(0xFFFE), 0xFFFF);
     EXPECT_EQ(gvcp::next_request_id(0xFFFF), 1);
 }

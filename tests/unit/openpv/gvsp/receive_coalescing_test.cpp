@@ -66,6 +66,8 @@ TEST(ReceiveCoalescing, DoesNotSleepWithoutABlockOrItsSize) {
     EXPECT_EQ(first_sleep({}, large_buffer, start + 1ms), 0us);
     EXPECT_EQ(first_sleep({100'000, 0, start}, large_buffer, start + 1ms), 0us);
     EXPECT_EQ(first_sleep({megabyte, megabyte, start}, large_buffer, start + 9ms), 0us);
+    // Of a complete block, only the trailer is missing.
+    EXPECT_EQ(first_sleep(after_blocks(1, megabyte), large_buffer, start + 1ms), 0us);
 }
 
 TEST(ReceiveCoalescing, SleepsFromTheLeaderIfTheDurationIsKnown) {

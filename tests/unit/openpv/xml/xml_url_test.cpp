@@ -38,6 +38,11 @@ TEST(XmlUrl, MayHaveTheFormsThatCamerasUse) {
     EXPECT_EQ(parse("LOCAL:///camera.XML;8000;1F00"), expected);
     EXPECT_EQ(parse("Local:camera.xml;8000;1F00?SchemaVersion=1.1.0"), expected);
     EXPECT_EQ(parse(" Local:camera.xml; 8000 ;1F00 \r\n"), expected);
+    EXPECT_EQ(parse("Local:a;8000;1F00"), expected);
+    EXPECT_EQ(parse("Local:;8000;1F00"), expected);
+    xml_url const archive{0x8000, 0x1F00, true};
+    EXPECT_EQ(parse("Local:camera.ZIP;8000;1F00"), archive);
+    EXPECT_EQ(parse("Local: camera.zip ;8000;1F00"), archive);
 }
 
 TEST(XmlUrl, IsRefusedIfItNamesSomethingElse) {
@@ -50,8 +55,8 @@ TEST(XmlUrl, IsRefusedIfItNamesSomethingElse) {
 
 TEST(XmlUrl, IsRefusedIfItsNumbersAreInvalid) {
     for (char const* const text :
-         {"Local:a.xml", "Local:a.xml;8000", "Local:a.xml;;", "Local:a.xml;8000;-4", "Local:a.xml;8000;4;4",
-          "Local:a.xml;80 00;4", "Local:a.xml;8000;0x", "Local:a.xml;10000000000000000;4"}) {
+         {"Local:a.xml", "Local:8000", "Local:a.xml;8000", "Local:a.xml;;", "Local:a.xml;8000;-4",
+          "Local:a.xml;8000;4;4", "Local:a.xml;80 00;4", "Local:a.xml;8000;0x", "Local:a.xml;10000000000000000;4"}) {
         EXPECT_THAT(error_of(text), HasSubstr("is not valid")) << text;
     }
 }
