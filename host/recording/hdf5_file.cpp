@@ -157,7 +157,7 @@ std::vector<hdf5_file::field> const& hdf5_file::fields() {
          [](record of) { return field::integer(of.ticks); }},
         {"time_us", integer, "us", "estimated beginning of the exposure, since 1970-01-01 UTC",
          [](record of) { return field::integer(of.exposed ? std::optional(of.exposed->time_us) : std::nullopt); }},
-        {"time_uncertainty_us", number, "us", "of time_us",
+        {"time_uncertainty_us", number, "us", "of time_us; about a constant delay if time_source is arrivals",
          [](record of) {
              return field::number(of.exposed ? std::optional(static_cast<float>(of.exposed->uncertainty_us))
                                              : std::nullopt);

@@ -182,7 +182,8 @@ std::string clock_line(recording_status const& status) {
         return "-";
     }
     auto const drift = exposed->clock_drift_ppm;
-    return fmt::format("exposures known to {:.0f} us ({}), camera clock {} ppm", exposed->uncertainty_us,
+    return fmt::format("exposures known to {:.0f} us{} ({}), camera clock {} ppm", exposed->uncertainty_us,
+                       exposed->source == time_source::arrivals ? " about a constant delay" : "",
                        name_of(exposed->source), drift ? fmt::format("{:+.2f}", *drift) : "-");
 }
 

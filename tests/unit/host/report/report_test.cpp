@@ -115,6 +115,11 @@ TEST_F(RecordingReader, ReadsHowWellExposureTimesAreKnown) {
     EXPECT_EQ(facts.time_source, "ptp");
     EXPECT_EQ(facts.clock_drift_ppm, 40.5);
     EXPECT_EQ(facts_of(std::span(read).first(1)).time_uncertainty_us, std::nullopt);
+    EXPECT_THAT(report_page("ptp", facts, read, {}), HasSubstr("known to 13 us (median), from ptp"));
+    auto arrivals = facts;
+    arrivals.time_source = "arrivals";
+    EXPECT_THAT(report_page("arrivals", arrivals, read, {}),
+                HasSubstr("known to 13 us (median) about a constant delay, from arrivals"));
 }
 
 TEST_F(RecordingReader, IgnoresAnIncompleteLastLine) {

@@ -74,6 +74,9 @@ TEST(StatusMessage, HasTheTimeOfTheNewestFrame) {
     EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock -40.25 ppm");
     status.newest->exposed->clock_drift_ppm.reset();
     EXPECT_EQ(status_lines(status)[6], "clock     exposures known to 13 us (reference), camera clock - ppm");
+    status.newest->exposed->source = time_source::arrivals;
+    EXPECT_EQ(status_lines(status)[6],
+              "clock     exposures known to 13 us about a constant delay (arrivals), camera clock - ppm");
 }
 
 TEST(StatusMessage, IsALineForEachSubject) {
