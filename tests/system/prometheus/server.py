@@ -21,17 +21,17 @@ ALERT_RULES = pathlib.Path(os.environ["ALERT_RULES"])
 PORT = 9090
 TARGET = "127.0.0.1:8080"
 CONFIGURATION = f"""
-global: {{scrape_interval: 250ms, scrape_timeout: 250ms, evaluation_interval: 250ms}}
+global: {{scrape_interval: 500ms, scrape_timeout: 500ms, evaluation_interval: 250ms}}
 rule_files: [rules.yml]
 scrape_configs:
   - job_name: mediagrabber
     static_configs: [{{targets: ["{TARGET}"]}}]
 """
-SHORT_WINDOW, SHORT_FOR = "[8s]", "for: 1s"
+SHORT_WINDOW, SHORT_FOR = "[8s]", "for: 2s"
 
 
 def shortened(rules):
-    """The rules for a test that cannot wait for minutes: every range is 8 s, every `for` 1 s. Nothing else is changed."""
+    """The rules for a test that cannot wait for minutes: every range is 8 s, every `for` 2 s. Nothing else is changed."""
     return re.sub(r"\bfor: \w+", SHORT_FOR, re.sub(r"\[\d+\w\]", SHORT_WINDOW, rules))
 
 
