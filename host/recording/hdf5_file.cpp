@@ -376,8 +376,10 @@ std::unique_ptr<hdf5_storage> hdf5_files::next_storage() const {
 
 written_frame hdf5_files::write(frame_view const& frame) {
     if (file_ == nullptr || !file_->takes(frame.record)) {
-        auto storage = storage_ != nullptr ? std::move(storage_) : next_storage();
-        file_ = std::make_unique<hdf5_file>(std::move(storage), texts_, frame.record);
+        if (storage_ == nullptr) {
+            storage_ = next_storage();
+        }
+        file_ = std::make_unique<hdf5_file>(std::move(storage_), texts_, frame.record);
         ++files_;
     }
     return file_->append(frame.record, without_padding(frame, buffer_));
