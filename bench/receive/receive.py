@@ -17,8 +17,8 @@ import tempfile
 import threading
 import time
 
-from bench_tools import (BUILD, CALIBRATION_FRAMES, Goals, Measurement, camera, loss_options, parser, percentile, plot, read_index, read_truth,
-                         report_problems, set_features, spread, table, utc_us)
+from bench_tools import (BUILD, CALIBRATION_FRAMES, Goals, Measurement, camera, loss_options, parser, percentile, plot, read_index,
+                         read_truth, report_problems, set_features, spread, table, utc_us)
 from frame_account import FrameAccount
 
 WIDTH, HEIGHT, RATE = 1280, 800, 100  # frames of 1 MB

@@ -16,7 +16,8 @@ struct persistent_setting {
     std::string lines;  ///< for that file, each with its line end
 };
 
-/// \return the setting that makes the effect of a finding's command last; empty if it lasts, or there is no command
+/// \return the setting that has at each boot the effect of the finding's command; nothing if the finding has no command
+///         whose effect ends with the next boot
 std::optional<persistent_setting> persistent_form(finding const& one);
 
 /// Files for /etc that make the recommended settings at each boot: a drop-in of sysctl.d, and a systemd unit for all

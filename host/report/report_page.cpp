@@ -12,6 +12,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "clock/frame_clock.hpp"
 #include "report/chart.hpp"
 
 namespace mediagrabber {
@@ -126,9 +127,10 @@ std::string summary(recording_facts const& facts, std::span<index_entry const> f
                                            std::string(first.format->name)});
     }
     if (facts.time_uncertainty_us) {
-        rows.push_back({"exposure times", "known to " + number(*facts.time_uncertainty_us, 0) + " us (median)" +
-                                              (facts.time_source == "arrivals" ? " about a constant delay" : "") +
-                                              ", from " + facts.time_source});
+        rows.push_back({"exposure times",
+                        "known to " + number(*facts.time_uncertainty_us, 0) + " us (median)" +
+                            (facts.time_source == name_of(time_source::arrivals) ? " about a constant delay" : "") +
+                            ", from " + facts.time_source});
     }
     if (facts.clock_drift_ppm) {
         rows.push_back(

@@ -17,9 +17,8 @@ namespace mediagrabber {
 /// \param configured  output.directory; every `{time}` in it stands for the start time, as in 20261121T173318Z, every
 ///                    `{date}` for its date, as in 20261121 (both UTC)
 /// \param start       of the recording
-/// \return the recording's directory. If its last part has a time and the directory exists, "-2" is appended, or the
-/// next
-///         number: several recordings may start in the same second, for example after the clock was set back
+/// \return the recording's directory; with "-2" or a higher number appended if its last part has a time and the
+///         directory exists: several recordings may start in the same second, for example after the clock was set back
 std::filesystem::path recording_place(std::string const& configured, std::chrono::system_clock::time_point start);
 
 /// Segments, and recordings that are deleted at some time, are directories with a time in their names.

@@ -120,7 +120,9 @@ class Alerts(unittest.TestCase):
         frames = len(self.recording.frame_index())
         self.recording.wait_for_frames(frames + 3 * RATE)
         self.prometheus.wait_for_evaluations()
-        self.assertEqual(self.prometheus.firing(), set())  # one that pends after a missed scrape does not
+        self.assertEqual(self.prometheus.firing(), set())
+        pending = {alert["labels"]["alertname"] for alert in self.prometheus.alerts("pending")}
+        self.assertLessEqual(pending, {"RecordingDown"})  # a busy machine can miss a scrape
 
     def test_recording_down(self):
         self.recording.process.kill()
