@@ -7,8 +7,9 @@
 
 namespace camsim {
 
-/// Time since power-up, measured by the camera's oscillator. A long double has 64 bits of mantissa, so nanoseconds are
-/// exact for centuries.
+/// Time since power-up, measured by the camera's oscillator. A long double has 64 bits of mantissa or more, so
+/// nanoseconds are exact for centuries. Calculations divide by powers of ten, which are exact; factors such as 1e-9 are
+/// not, and are rounded in another way on each architecture.
 using camera_time = std::chrono::duration<long double, std::nano>;
 
 /// An error of the timestamp counter, injected by a fault.
@@ -56,7 +57,7 @@ private:
 
     host_time power_up_;
     std::uint64_t tick_frequency_;
-    long double rate_;  ///< camera seconds per host second
+    long double drift_ppm_;
     camera_time counter_origin_{0};
     std::uint64_t counter_start_;
     std::function<std::chrono::nanoseconds()> ahead_;

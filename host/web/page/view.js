@@ -293,8 +293,9 @@ const view = (() => {
   async function followSaturation() {
     if (document.hidden || !$('saturation').checked || !state.size) return;
     const by = clamp(Math.floor(1 / (mapping().scale * ratio())), 1, 64);
-    const tile = state.tile ? reduced(state.tile, by) : await fetchArea({x: 0, y: 0, ...state.size}, {by});
-    if (!tile) return;
+    const held = state.tile;
+    const tile = held ? reduced(held, by) : await fetchArea({x: 0, y: 0, ...state.size}, {by});
+    if (!tile || state.tile !== held) return;  // marks of a frame that the view does not show any more
     let count = 0;
     const drawn = canvasOf(tile.width, tile.height, (into) => tile.values.forEach((value, i) => {
       if (value < tile.max) return;

@@ -8,6 +8,9 @@ import subprocess
 
 from camera_process import DEADLINE_SECONDS, run, wait_for
 
+# Display filter: what Wireshark objects to. The system may choose a port for an application that traceroute uses as well.
+OBJECTIONS = "((_ws.expert and not udp.possible_traceroute) or _ws.malformed)"
+
 
 class Capture:
     """Captures the loopback interface while its context is active."""

@@ -9,7 +9,7 @@ import unittest
 import gvcp
 from camera_process import Camera, Cameras, FaultyCamera, arv_control, arv_tool, feature
 from gvcp import Application, Stream
-from packet_capture import Capture
+from packet_capture import OBJECTIONS, Capture
 
 MAC = 0x000CDF010203
 MAC_OPTION = ("--mac", "00:0c:df:01:02:03")
@@ -99,7 +99,7 @@ class Addresses(unittest.TestCase):
             self.assertEqual(capture.fields(9, f"gvcp.cmd.command == {gvcp.FORCEIP}", "gvcp.cmd.forceip.macaddress",
                                             "gvcp.cmd.forceip.ip", "gvcp.cmd.forceip.subnetmask"),
                              [["00:0c:df:01:02:03", "127.0.0.9", "255.0.0.0"]])
-            self.assertEqual(capture.fields(9, "gvcp and (_ws.expert or _ws.malformed)", "frame.number"), [])
+            self.assertEqual(capture.fields(9, f"gvcp and {OBJECTIONS}", "frame.number"), [])
             self.assertEqual(capture.fields(9, f"gvcp.ack == {gvcp.FORCEIP + 1} and not icmp", "ip.src"), [["127.0.0.9"]])
 
 

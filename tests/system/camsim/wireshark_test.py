@@ -8,7 +8,7 @@ import unittest
 import gvcp
 from camera_process import DEADLINE_SECONDS, PROBE, Camera, arv_control, run
 from gvcp import Application
-from packet_capture import Capture
+from packet_capture import OBJECTIONS, Capture
 
 PAYLOAD_TYPES = {"standard": "0x0004", "deprecated": "0x0005", "extended": "0x4001"}
 CODES = {"Mono8": "0x01080001", "Mono12Packed": "0x010c0006", "Mono12": "0x01100005", "BayerRG8": "0x01080009"}
@@ -36,7 +36,7 @@ class Wireshark(unittest.TestCase):
             options = (("--extended-ids",) if extended else ()) + (("--chunks",) if chunks else ())
             camera_options = ("--chunk-payload", chunks) if chunks else ()
             camera, capture, port = self.capture_a_grab(directory, pixel_format, camera_options, *options)
-            self.assertEqual(capture.fields(port, "_ws.expert or _ws.malformed", "frame.number", "_ws.expert.message"), [])
+            self.assertEqual(capture.fields(port, OBJECTIONS, "frame.number", "_ws.expert.message"), [])
             from_camera = f"udp.srcport == {port} and not icmp"
             undecoded = capture.fields(port, f"{from_camera} and not gvsp", "frame.number")
             self.assertEqual(undecoded, [])

@@ -36,8 +36,9 @@ TEST(ControlClient, OfRootReachesTheRecordingOfAnotherUser) {
         pause();
         _exit(0);
     }
+    close(ready[1]);
     char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ASSERT_EQ(read(ready[0], &byte, 1), 1) << "the service has not started";
     std::ostringstream out;
     std::ostringstream errors;
     change_request request;
@@ -47,7 +48,6 @@ TEST(ControlClient, OfRootReachesTheRecordingOfAnotherUser) {
     kill(service, SIGKILL);
     waitpid(service, nullptr, 0);
     close(ready[0]);
-    close(ready[1]);
 }
 
 TEST(ControlClient, ReportsThatNoRecordingListens) {
