@@ -73,7 +73,9 @@ class StopInTime(unittest.TestCase):
             self.assertEqual([frame["frame"] for frame in frames], list(range(1, len(frames) + 1)))
             self.assertTrue(all((recording.output / frame["file"]).exists() for frame in frames))
 
-    def test_although_the_plugin_waits_for_a_reader_of_its_output(self):
+
+class StopOfBlockedPlugin(unittest.TestCase):
+    def test_that_waits_for_a_reader_of_its_output(self):
         # Without viewers and control socket, nothing stands between the plug-in and its output.
         with UnreadOutput("run.grace_time_s = 0.5\ncontrol.socket = \"none\"\n") as recording:
             wait_for(lambda: recording.output.exists(), "the output directory")

@@ -14,7 +14,7 @@ using namespace mediagrabber;
 
 namespace {
 
-constexpr int niceness = 3;
+constexpr int niceness = 19;  // which each user may choose
 
 /// The kernel's `struct sched_attr`, which glibc 2.36 does not declare.
 struct scheduling {

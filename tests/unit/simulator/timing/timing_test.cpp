@@ -4,6 +4,7 @@
 #include "timing/device_clock.hpp"
 #include "timing/frame_schedule.hpp"
 #include "timing/packet_pacing.hpp"
+#include "timing/utc_offset.hpp"
 
 using namespace camsim;
 using namespace std::chrono_literals;
@@ -40,6 +41,18 @@ TEST(DeviceClock, ShowsTheExactTimeOfTheClockThatItFollows) {
         EXPECT_EQ(clock.ticks_at(clock.at(power_up + more)),
                   static_cast<std::uint64_t>((power_up.time_since_epoch() + since_1970 + more).count()));
     }
+}
+
+TEST(OffsetBetween, IsThatOfTheClosestReadings) {
+    std::chrono::nanoseconds now = 0ns;
+    int readings = 0;
+    auto const monotonic = [&] { return now; };
+    auto const real = [&] {
+        auto const shown = now + 7s;
+        now += ++readings == 1 ? 40us : 2us;  // the first time, the thread loses the processor
+        return shown + 1us;                   // in the middle of the shorter one
+    };
+    EXPECT_EQ(offset_between(monotonic, real), 7s);
 }
 
 TEST(DeviceClock, ReturnsToTheSameHostTimeWithAnyDrift) {
