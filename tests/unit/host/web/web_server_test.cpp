@@ -51,12 +51,12 @@ protected:
                 .controls = {.change =
                                  [this](change_request const& request) {
                                      note(request);
-                                     if (held.valid()) {
-                                         held.wait();
+                                     if (auto const until = present(held); until.valid()) {
+                                         until.wait();
                                      }
-                                     return answer;
+                                     return present(answer);
                                  },
-                             .reload = [this] { return answer; },
+                             .reload = [this] { return present(answer); },
                              .calculate_lut =
                                  [](bool in_12_bits) {
                                      return change_answer{.status = exit_status::success,
@@ -70,7 +70,20 @@ protected:
                 .tone = &tone,
                 .history = &history,
                 .log = &log,
-                .metrics = [this] { return metrics; }};
+                .metrics = [this] { return present(metrics); }};
+    }
+
+    /// For the members that the server's threads read.
+    template <typename value>
+    void set(value& member, value now) {
+        std::lock_guard const lock(mutex);
+        member = std::move(now);
+    }
+
+    template <typename value>
+    value present(value const& member) {
+        std::lock_guard const lock(mutex);
+        return member;
     }
 
     void note(change_request const& request) {
@@ -409,7 +422,7 @@ TEST_F(WebServer, ServesTwentyViewersAndAChange) {
 
 TEST_F(WebServer, StopsDuringOtherChangesAndRefusesTooMany) {
     std::promise<void> go_on;
-    held = go_on.get_future().share();
+    set(held, go_on.get_future().share());
     std::vector<std::future<int>> changes;
     for (int i = 0; i < 8; ++i) {
         changes.push_back(std::async(std::launch::async, [this] {
@@ -448,7 +461,7 @@ TEST_F(WebServer, ReturnsTheResultOfAChange) {
 }
 
 TEST_F(WebServer, ReportsADifferentValueOfTheCamera) {
-    answer = {.status = exit_status::value_differs, .lines = {"gain.db: requested 90, but the camera has 24"}};
+    set(answer, {.status = exit_status::value_differs, .lines = {"gain.db: requested 90, but the camera has 24"}});
     auto const result = post("/control/set", R"({"set": ["gain.db=90"]})");
     EXPECT_EQ(result->status, 409);
     EXPECT_EQ(json::parse(result->body)["lines"][0], "gain.db: requested 90, but the camera has 24");
@@ -744,7 +757,7 @@ TEST_F(WebServer, LogsOnceWhyItDoesNotListen) {
 }
 
 TEST_F(WebServer, EndsPromptlyAlthoughClientsDoNotRead) {
-    metrics = std::string(6'000'000, 'x');  // more than socket buffers hold
+    set(metrics, std::string(6'000'000, 'x'));  // more than socket buffers hold
     std::vector<std::unique_ptr<raw_client>> slow;
     for (int i = 0; i < 30; ++i) {
         slow.push_back(std::make_unique<raw_client>(server->address()->port, 4'096));
@@ -830,7 +843,7 @@ using WebServerPace = WebServerWithToken;
 
 TEST_F(WebServerPace, ServesControlWithinASecondWhileOthersSendOneByteOrDoNotRead) {
     camera const frames(*this);
-    metrics = std::string(6'000'000, 'x');
+    set(metrics, std::string(6'000'000, 'x'));
     std::string const authorised = std::string("Authorization: Bearer ") + token + "\r\n";
     std::vector<std::unique_ptr<raw_client>> others;
     for (int i = 0; i < 48; ++i) {
