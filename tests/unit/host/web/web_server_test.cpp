@@ -47,7 +47,7 @@ protected:
     }
 
     web_server::recording_view view() {
-        return {.status = [this] { return status; },
+        return {.status = [this] { return present(status); },
                 .controls = {.change =
                                  [this](change_request const& request) {
                                      note(request);
@@ -693,8 +693,10 @@ TEST_F(WebServer, ReturnsHistogramAndToneCurve) {
 }
 
 TEST_F(WebServer, ReturnsRequestedAndActualValues) {
-    status.delivery[0] = {.key = "image.width", .requested = 645, .actual = 640, .differs = true};
-    status.delivery[4] = {.key = "timing.frame_rate_hz", .requested = {}, .actual = 24.5};
+    auto changed = status;
+    changed.delivery[0] = {.key = "image.width", .requested = 645, .actual = 640, .differs = true};
+    changed.delivery[4] = {.key = "timing.frame_rate_hz", .requested = {}, .actual = 24.5};
+    set(status, changed);
     auto const received = json::parse(client().Get("/status.json")->body);
     EXPECT_EQ(received["delivery"][0],
               json({{"key", "image.width"}, {"requested", 645.0}, {"actual", 640.0}, {"differs", true}}));
