@@ -248,18 +248,23 @@ const view = (() => {
     drawMarks();
   }
 
-  // Holds one whole frame in full depth, so that it can be examined while the recording goes on.
+  // Holds one whole frame in full depth, so that it can be examined while the recording goes on. A frame that the server has replaced
+  // before all of its tiles were requested is given up for the next one.
   async function freeze() {
-    if (!$('pause').checked || !state.size) return;
-    try {
-      const tile = await fetchArea({x: 0, y: 0, ...state.size});
-      if (!tile || !$('pause').checked) return;
-      showTile(tile);
-      showNumber(tile.frame);
-      say(`Paused at frame ${tile.frame}`);
-    } catch (error) {
-      say(`The frame cannot be held: ${error.message}`);
+    let problem = 'there is no frame';
+    for (let attempt = 0; attempt < 5 && $('pause').checked && state.size; ++attempt) {
+      try {
+        const tile = await fetchArea({x: 0, y: 0, ...state.size});
+        if (tile && $('pause').checked) {
+          showTile(tile);
+          showNumber(tile.frame);
+          return say(`Paused at frame ${tile.frame}`);
+        }
+      } catch (error) {
+        problem = error.message;
+      }
     }
+    return $('pause').checked && say(`The frame cannot be held: ${problem}`);
   }
 
   function showValue(tile = state.tile) {

@@ -119,7 +119,10 @@ class AlignedPage(unittest.TestCase):
         """\\return the announcement, the first group of which is the number of the frame"""
         self.browser.run("document.getElementById('announcement').textContent = '';")  # of an earlier pause
         self.check("pause")
-        return self.browser.wait(lambda: re.search(r"Paused at frame (\d+)", self.announcement()), "the paused frame")
+        try:
+            return self.browser.wait(lambda: re.search(r"Paused at frame (\d+)", self.announcement()), "the paused frame")
+        except AssertionError as error:
+            raise AssertionError(f"{error}; it announces \"{self.announcement()}\"") from None
 
     def announcement(self):
         """What a screen reader reads; the element is not visible."""
@@ -302,6 +305,30 @@ class Align(AlignedPage):
         x, y, value = self.pixel_at(middle)
         self.assertLess(y, HEIGHT / 4)
         self.assertEqual(value, truth[y, x])
+
+    def test_05_pauses_at_the_next_frame_if_one_is_replaced(self):
+        self.browser.run("""
+            window.unchanged = window.fetch;
+            window.replaced = 0;
+            window.fetch = (path, options) => path.startsWith('/tile.raw?frame=') && window.replaced++ < 2
+              ? Promise.resolve(new Response('', {status: 410})) : window.unchanged(path, options);""")
+        try:
+            truth = self.paused()
+            self.assertGreater(self.browser.run("return window.replaced"), 2)
+        finally:
+            self.browser.run("window.fetch = window.unchanged;")
+        self.assertEqual(truth.shape, (HEIGHT, WIDTH))
+
+    def test_05_says_why_no_frame_is_held(self):
+        self.browser.run("""
+            window.unchanged = window.fetch;
+            window.fetch = (path, options) => path.startsWith('/tile.raw?frame=')
+              ? Promise.resolve(new Response('', {status: 410})) : window.unchanged(path, options);""")
+        try:
+            self.check("pause")
+            self.browser.wait(lambda: re.search(r"The frame cannot be held: /tile.raw.*: 410", self.announcement()), "the reason")
+        finally:
+            self.browser.run("window.fetch = window.unchanged;")
 
     def test_06_marks_saturated_pixels(self):
         self.assertEqual(self.marked(RED), 0)

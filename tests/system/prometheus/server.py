@@ -33,10 +33,10 @@ SHORT_WINDOW, SHORT_FOR = "[8s]", "for: 2s"
 def shortened(rules):
     """The rules for a test that cannot wait for minutes: every range is 8 s, every `for` 2 s. Nothing else is changed.
 
-    RecordingDown waits longer: a busy machine does not answer requests for seconds.
+    RecordingDown and RequestedValueDiffers wait longer: a busy machine neither answers requests nor holds the frame rate for seconds.
     """
     rules = re.sub(r"\bfor: \w+", SHORT_FOR, re.sub(r"\[\d+\w\]", SHORT_WINDOW, rules))
-    return re.sub(rf"(RecordingDown\n.*\n +){SHORT_FOR}", r"\1for: 10s", rules)
+    return re.sub(rf"((?:RecordingDown|RequestedValueDiffers)\n.*\n +){SHORT_FOR}", r"\1for: 10s", rules)
 
 
 class Prometheus:
