@@ -7,6 +7,7 @@ The environment variable BROWSER selects it: "chromium" or "firefox".
 import base64
 import os
 import pathlib
+import re
 import tempfile
 
 from selenium import webdriver
@@ -148,11 +149,11 @@ class Chromium(Browser):
         ActionChains(self.driver, duration=0).key_down(Keys.CONTROL).send_keys("a").key_up(Keys.CONTROL).perform()
 
     def console_errors(self):
-        """Errors and warnings in the page's console, except those of the browser's own pages and of refused requests, which only
-        this browser reports."""
+        """Errors and warnings in the page's console, except those of the browser's own pages, and of requests that are refused or for
+        a frame that has been replaced, which only this browser reports."""
         return [line["message"] for line in self.driver.get_log("browser")
                 if line["level"] in ("SEVERE", "WARNING") and not line["message"].startswith("chrome://")
-                and "409" not in line["message"]]
+                and not re.search(r" status of (409|410) ", line["message"])]
 
     def screenshot(self):
         return self.driver.get_screenshot_as_png()
