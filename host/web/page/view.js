@@ -248,8 +248,8 @@ const view = (() => {
     drawMarks();
   }
 
-  // Holds one whole frame in full depth, so that it can be examined while the recording goes on. A frame that the server has replaced
-  // before all of its tiles were requested is given up for the next one.
+  // Holds one whole frame in full depth, so that it can be examined while the recording goes on. The server holds a few frames only: the
+  // page requests no others meanwhile, and a frame that is replaced before all of its tiles were requested is given up for the next one.
   async function freeze() {
     let problem = 'there is no frame';
     for (let attempt = 0; attempt < 5 && $('pause').checked && state.size; ++attempt) {
@@ -277,7 +277,7 @@ const view = (() => {
 
   async function followValue() {
     const {cursor} = state;
-    if (document.hidden || !cursor || covers(state.tile, cursor.x, cursor.y)) return;
+    if (document.hidden || !cursor || $('pause').checked || covers(state.tile, cursor.x, cursor.y)) return;
     const tile = await fetchTile({...cursor, width: 1, height: 1}, {});
     if (tile && cursor === state.cursor) showValue(tile);
   }
@@ -299,6 +299,7 @@ const view = (() => {
     if (document.hidden || !$('saturation').checked || !state.size) return;
     const by = clamp(Math.floor(1 / (mapping().scale * ratio())), 1, 64);
     const held = state.tile;
+    if (!held && $('pause').checked) return;
     const tile = held ? reduced(held, by) : await fetchArea({x: 0, y: 0, ...state.size}, {by});
     if (!tile || state.tile !== held) return;  // marks of a frame that the view does not show any more
     let count = 0;

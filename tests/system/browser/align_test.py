@@ -104,6 +104,9 @@ class AlignedPage(unittest.TestCase):
             return [found]  # the truth of an array is not defined
         return self.browser.wait(frame, "a paused frame that the server still holds")[0]
 
+    def frames_saved(self):
+        return json.loads(get(self.port, "/status.json")[1])["counts"]["saved"]
+
     def held(self, number):
         """\\return the frame; None if the server does not hold it any more"""
         parts = []
@@ -296,9 +299,8 @@ class Align(AlignedPage):
         self.browser.wait(lambda: self.browser.text("zoom") == "1:1", "the zoom 1:1")
         truth = self.paused()
         paused_at = self.frame()
-        saved = lambda: json.loads(get(self.port, "/status.json")[1])["counts"]["saved"]
-        begin = saved()
-        wait_for(lambda: saved() > begin + 3, "further frames")
+        begin = self.frames_saved()
+        wait_for(lambda: self.frames_saved() > begin + 3, "further frames")
         self.assertEqual(self.frame(), paused_at)
         middle = self.browser.position("stage", 0.5, 0.5)
         self.press_in_view(*[Keys.ARROW_UP] * 8)  # out of the view
@@ -318,6 +320,31 @@ class Align(AlignedPage):
         finally:
             self.browser.run("window.fetch = window.unchanged;")
         self.assertEqual(truth.shape, (HEIGHT, WIDTH))
+
+    def test_05_requests_no_other_frame_until_it_has_paused(self):
+        self.move_cursor(Keys.ARROW_UP)
+        self.check("saturation")
+        self.browser.run("""
+            window.unchanged = window.fetch;
+            window.others = 0;
+            window.wait_for_tiles = new Promise((done) => { window.let_tiles_pass = done; });
+            window.fetch = async (path, options) => {
+              if (path.startsWith('/tile.raw?after=')) ++window.others;
+              if (path.startsWith('/tile.raw?frame=')) await window.wait_for_tiles;
+              return window.unchanged(path, options);
+            };""")
+        others = lambda: self.browser.run("return window.others")
+        try:
+            self.browser.wait(lambda: others() > 2, "requests for the marks and the value")
+            self.browser.run("document.getElementById('pause').click();")
+            begin = others()
+            frames = self.frames_saved()
+            wait_for(lambda: self.frames_saved() > frames + 10, "further frames")
+            self.assertEqual(others(), begin)
+            self.browser.run("window.let_tiles_pass();")
+            self.browser.wait(lambda: "Paused at frame" in self.announcement(), "the paused frame")
+        finally:
+            self.browser.run("window.let_tiles_pass(); window.fetch = window.unchanged;")
 
     def test_05_says_why_no_frame_is_held(self):
         self.browser.run("""
