@@ -322,6 +322,7 @@ class Align(AlignedPage):
         self.assertEqual(truth.shape, (HEIGHT, WIDTH))
 
     def test_05_requests_no_other_frame_until_it_has_paused(self):
+        self.press_in_view("0")
         self.move_cursor(Keys.ARROW_UP)
         self.check("saturation")
         self.browser.run("""
